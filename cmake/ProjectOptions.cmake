@@ -1,0 +1,31 @@
+# How every target of the project is compiled. Link vela::options privately to take part.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Kind of build" FORCE)
+endif()
+
+set(VELA_SANITIZE "" CACHE STRING
+    "Sanitizers to build with: empty, address,undefined or thread")
+if(VELA_SANITIZE)
+  add_compile_options(-fsanitize=${VELA_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VELA_SANITIZE})
+endif()
+
+add_library(vela_options INTERFACE)
+add_library(vela::options ALIAS vela_options)
+target_compile_options(vela_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
+
+option(VELA_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ON)
+if(VELA_WARNINGS_AS_ERRORS)
+  target_compile_options(vela_options INTERFACE -Werror)
+endif()

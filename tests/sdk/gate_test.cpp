@@ -1,0 +1,248 @@
+// HidCallGate: which calls into hidapi may be under way together.
+#include "HidCallGate.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/Patience.h"
+#include "support/ProcessState.h"
+
+namespace {
+
+using support::comesTrue;
+using support::Event;
+using Side = HidCallGate::Side;
+
+constexpr int kSuccess = 1;
+constexpr int kFailure = -1;
+
+int instantly(HidCallGate& gate, Side side, int result) {
+  return gate.run(side, [result] { return result; });
+}
+
+// A call on a thread of its own that is under way until it is told to return.
+class HeldCall {
+ public:
+  HeldCall(
+      HidCallGate& gate, Side side, int result, std::function<void()> onBegin = [] {})
+      : m_thread([this, &gate, side, result, onBegin] {
+          m_id = gettid();
+          gate.run(side, [&] {
+            onBegin();
+            m_begun.happen();
+            EXPECT_TRUE(m_mayReturn.wait());
+            return result;
+          });
+        }) {}
+
+  ~HeldCall() { finish(); }
+  HeldCall(const HeldCall&) = delete;
+  HeldCall& operator=(const HeldCall&) = delete;
+
+  bool waitUntilBegun() { return m_begun.wait(); }
+  bool hasBegun() { return m_begun.hasHappened(); }
+
+  // Waits until the call has either begun or waits for its turn.
+  bool waitUntilDecided() {
+    return comesTrue([this] { return hasBegun() || (m_id != 0 && support::sleeps(m_id)); });
+  }
+
+  // Lets the call return and waits until it has left the gate.
+  void finish() {
+    m_mayReturn.happen();
+    if (m_thread.joinable()) m_thread.join();
+  }
+
+ private:
+  std::atomic<pid_t> m_id{0};
+  Event m_begun;
+  Event m_mayReturn;
+  std::thread m_thread;
+};
+
+Side otherSide(Side side) {
+  return side == HidCallGate::Reading ? HidCallGate::Control : HidCallGate::Reading;
+}
+
+class GateTest : public testing::TestWithParam<Side> {
+ protected:
+  HidCallGate gate;
+  const Side side = GetParam();
+  const Side other = otherSide(GetParam());
+};
+
+INSTANTIATE_TEST_SUITE_P(Sides, GateTest,
+                         testing::Values(HidCallGate::Reading, HidCallGate::Control),
+                         [](const testing::TestParamInfo<Side>& tested) {
+                           return std::string(tested.param == HidCallGate::Reading ? "Reading"
+                                                                                   : "Control");
+                         });
+
+TEST_P(GateTest, ReturnsTheResultOfTheCall) {
+  for (const int result : {-1, 0, 1, 17}) EXPECT_EQ(instantly(gate, side, result), result);
+}
+
+TEST_P(GateTest, HasFailedFromAFailureUntilASuccessOfEitherSide) {
+  EXPECT_FALSE(gate.failed());
+  instantly(gate, side, 0);
+  EXPECT_FALSE(gate.failed());
+  instantly(gate, side, kFailure);
+  EXPECT_TRUE(gate.failed());
+  instantly(gate, side, kFailure);
+  EXPECT_TRUE(gate.failed());
+  instantly(gate, side, 0);  // a time-out is no failure
+  EXPECT_FALSE(gate.failed());
+  instantly(gate, side, kFailure);
+  EXPECT_TRUE(gate.failed());
+  instantly(gate, other, kSuccess);
+  EXPECT_FALSE(gate.failed());
+}
+
+TEST_P(GateTest, LetsTheOtherSidePassWhileNothingHasFailed) {
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  EXPECT_EQ(instantly(gate, other, kSuccess), kSuccess);
+  HeldCall second(gate, other, kSuccess);
+  EXPECT_TRUE(second.waitUntilBegun());
+}
+
+TEST_P(GateTest, HoldsBackASecondCallOfTheSameSide) {
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  HeldCall second(gate, side, kSuccess);
+  ASSERT_TRUE(second.waitUntilDecided());
+  EXPECT_FALSE(second.hasBegun());
+  call.finish();
+  EXPECT_TRUE(second.waitUntilBegun());
+}
+
+TEST_P(GateTest, AfterAFailureACallWaitsForTheOtherSide) {
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  instantly(gate, other, kFailure);
+  HeldCall held(gate, other, kSuccess);
+  ASSERT_TRUE(held.waitUntilDecided());
+  EXPECT_FALSE(held.hasBegun());
+  call.finish();
+  EXPECT_TRUE(held.waitUntilBegun());
+}
+
+TEST_P(GateTest, ACallAfterAFailureRunsAlone) {
+  instantly(gate, side, kFailure);
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  HeldCall held(gate, other, kSuccess);
+  ASSERT_TRUE(held.waitUntilDecided());
+  EXPECT_FALSE(held.hasBegun());
+  call.finish();
+  EXPECT_TRUE(held.waitUntilBegun());
+}
+
+TEST_P(GateTest, ASuccessThatBeganBeforeTheFailureProvesNothing) {
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  instantly(gate, other, kFailure);
+  call.finish();
+  EXPECT_TRUE(gate.failed());
+  instantly(gate, other, kSuccess);
+  EXPECT_FALSE(gate.failed());
+}
+
+TEST_P(GateTest, TheSidesRunTogetherAgainAfterASuccess) {
+  instantly(gate, side, kFailure);
+  instantly(gate, side, kSuccess);
+  HeldCall call(gate, side, kSuccess);
+  ASSERT_TRUE(call.waitUntilBegun());
+  HeldCall second(gate, other, kSuccess);
+  EXPECT_TRUE(second.waitUntilBegun());
+}
+
+// Which of two waiters a woken thread belongs to is chance, hence the rounds.
+TEST(GateOrderTest, AReaderThatWaitsComesBeforeControlCalls) {
+  for (int round = 0; round < 50; ++round) {
+    HidCallGate gate;
+    instantly(gate, HidCallGate::Control, kFailure);
+    HeldCall underWay(gate, HidCallGate::Control, kFailure);
+    ASSERT_TRUE(underWay.waitUntilBegun());
+
+    std::mutex mutex;
+    std::vector<Side> order;
+    const auto note = [&](Side side) {
+      return [&order, &mutex, side] {
+        const std::lock_guard lock(mutex);
+        order.push_back(side);
+      };
+    };
+    HeldCall control(gate, HidCallGate::Control, kFailure, note(HidCallGate::Control));
+    ASSERT_TRUE(control.waitUntilDecided());
+    HeldCall reading(gate, HidCallGate::Reading, kFailure, note(HidCallGate::Reading));
+    ASSERT_TRUE(reading.waitUntilDecided());
+    underWay.finish();
+    ASSERT_TRUE(reading.waitUntilBegun());
+    reading.finish();
+    control.finish();
+    ASSERT_EQ(order, (std::vector<Side>{HidCallGate::Reading, HidCallGate::Control}));
+  }
+}
+
+// A device that keeps one error text as hidapi does and notices what would free it twice.
+class ErrorTextDevice {
+ public:
+  int call(bool fails) {
+    {
+      const std::lock_guard lock(m_mutex);
+      ++m_underWay;
+      freeText();
+    }
+    std::this_thread::yield();
+    const std::lock_guard lock(m_mutex);
+    if (fails) {
+      freeText();
+      m_text = true;
+    }
+    --m_underWay;
+    return fails ? kFailure : kSuccess;
+  }
+
+  long misuses() {
+    const std::lock_guard lock(m_mutex);
+    return m_misuses;
+  }
+
+ private:
+  void freeText() {
+    if (m_text && m_underWay > 1) ++m_misuses;
+    m_text = false;
+  }
+
+  std::mutex m_mutex;
+  int m_underWay = 0;
+  bool m_text = false;
+  long m_misuses = 0;
+};
+
+TEST(GateOrderTest, NoErrorTextIsEverFreedTwice) {
+  HidCallGate gate;
+  ErrorTextDevice device;
+  const auto callOften = [&](Side side, int failEvery) {
+    for (int i = 1; i <= 20'000; ++i) {
+      gate.run(side, [&] { return device.call(i % failEvery == 0); });
+    }
+  };
+  std::thread reader(callOften, HidCallGate::Reading, 7);
+  std::thread control(callOften, HidCallGate::Control, 3);
+  std::thread keepAlive(callOften, HidCallGate::Control, 5);
+  reader.join();
+  control.join();
+  keepAlive.join();
+  EXPECT_EQ(device.misuses(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,218 @@
+// The pad II, the ink pad and the vision pad in quantity: many samples, many connections, and pads
+// that are pulled out while much is going on.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "support/AllocationCount.h"
+#include "support/PadTest.h"
+#include "velaii.h"
+#include "velainkusb.h"
+#include "velavision.h"
+#include "virtualpads/PadModel.h"
+#include "virtualpads/VisionPad.h"
+
+namespace {
+
+using support::Bytes;
+using support::comesTrue;
+using support::HidCall;
+using support::recordPen;
+using support::Sample;
+using virtualpads::makePad;
+using virtualpads::PadKind;
+
+constexpr std::uint8_t low(int value) {
+  return static_cast<std::uint8_t>(value & 0xFF);
+}
+
+constexpr std::uint8_t high(int value) {
+  return static_cast<std::uint8_t>(value >> 8 & 0xFF);
+}
+
+// Each kind has reports that differ for 32,749 in a row, a prime, so that a report that is lost,
+// doubled or out of its place shows. The pen is down in all of them but each fifth.
+constexpr int kPeriod = 32749;
+
+constexpr int xOf(int report) {
+  return report % kPeriod;
+}
+
+constexpr int yOf(int report) {
+  return kPeriod - report % kPeriod;
+}
+
+constexpr bool isUp(int report) {
+  return report % 5 == 4;
+}
+
+struct Ii {
+  using Driver = velaii;
+  static constexpr PadKind kPad = PadKind::Ii;
+  static constexpr auto& kQueue = pDataHandler;
+
+  static Bytes report(int i) {
+    const std::uint8_t touch = isUp(i) ? 0xFE : 0x01;
+    return {0x01,         touch, low(xOf(i)), high(xOf(i)), low(yOf(i)), high(yOf(i)),
+            low(i % 128), 0x77,  0x77,        0x77,         0x77};
+  }
+  static Sample sample(int i, unsigned first) {
+    return {xOf(i), yOf(i), i % 128, isUp(i) ? 0 : 1,
+            (first - 1 + static_cast<unsigned>(i)) % 127 + 1};
+  }
+};
+
+struct Ink {
+  using Driver = velainkusb;
+  static constexpr PadKind kPad = PadKind::Ink;
+  static constexpr auto& kQueue = pInkDataHandler;
+
+  static Bytes report(int i) {
+    const std::uint8_t touch = isUp(i) ? 0xFE : 0x01;
+    return {0x01,        touch,        low(xOf(i)),  high(xOf(i)),
+            low(yOf(i)), high(yOf(i)), low(i % 256), low(i)};
+  }
+  static Sample sample(int i, unsigned /*first*/) {
+    return {xOf(i), yOf(i), i % 256, isUp(i) ? 0 : 1, static_cast<unsigned>(i % 256)};
+  }
+};
+
+struct Vision {
+  using Driver = velavision;
+  static constexpr PadKind kPad = PadKind::Vision;
+  static constexpr auto& kQueue = pVisionDataHandler;
+
+  static Bytes report(int i) {
+    if (isUp(i)) return {0x01, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, high(i), low(i)};
+    return {0x01, 0x80, high(xOf(i)), low(xOf(i)), high(yOf(i)), low(yOf(i)), 0x03, 0x01,
+            0,    0,    high(i),      low(i)};
+  }
+  static std::uint32_t timeStamp(int i) { return static_cast<std::uint32_t>(i); }
+  // A lifted pen is where it was in the report before.
+  static Sample sample(int i, unsigned first) {
+    const unsigned sequence = (first + static_cast<unsigned>(i)) % 256;
+    if (isUp(i)) return {xOf(i - 1), yOf(i - 1), 0, 0, sequence};
+    return {xOf(i), yOf(i), 0x0301, 1, sequence};
+  }
+};
+
+template <class Kind>
+class PadsFlowTest : public support::PadTest {
+ protected:
+  using Driver = typename Kind::Driver;
+
+  ~PadsFlowTest() override {
+    EXPECT_FALSE(static_cast<bool>(Kind::kQueue));
+    EXPECT_TRUE(waitForThreads(0));
+  }
+
+  void plugPad() { plug(makePad(Kind::kPad)); }
+};
+
+using Kinds = testing::Types<Ii, Ink, Vision>;
+TYPED_TEST_SUITE(PadsFlowTest, Kinds);
+
+TYPED_TEST(PadsFlowTest, FiftyThousandReportsArriveCompleteAndInOrder) {
+  constexpr int kReports = 50'000;
+  this->plugPad();
+  typename TypeParam::Driver driver;
+  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+  bool sent = true;
+  for (int i = 0; i < kReports; ++i) {
+    sent = this->bus.sendWhenRoom(this->port, TypeParam::report(i)) && sent;
+  }
+  EXPECT_TRUE(sent);
+  EXPECT_TRUE(this->recorder.waitFor(kReports));
+  driver.CloseConnection();
+  const std::vector<Sample> samples = this->recorder.samples();
+  ASSERT_EQ(samples.size(), 50'000U);
+  const unsigned first = samples[0].sequence;
+  for (int i = 0; i < kReports; ++i) {
+    ASSERT_EQ(samples[static_cast<std::size_t>(i)], TypeParam::sample(i, first)) << "sample " << i;
+  }
+  if constexpr (requires { &TypeParam::timeStamp; }) {
+    const std::vector<std::uint32_t> stamps = this->recorder.timeStamps();
+    for (int i = 0; i < kReports; ++i) {
+      ASSERT_EQ(stamps[static_cast<std::size_t>(i)], TypeParam::timeStamp(i)) << "sample " << i;
+    }
+  }
+}
+
+TYPED_TEST(PadsFlowTest, PadIsPulledOutWhileThePenMovesAndTheConnectionCloses) {
+  this->plugPad();
+  typename TypeParam::Driver driver;
+  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+  std::thread pen([&] {
+    for (int i = 0; this->bus.sendWhenRoom(this->port, TypeParam::report(i)); ++i) {
+    }
+  });
+  EXPECT_TRUE(this->recorder.waitFor(1000));
+  this->bus.unplug(this->port);
+  pen.join();
+  EXPECT_EQ(driver.CloseConnection(), 0);
+}
+
+TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
+  const auto connectOnce = [&] {
+    this->plugPad();
+    this->recorder.reset();
+    {
+      typename TypeParam::Driver driver;
+      ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+      ASSERT_TRUE(this->bus.sendWhenRoom(this->port, TypeParam::report(0)));
+      ASSERT_TRUE(this->recorder.waitFor(1));
+      driver.CloseConnection();
+    }
+    ASSERT_TRUE(this->waitForThreads(0));
+    this->bus.reset();
+    this->bus.setReadTimeout(std::chrono::milliseconds(1));
+  };
+  for (int i = 0; i < 3; ++i) connectOnce();  // what is allocated once for all
+  const long allocations = support::liveAllocations();
+  const long files = support::fileDescriptorCount();
+  for (int i = 0; i < 200; ++i) connectOnce();
+  EXPECT_EQ(support::liveAllocations(), allocations);
+  EXPECT_EQ(support::fileDescriptorCount(), files);
+}
+
+// The client's requests, the keep-alive and the reading go on while the pad is pulled out. The bus
+// counts the calls that would free hidapi's error text twice.
+TEST(VisionUnplugTest, RequestsAndKeepAliveAndReadsSurviveIt) {
+  support::VirtualBus& bus = support::VirtualBus::instance();
+  for (int round = 0; round < 5; ++round) {
+    bus.reset();
+    const auto model = std::make_shared<virtualpads::VisionPad>();
+    const support::VirtualBus::Port port = bus.plug(model);
+    bus.setReadTimeout(std::chrono::milliseconds(1));
+    velavision driver;
+    ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+    std::atomic<bool> stop{false};
+    std::thread client([&] {
+      char serial[16];
+      while (!stop) {
+        driver.ClearInkRegion();
+        driver.GetSerialNumber(serial);
+      }
+    });
+    EXPECT_TRUE(comesTrue([&] {
+      int keepAlives = 0;
+      bus.withModel(port, [&](virtualpads::PadModel&) { keepAlives = model->keepAlives(); });
+      return keepAlives >= 3;
+    }));
+    bus.unplug(port);
+    for (const HidCall call : {HidCall::GetFeature, HidCall::SendFeature, HidCall::Read}) {
+      EXPECT_TRUE(bus.waitForReturned(call, bus.count(call) + 3));
+    }
+    stop = true;
+    client.join();
+    EXPECT_EQ(driver.CloseConnection(), 0);
+    EXPECT_EQ(bus.misuses(), 0);
+  }
+}
+
+}  // namespace

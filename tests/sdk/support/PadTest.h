@@ -1,0 +1,49 @@
+// The base of tests that drive one pad over the virtual bus.
+#ifndef TESTS_SDK_SUPPORT_PADTEST_H
+#define TESTS_SDK_SUPPORT_PADTEST_H
+
+#include <memory>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "support/BusTest.h"
+#include "support/Patience.h"
+#include "support/PenRecorder.h"
+#include "support/ProcessState.h"
+#include "support/Reports.h"
+
+namespace support {
+
+class PadTest : public BusTest {
+ protected:
+  PadTest() { recorder.reset(); }
+
+  void plug(std::shared_ptr<virtualpads::PadModel> pad) { port = bus.plug(std::move(pad)); }
+
+  // Puts an input report on the pad's wire.
+  void send(std::string_view report) { EXPECT_TRUE(bus.sendWhenRoom(port, hex(report))); }
+
+  // Waits until there are `count` threads more than between two tests. A thread that has been
+  // joined may be seen a moment longer, hence the wait. False after kPatience.
+  bool waitForThreads(long count) const {
+    return comesTrue([&] { return threadCount() == m_idleThreads + count; });
+  }
+
+  VirtualBus::Port port = 0;
+  PenRecorder& recorder = penRecorder();
+
+ private:
+  // Counted on a thread, since the thread sanitizer starts one of its own together with the first.
+  static long countIdleThreads() {
+    long count = 0;
+    std::thread([&count] { count = threadCount() - 1; }).join();
+    return count;
+  }
+
+  static inline const long m_idleThreads = countIdleThreads();
+};
+
+}  // namespace support
+
+#endif

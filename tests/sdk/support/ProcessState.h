@@ -1,0 +1,40 @@
+// What the kernel tells of the running process. Linux only.
+#ifndef TESTS_SDK_SUPPORT_PROCESSSTATE_H
+#define TESTS_SDK_SUPPORT_PROCESSSTATE_H
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace support {
+
+inline long entriesOf(const char* directory) {
+  const std::filesystem::directory_iterator entries(directory);
+  return std::distance(begin(entries), end(entries));
+}
+
+inline long threadCount() {
+  return entriesOf("/proc/self/task");
+}
+
+// One more than the open ones, always: the listing opens the directory itself.
+inline long fileDescriptorCount() {
+  return entriesOf("/proc/self/fd");
+}
+
+// Whether that thread of this process waits for something.
+inline bool sleeps(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string stat;
+  std::getline(file, stat);
+  const std::size_t name = stat.rfind(')');
+  return name != std::string::npos && stat.size() > name + 2 && stat[name + 2] == 'S';
+}
+
+}  // namespace support
+
+#endif

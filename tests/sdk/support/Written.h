@@ -1,0 +1,37 @@
+// What a piece of code writes to standard output and to standard error.
+#ifndef TESTS_SDK_SUPPORT_WRITTEN_H
+#define TESTS_SDK_SUPPORT_WRITTEN_H
+
+#include <ostream>
+#include <string>
+
+#include "support/CapturedStream.h"
+
+namespace support {
+
+struct Written {
+  std::string out;
+  std::string err;
+  bool operator==(const Written&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const Written& written) {
+  return stream << "standard output \"" << written.out << "\", standard error \"" << written.err
+                << '"';
+}
+
+inline const Written kNothingWritten{};
+
+// Runs `action` and returns what the whole process wrote meanwhile. Assertions belong outside:
+// their messages would be caught too.
+template <class Action>
+Written writtenBy(Action action) {
+  const CapturedStream out(stdout);
+  const CapturedStream err(stderr);
+  action();
+  return {out.text(), err.text()};
+}
+
+}  // namespace support
+
+#endif

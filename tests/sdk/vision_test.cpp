@@ -1,0 +1,1014 @@
+#include "velavision.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "support/PadTest.h"
+#include "support/ScriptedPad.h"
+#include "support/TimeControl.h"
+#include "support/Written.h"
+#include "virtualpads/VisionPad.h"
+
+namespace {
+
+// Makes the engine not know how long the pad's input reports are.
+std::atomic<bool> reportSizeUnknown{false};
+
+}  // namespace
+
+extern "C" {
+
+// CVelaIoEngine::GetDataReportSize
+bool __real__ZN13CVelaIoEngine17GetDataReportSizeEPt(CVelaIoEngine* engine, unsigned short* size);
+
+bool __wrap__ZN13CVelaIoEngine17GetDataReportSizeEPt(CVelaIoEngine* engine, unsigned short* size) {
+  if (!reportSizeUnknown) return __real__ZN13CVelaIoEngine17GetDataReportSizeEPt(engine, size);
+  *size = 0;
+  return false;
+}
+
+}  // extern "C"
+
+namespace {
+
+using support::Bytes;
+using support::called;
+using support::CallRecord;
+using support::Calls;
+using support::Fault;
+using support::hex;
+using support::HidCall;
+using support::kNothingWritten;
+using support::recordPen;
+using support::Sample;
+using support::ScriptedPad;
+using support::TimeControl;
+using support::VirtualBus;
+using support::Written;
+using support::writtenBy;
+using testing::Each;
+using testing::ElementsAre;
+using virtualpads::makePad;
+using virtualpads::PadKind;
+using virtualpads::PadModel;
+using virtualpads::VisionPad;
+
+constexpr std::uint16_t kProduct = 56;
+
+CallRecord got(std::string_view request, int length) {
+  return called(HidCall::GetFeature, length, length, hex(request, static_cast<size_t>(length)));
+}
+
+CallRecord sent(std::string_view report, int length) {
+  return called(HidCall::SendFeature, length, length, hex(report, static_cast<size_t>(length)));
+}
+
+// Processor time stands still, so no keep-alive is due unless a test says so.
+class VisionTest : public support::PadTest {
+ protected:
+  VisionTest() { time.stopProcessorTime(0); }
+
+  void open(std::shared_ptr<PadModel> pad) {
+    plug(std::move(pad));
+    ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+    bus.clearLog();
+  }
+
+  void openModel() { open(model); }
+
+  // A pad in pen mode that answers `report` with these bytes.
+  void openAnswering(std::uint8_t report, const Bytes& reply) {
+    const auto pad = std::make_shared<ScriptedPad>(kProduct);
+    pad->replies[3] = hex("03", 17);
+    pad->replies[4] = hex("04 01", 17);
+    pad->replies[report] = reply;
+    plug(pad);
+    writtenBy([&] { opened = driver.OpenConnection(recordPen); });
+    ASSERT_EQ(opened, 1);
+    bus.clearLog();
+  }
+
+  // Opens, and expects what is written and the result.
+  void expectOpen(int result, const Written& written) {
+    EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }), written);
+    EXPECT_EQ(opened, result);
+  }
+
+  // The device was opened, then the open failed: nothing was started, and closing sets mode 4.
+  void expectClosableAfterFailedOpen() {
+    EXPECT_EQ(bus.openHandles(port), 1);
+    EXPECT_TRUE(waitForThreads(0));
+    EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+    bus.clearLog();
+    EXPECT_EQ(driver.CloseConnection(), 0);
+    EXPECT_EQ(bus.calls(), (Calls{sent("04 04", 17), called(HidCall::Close)}));
+  }
+
+  TimeControl time;
+  std::shared_ptr<VisionPad> model = std::make_shared<VisionPad>();
+  velavision driver;
+  int opened = -9;
+};
+
+using VisionOpenTest = VisionTest;
+using VisionCloseTest = VisionTest;
+using VisionModeTest = VisionTest;
+using VisionInkRegionTest = VisionTest;
+using VisionPadInfoTest = VisionTest;
+using VisionSerialTest = VisionTest;
+using VisionClearTest = VisionTest;
+using VisionSampleTest = VisionTest;
+using VisionKeepAliveTest = VisionTest;
+
+TEST_F(VisionOpenTest, SetsUpThePadInThisOrderAndLeavesItInModeFour) {
+  bus.clearLog();
+  plug(model);
+  model->setInkRegion({0x2F, 0x11, 0x12, 0x21, 0x22, 0x31, 0x32, 0x41, 0x42, 0x51, 0x52, 0x53, 0x54,
+                       0x55, 0x61, 0x62, 0x71, 0x72});
+  auto local = std::make_unique<velavision>();
+  EXPECT_EQ(local->OpenConnection(recordPen), 1);
+  EXPECT_EQ(local->CloseConnection(), 0);
+  local.reset();
+  EXPECT_EQ(bus.calls(), (Calls{
+                             called(HidCall::Init),
+                             called(HidCall::Open, 56, 1),
+                             called(HidCall::SetNonblocking),
+                             got("03", 17),
+                             sent("04 01", 17),
+                             got("04", 17),
+                             got("11", 34),
+                             sent("11 C0 11 12 21 22 31 32 41 42 51 52 53 54 55 01 F4", 34),
+                             got("0C", 65),
+                             sent("04 04", 17),
+                             called(HidCall::Close),
+                             called(HidCall::Exit),
+                         }));
+}
+
+TEST_F(VisionOpenTest, TheModelIsInPenModeWithItsInkRegionOn) {
+  openModel();
+  bus.withModel(port, [&](PadModel&) {
+    EXPECT_EQ(model->mode(), 1);
+    EXPECT_EQ(model->resets(), 1);
+    // The factory's region, 10 00 0A 00 14 05 0A 05 64 01 02 03 04 05 01 F4, with two more flags
+    EXPECT_EQ(Bytes(model->inkRegion().begin(), model->inkRegion().end()),
+              hex("D0 00 0A 00 14 05 0A 05 64 01 02 03 04 05 01 F4", 33));
+  });
+  driver.CloseConnection();
+  bus.withModel(port, [&](PadModel&) { EXPECT_EQ(model->mode(), 4); });
+}
+
+TEST_F(VisionOpenTest, ReadsSeventeenBytes) {
+  openModel();
+  EXPECT_TRUE(bus.waitForReturned(HidCall::Read, 2));
+  driver.CloseConnection();
+  const Calls reads = bus.calls({HidCall::Read});
+  EXPECT_FALSE(reads.empty());
+  EXPECT_THAT(reads, Each(called(HidCall::Read, 17, 0)));
+}
+
+TEST_F(VisionOpenTest, NoThreadIsStartedBeforeTheSetUpIsDone) {
+  plug(model);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Late}, 4);  // the last request
+  std::thread opening([&] { EXPECT_EQ(driver.OpenConnection(recordPen), 1); });
+  EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, 4));
+  EXPECT_TRUE(waitForThreads(1));  // the opening one
+  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  bus.releaseLateCalls();
+  opening.join();
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, OpenAndCloseWriteNothing) {
+  plug(model);
+  EXPECT_EQ(writtenBy([&] {
+              driver.OpenConnection(recordPen);
+              driver.CloseConnection();
+            }),
+            kNothingWritten);
+}
+
+TEST_F(VisionOpenTest, NoHandlerGivesZeroInSilenceAndOpensNothing) {
+  plug(model);
+  bus.clearLog();
+  EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(nullptr); }), kNothingWritten);
+  EXPECT_EQ(opened, 0);
+  EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(VisionOpenTest, ThirdAttemptSucceedsAfterTwoPausesOfFiveMilliseconds) {
+  plug(model);
+  bus.clearLog();
+  bus.fail(HidCall::Open, {}, 1, 2);
+  expectOpen(1, kNothingWritten);
+  EXPECT_EQ(time.sleeps(5000), 2);
+  EXPECT_EQ(bus.calls({HidCall::Open}),
+            (Calls{called(HidCall::Open, 56, 0), called(HidCall::Open, 56, 0),
+                   called(HidCall::Open, 56, 1)}));
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, FourthAttemptIsStillMade) {
+  plug(model);
+  bus.fail(HidCall::Open, {}, 1, 3);
+  expectOpen(1, kNothingWritten);
+  EXPECT_EQ(time.sleeps(5000), 3);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, FourFailedAttemptsAreTheEndAndStartNothing) {
+  plug(model);
+  bus.clearLog();
+  bus.fail(HidCall::Open, {}, 1, 4);
+  expectOpen(0, {"", "Velavision:OpenConnection failed\n"});
+  EXPECT_EQ(time.sleeps(5000), 3);
+  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 56, 0), called(HidCall::Open, 56, 0),
+                                called(HidCall::Open, 56, 0), called(HidCall::Open, 56, 0)}));
+  EXPECT_TRUE(waitForThreads(0));
+  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+}
+
+TEST_F(VisionOpenTest, PadWithoutPermissionFailsLikeAnAbsentOne) {
+  plug(model);
+  bus.setAccessible(port, false);
+  expectOpen(0, {"", "Velavision:OpenConnection failed\n"});
+}
+
+TEST_F(VisionOpenTest, UnknownReportSizeFails) {
+  plug(model);
+  reportSizeUnknown = true;
+  expectOpen(0, {"",
+                 "Failed to get Report size!\n"
+                 "Velavision:OpenConnection failed in USB commnication\n"});
+  reportSizeUnknown = false;
+  EXPECT_EQ(bus.count(HidCall::GetFeature), 0);
+  expectClosableAfterFailedOpen();
+}
+
+TEST_F(VisionOpenTest, FailedResetFails) {
+  plug(model);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  expectOpen(0, {"",
+                 "Reset Velavision failed\n"
+                 "Velavision:OpenConnection failed in USB commnication\n"});
+  EXPECT_EQ(bus.count(HidCall::SendFeature), 0);
+  expectClosableAfterFailedOpen();
+}
+
+TEST_F(VisionOpenTest, ModeReadOfNoBytesFails) {
+  plug(model);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0}, 2);
+  expectOpen(0, {"", "Velavision:OpenConnection failed in USB commnication\n"});
+  EXPECT_EQ(bus.count(HidCall::GetFeature), 2);
+  expectClosableAfterFailedOpen();
+}
+
+TEST_F(VisionOpenTest, ModeReadErrorIsPassedOver) {
+  plug(model);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 2);
+  expectOpen(1, {"", "SetMode 1 != current mode 0\n"});
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, OtherModeIsToldAndPassedOver) {
+  const auto pad = std::make_shared<ScriptedPad>(kProduct);
+  pad->replies = {{3, hex("03")}, {4, hex("04 C8")}, {12, hex("0C")}, {17, hex("11")}};
+  plug(pad);
+  expectOpen(1, {"", "SetMode 1 != current mode 200\n"});
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, RefusedModeDoesNotStopTheOpen) {
+  plug(model);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0});
+  expectOpen(1, {"", "SetMode 1 != current mode 0\n"});
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, UnreadableInkRegionIsSwitchedOnAllTheSame) {
+  plug(model);
+  bus.clearLog();
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 3);
+  expectOpen(1, kNothingWritten);
+  EXPECT_EQ(bus.calls({HidCall::SendFeature}).at(1),
+            sent("11 C0 00 00 00 00 00 00 00 00 00 00 00 00 00 01 F4", 34));
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, RefusedInkRegionIsToldAndPassedOver) {
+  plug(model);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1}, 2);
+  expectOpen(1, {"", "SetInkRegion failed!!\n"});
+  driver.CloseConnection();
+}
+
+TEST_F(VisionOpenTest, UnreadablePadInformationIsToldAndLeavesZeros) {
+  plug(model);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 4);
+  expectOpen(1, {"", "GetPadInfoReport return false rpt size 65!!\n"});
+  int ends[6] = {9, 9, 9, 9, 9, 9};
+  EXPECT_TRUE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
+  EXPECT_THAT(ends, Each(0));
+  EXPECT_EQ(driver.GetPhysicalX(), 0.0);
+  EXPECT_EQ(driver.GetPhysicalY(), 0.0);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionCloseTest, ModeFourComesAfterDeliveryAndBeforeReadingHasEnded) {
+  openModel();
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Late});
+  std::thread closing([&] { driver.CloseConnection(); });
+  EXPECT_TRUE(bus.waitForBegun(HidCall::SendFeature, 1));
+  // The closing thread, the signal thread and the reading thread are left.
+  EXPECT_TRUE(waitForThreads(3));
+  EXPECT_TRUE(static_cast<bool>(pVisionDataHandler));
+  send("01 80 00 01 00 01 00 01 00 00 00 00");
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  // By the read after the next the report has been queued.
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
+  bus.releaseLateCalls();
+  closing.join();
+  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(recorder.count(), 0U);
+}
+
+TEST_F(VisionCloseTest, CloseAfterAFailedOpenIsSafe) {
+  writtenBy([&] { driver.OpenConnection(recordPen); });
+  bus.clearLog();
+  EXPECT_EQ(driver.CloseConnection(), 0);
+  EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(VisionCloseTest, SecondCloseIsSafeAndSendsNothing) {
+  openModel();
+  EXPECT_EQ(driver.CloseConnection(), 0);
+  bus.clearLog();
+  EXPECT_EQ(driver.CloseConnection(), 0);
+  EXPECT_TRUE(bus.calls().empty());
+}
+
+// Before the open and after the close alike.
+void expectEveryRequestFails(velavision& driver) {
+  unsigned char mode = 9;
+  InkRegion region{};
+  region.bFlag1 = 9;
+  DevicePadInfo info{};
+  info.nMinX = 9;
+  char serial[16] = "unchanged";
+  int ends[6] = {9, 9, 9, 9, 9, 9};
+  EXPECT_FALSE(driver.ResetVelaVisionDevice());
+  EXPECT_EQ(driver.SetMode(1), 0);
+  EXPECT_EQ(driver.GetMode(&mode), -1);
+  EXPECT_EQ(mode, 9);
+  EXPECT_EQ(driver.GetInkRegion(&region), 0);
+  EXPECT_EQ(region.bFlag1, 9);
+  EXPECT_EQ(driver.SetInkRegion(region), 0);
+  EXPECT_EQ(driver.GetPadInfo(&info), 0);
+  EXPECT_EQ(info.nMinX, 9);
+  EXPECT_FALSE(driver.ClearInkRegion());
+  EXPECT_FALSE(driver.GetSerialNumber(serial));
+  EXPECT_STREQ(serial, "unchanged");
+  EXPECT_FALSE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
+  EXPECT_THAT(ends, Each(9));
+}
+
+TEST_F(VisionTest, EveryRequestFailsWhileNotOpenWithoutReachingThePad) {
+  plug(model);
+  bus.clearLog();
+  const Written before = writtenBy([&] { expectEveryRequestFails(driver); });
+  EXPECT_TRUE(bus.calls().empty());
+  driver.OpenConnection(recordPen);
+  driver.CloseConnection();
+  bus.clearLog();
+  const Written after = writtenBy([&] { expectEveryRequestFails(driver); });
+  EXPECT_TRUE(bus.calls().empty());
+  EXPECT_EQ(before, kNothingWritten);
+  EXPECT_EQ(after, kNothingWritten);
+}
+
+TEST_F(VisionTest, RequestsAfterAFailedOpenReachNoDevice) {
+  writtenBy([&] { driver.OpenConnection(recordPen); });
+  bus.clearLog();
+  writtenBy([&] {
+    unsigned char mode = 0;
+    driver.GetMode(&mode);
+    driver.SetMode(1);
+    driver.ClearInkRegion();
+  });
+  EXPECT_EQ(driver.GetPhysicalX(), 0.0);
+  EXPECT_EQ(driver.GetPhysicalY(), 0.0);
+  EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(VisionTest, CountsEveryInterfaceOfEveryVisionPad) {
+  EXPECT_EQ(driver.GetNumDevices(), 0);
+  bus.plug(model);
+  bus.plug(makePad(PadKind::Ink));
+  bus.plug(makePad(PadKind::Vision), 2);
+  EXPECT_EQ(driver.GetNumDevices(), 3);
+}
+
+TEST_F(VisionTest, CountIsCutToSixteenBitsAndSigned) {
+  bus.plug(model, 32769);
+  EXPECT_EQ(driver.GetNumDevices(), -32767);
+}
+
+TEST_F(VisionTest, ScreenResourcesAreTheseInThisOrder) {
+  struct Expected {
+    const char* name;
+    int id;
+  };
+  constexpr Expected kExpected[] = {
+      {"SAN_R_13", 0},       {"SAN_B_13", 1},  {"SAN_R_16", 2},  {"SAN_B_16", 3},
+      {"SAN_R_20", 4},       {"SAN_B_20", 5},  {"SAN_R_24", 6},  {"SAN_B_24", 7},
+      {"SAN_R_32", 8},       {"SAN_B_32", 9},  {"MON_B_08", 10}, {"MON_B_09", 11},
+      {"MON_B_10", 12},      {"MON_B_12", 13}, {"MON_R_13", 14}, {"MON_B_15", 15},
+      {"MON_B_16", 16},      {"MON_B_17", 17}, {"MON_B_18", 18}, {"MON_B_48", 19},
+      {"COM_B_18", 20},      {"COM_B_24", 21}, {"NUM_0", 10},    {"NUM_1", 1},
+      {"NUM_2", 2},          {"NUM_3", 3},     {"NUM_4", 4},     {"NUM_5", 5},
+      {"NUM_6", 6},          {"NUM_7", 7},     {"NUM_8", 8},     {"NUM_9", 9},
+      {"FUN_BACKSPACE", 11}, {"FUN_SEC", 30},  {"FUN_OK", 40},   {"FUN_CANCEL", 50},
+      {"CAPTION", 19},       {"CONTENT", 20},  {"IMAGE", 60},
+  };
+  const auto& resources = driver.Resources();
+  ASSERT_EQ(resources.size(), 39U);
+  ASSERT_EQ(std::size(kExpected), 39U);
+  for (std::size_t i = 0; i < resources.size(); ++i) {
+    EXPECT_STREQ(resources[i].name, kExpected[i].name);
+    EXPECT_EQ(resources[i].id, kExpected[i].id) << resources[i].name;
+  }
+}
+
+TEST_F(VisionTest, ResetSucceedsUnlessTheReadIsAnError) {
+  openModel();
+  EXPECT_TRUE(driver.ResetVelaVisionDevice());
+  EXPECT_EQ(bus.calls(), (Calls{got("03", 17)}));
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
+  EXPECT_TRUE(driver.ResetVelaVisionDevice());
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  EXPECT_FALSE(driver.ResetVelaVisionDevice());
+  driver.CloseConnection();
+}
+
+TEST_F(VisionModeTest, SetModeGivesTheEnginesResult) {
+  openModel();
+  EXPECT_EQ(driver.SetMode(0xC9), 17);
+  EXPECT_EQ(bus.calls(), (Calls{sent("04 C9", 17)}));
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(driver.SetMode(1), -1);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(driver.SetMode(1), 0);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionModeTest, GetModeGivesTheEnginesResultAndTheMode) {
+  openModel();
+  driver.SetMode(0xC9);
+  bus.clearLog();
+  unsigned char mode = 0;
+  EXPECT_EQ(driver.GetMode(&mode), 17);
+  EXPECT_EQ(mode, 0xC9);
+  EXPECT_EQ(bus.calls(), (Calls{got("04 00", 17)}));
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(driver.GetMode(&mode), -1);
+  EXPECT_EQ(mode, 0xC9);  // unchanged
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(driver.GetMode(&mode), 0);
+  EXPECT_EQ(mode, 0);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionModeTest, NowhereToPutTheModeFailsWithoutARequest) {
+  openModel();
+  EXPECT_EQ(driver.GetMode(nullptr), -1);
+  EXPECT_TRUE(bus.calls().empty());
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, RecordIsPackedInThisOrder) {
+  EXPECT_EQ(sizeof(InkRegion), 19U);
+  EXPECT_EQ(offsetof(InkRegion, bFlag1), 0U);
+  EXPECT_EQ(offsetof(InkRegion, bFlag2), 1U);
+  EXPECT_EQ(offsetof(InkRegion, bFlag3), 2U);
+  EXPECT_EQ(offsetof(InkRegion, wWord4), 3U);
+  EXPECT_EQ(offsetof(InkRegion, wWord3), 5U);
+  EXPECT_EQ(offsetof(InkRegion, wWord2), 7U);
+  EXPECT_EQ(offsetof(InkRegion, wWord1), 9U);
+  EXPECT_EQ(offsetof(InkRegion, bByte1), 11U);
+  EXPECT_EQ(offsetof(InkRegion, bByte2), 12U);
+  EXPECT_EQ(offsetof(InkRegion, bByte3), 13U);
+  EXPECT_EQ(offsetof(InkRegion, bByte4), 14U);
+  EXPECT_EQ(offsetof(InkRegion, wByte5), 15U);
+  EXPECT_EQ(offsetof(InkRegion, wScaled), 17U);
+}
+
+TEST_F(VisionInkRegionTest, EveryFieldIsReadFromItsPlace) {
+  openAnswering(17, hex("11 80 11 12 21 22 31 32 41 42 51 52 53 54 55 01 F4 77 77", 34));
+  InkRegion region{};
+  EXPECT_EQ(driver.GetInkRegion(&region), 1);
+  EXPECT_EQ(bus.calls(), (Calls{got("11", 34)}));
+  driver.CloseConnection();
+  // The record is packed; + makes a copy that can be referred to.
+  EXPECT_EQ(+region.wWord1, 0x1112);
+  EXPECT_EQ(+region.wWord2, 0x2122);
+  EXPECT_EQ(+region.wWord3, 0x3132);
+  EXPECT_EQ(+region.wWord4, 0x4142);
+  EXPECT_EQ(region.bByte1, 0x51);
+  EXPECT_EQ(region.bByte2, 0x52);
+  EXPECT_EQ(region.bByte3, 0x53);
+  EXPECT_EQ(region.bByte4, 0x54);
+  EXPECT_EQ(+region.wByte5, 0x0055);
+  // 0xF401 / 100 = 624 = 0x0270, its bytes swapped
+  EXPECT_EQ(+region.wScaled, 0x7002);
+}
+
+TEST_F(VisionInkRegionTest, ReadFlagsAreBitsSevenSixAndFour) {
+  openModel();
+  const auto flags = [&](std::uint8_t byte) {
+    bus.withModel(port, [&](PadModel&) { model->setInkRegion({byte}); });
+    InkRegion region{};
+    region.bFlag1 = region.bFlag2 = region.bFlag3 = 9;
+    EXPECT_EQ(driver.GetInkRegion(&region), 1);
+    return std::vector<int>{region.bFlag1, region.bFlag2, region.bFlag3};
+  };
+  EXPECT_THAT(flags(0x80), ElementsAre(1, 0, 0));
+  EXPECT_THAT(flags(0x40), ElementsAre(0, 1, 0));
+  EXPECT_THAT(flags(0x10), ElementsAre(0, 0, 1));
+  EXPECT_THAT(flags(0x2F), ElementsAre(0, 0, 0));
+  EXPECT_THAT(flags(0xFF), ElementsAre(1, 1, 1));
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, ScaledValueIsNotWhatWasSet) {
+  openModel();
+  const auto scaled = [&](std::uint8_t byte15, std::uint8_t byte16) {
+    bus.withModel(port, [&](PadModel&) {
+      model->setInkRegion({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, byte15, byte16});
+    });
+    InkRegion region{};
+    EXPECT_EQ(driver.GetInkRegion(&region), 1);
+    return region.wScaled;
+  };
+  EXPECT_EQ(scaled(0xFF, 0xFF), 0x8F02);  // 65535 / 100 = 655 = 0x028F
+  EXPECT_EQ(scaled(0x64, 0x00), 0x0100);  // 100 / 100
+  EXPECT_EQ(scaled(0x63, 0x00), 0x0000);  // 99 / 100
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, EveryFieldIsSentAtItsPlace) {
+  openModel();
+  const InkRegion region{.bFlag1 = 0,
+                         .bFlag2 = 0,
+                         .bFlag3 = 0,
+                         .wWord4 = 0x4142,
+                         .wWord3 = 0x3132,
+                         .wWord2 = 0x2122,
+                         .wWord1 = 0x1112,
+                         .bByte1 = 0x51,
+                         .bByte2 = 0x52,
+                         .bByte3 = 0x53,
+                         .bByte4 = 0x54,
+                         .wByte5 = 0x6655,
+                         .wScaled = 700};
+  EXPECT_EQ(driver.SetInkRegion(region), 1);
+  // 70000 cut to 16 bits is 0x1170.
+  EXPECT_EQ(bus.calls(), (Calls{sent("11 00 11 12 21 22 31 32 41 42 51 52 53 54 55 11 70", 34)}));
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, AnyByteButZeroSetsAFlag) {
+  openModel();
+  InkRegion first{};
+  first.bFlag1 = 2;
+  driver.SetInkRegion(first);
+  InkRegion second{};
+  second.bFlag2 = 0x80;
+  driver.SetInkRegion(second);
+  InkRegion third{};
+  third.bFlag3 = 0xFF;
+  driver.SetInkRegion(third);
+  EXPECT_EQ(bus.calls(), (Calls{sent("11 80", 34), sent("11 40", 34), sent("11 10", 34)}));
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, SetSucceedsUnlessTheSendIsAnError) {
+  openModel();
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(driver.SetInkRegion({}), 1);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(driver.SetInkRegion({}), 0);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionInkRegionTest, ReadErrorIsGivenBackWithNothingWritten) {
+  openModel();
+  InkRegion region{};
+  region.wByte5 = 0x1234;
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(driver.GetInkRegion(&region), -1);
+  EXPECT_EQ(+region.wByte5, 0x1234);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -7});
+  EXPECT_EQ(driver.GetInkRegion(&region), -7);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(driver.GetInkRegion(&region), 1);
+  EXPECT_EQ(+region.wByte5, 0);
+  bus.clearLog();
+  EXPECT_EQ(driver.GetInkRegion(nullptr), 0);
+  EXPECT_TRUE(bus.calls().empty());
+  driver.CloseConnection();
+}
+
+TEST_F(VisionPadInfoTest, EveryFieldIsReadFromItsPlace) {
+  openAnswering(12, hex("0C 81 02 83 04 85 06 07 08 09 0A 0B 0C FF FF FF FF 00 00 00 02"
+                        " FF FF 00 04 00 03 00 02 77 77",
+                        65));
+  DevicePadInfo info{};
+  EXPECT_EQ(driver.GetPadInfo(&info), 1);
+  EXPECT_EQ(bus.calls(), (Calls{got("0C", 65)}));
+  EXPECT_EQ(info.nMaxX, 0x8102);
+  EXPECT_EQ(info.nMaxY, 0x8304);
+  EXPECT_EQ(info.nMaxZ, 0x8506);
+  EXPECT_EQ(info.nMinX, 0x0708);
+  EXPECT_EQ(info.nMinY, 0x090A);
+  EXPECT_EQ(info.nMinZ, 0x0B0C);
+  EXPECT_EQ(info.dRatio, 2147483647.5);  // 4294967295 / 2
+  EXPECT_EQ(info.dPhysicalX, 16383.75);  // 65535 / 4
+  EXPECT_EQ(info.dPhysicalY, 1.5);
+  int ends[6] = {9, 9, 9, 9, 9, 9};
+  EXPECT_TRUE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
+  EXPECT_THAT(ends, ElementsAre(0x0708, 0x8102, 0x090A, 0x8304, 0x0B0C, 0x8506));
+  EXPECT_EQ(driver.GetPhysicalX(), 16383.75);
+  EXPECT_EQ(driver.GetPhysicalY(), 1.5);
+  driver.CloseConnection();
+}
+
+TEST_F(VisionPadInfoTest, ZeroDivisorsGiveWhatDivisionGives) {
+  openAnswering(12, hex("0C 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 00"
+                        " 00 00 00 00 00 05 00 00",
+                        65));
+  DevicePadInfo info{};
+  EXPECT_EQ(driver.GetPadInfo(&info), 1);
+  driver.CloseConnection();
+  EXPECT_EQ(info.dRatio, std::numeric_limits<double>::infinity());
+  EXPECT_TRUE(std::isnan(info.dPhysicalX));
+  EXPECT_EQ(info.dPhysicalY, std::numeric_limits<double>::infinity());
+}
+
+TEST_F(VisionPadInfoTest, ReadErrorIsToldAndGivenBackWithNothingWritten) {
+  openModel();
+  DevicePadInfo info{};
+  info.nMinX = 9;
+  int result = 9;
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(writtenBy([&] { result = driver.GetPadInfo(&info); }),
+            (Written{"", "GetPadInfoReport return false rpt size 65!!\n"}));
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(info.nMinX, 9);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(writtenBy([&] { result = driver.GetPadInfo(&info); }), kNothingWritten);
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(info.nMinX, 0);
+  bus.clearLog();
+  EXPECT_EQ(driver.GetPadInfo(nullptr), 0);
+  EXPECT_TRUE(bus.calls().empty());
+  driver.CloseConnection();
+}
+
+// What was read at open counts, whatever the pad says later.
+TEST_F(VisionPadInfoTest, RangesAndSizeAreThoseReadAtOpen) {
+  openModel();
+  bus.withModel(port, [&](PadModel&) {
+    model->setPadInformation({{1, 2}, {3, 4}, {5, 6}, {7, 1}, {8, 1}, {9, 1}});
+  });
+  DevicePadInfo info{};
+  EXPECT_EQ(driver.GetPadInfo(&info), 1);
+  EXPECT_EQ(info.nMaxX, 2);
+  bus.clearLog();
+  int ends[6] = {9, 9, 9, 9, 9, 9};
+  EXPECT_TRUE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
+  EXPECT_THAT(ends, ElementsAre(0, 1300, 0, 1400, 0, 1023));
+  EXPECT_EQ(driver.GetPhysicalX(), 4.5);
+  EXPECT_EQ(driver.GetPhysicalY(), 2.8);
+  EXPECT_TRUE(bus.calls().empty());
+  driver.CloseConnection();
+}
+
+TEST_F(VisionPadInfoTest, DataRangesWantAllSixPointers) {
+  openModel();
+  for (int missing = 0; missing < 6; ++missing) {
+    int ends[6] = {9, 9, 9, 9, 9, 9};
+    int* to[6] = {&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]};
+    to[missing] = nullptr;
+    EXPECT_FALSE(driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5])) << missing;
+    EXPECT_THAT(ends, Each(9)) << missing;
+  }
+  driver.CloseConnection();
+}
+
+TEST_F(VisionSerialTest, SixteenRawBytesAndNothingBehindThem) {
+  openModel();
+  bus.withModel(port, [&](PadModel&) {
+    model->setSerialNumber({0x41, 0x00, 0xFF, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x4B, 0x4C,
+                            0x4D, 0x4E, 0x4F, 0x50});
+  });
+  char serial[18] = {};
+  std::fill(std::begin(serial), std::end(serial), '~');
+  EXPECT_TRUE(driver.GetSerialNumber(serial));
+  EXPECT_EQ(bus.calls(), (Calls{got("02", 34)}));
+  driver.CloseConnection();
+  EXPECT_EQ(std::string_view(serial, 18), std::string_view("A\0\xFF"
+                                                           "DEFGHIJKLMNOP~~",
+                                                           18));
+}
+
+TEST_F(VisionSerialTest, NullAndAReadErrorFailInSilenceWithNothingWritten) {
+  openModel();
+  bool given = true;
+  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(nullptr); }), kNothingWritten);
+  EXPECT_FALSE(given);
+  EXPECT_TRUE(bus.calls().empty());
+  char serial[16] = "unchanged";
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
+  given = true;
+  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(serial); }), kNothingWritten);
+  EXPECT_FALSE(given);
+  EXPECT_STREQ(serial, "unchanged");
+  driver.CloseConnection();
+}
+
+TEST_F(VisionClearTest, OnlyAResultOfZeroFailsAndIsTold) {
+  openModel();
+  bool cleared = false;
+  EXPECT_EQ(writtenBy([&] { cleared = driver.ClearInkRegion(); }), kNothingWritten);
+  EXPECT_TRUE(cleared);
+  EXPECT_EQ(bus.calls(), (Calls{sent("12", 17)}));
+  bus.withModel(port, [&](PadModel&) { EXPECT_EQ(model->clears(), 1); });
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0});
+  EXPECT_EQ(writtenBy([&] { cleared = driver.ClearInkRegion(); }),
+            (Written{"", "ClearInkRegion return false\n"}));
+  EXPECT_FALSE(cleared);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1});
+  EXPECT_EQ(writtenBy([&] { cleared = driver.ClearInkRegion(); }), kNothingWritten);
+  EXPECT_TRUE(cleared);
+  driver.CloseConnection();
+}
+
+// The samples with sequences counted from the first one's.
+std::vector<Sample> counted(std::vector<Sample> samples) {
+  const unsigned first = samples.empty() ? 0 : samples.front().sequence;
+  for (Sample& sample : samples) sample.sequence = (sample.sequence - first) % 256;
+  return samples;
+}
+
+TEST_F(VisionSampleTest, FieldsAreBigEndianAndTheTimeStampIsThePads) {
+  openModel();
+  send("01 80 12 34 80 01 03 FF 89 AB CD EF 99 99 99 99 99");
+  send("01 80 FF FF 00 02 FF FF 00 00 00 01 00 00 00 00 00");
+  EXPECT_TRUE(recorder.waitFor(2));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()),
+            (std::vector<Sample>{{0x1234, 0x8001, 0x03FF, 1, 0}, {65535, 2, 65535, 1, 1}}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(0x89ABCDEFU, 1U));
+}
+
+TEST_F(VisionSampleTest, LiftedPenIsReportedWhereItLastTouched) {
+  openModel();
+  send("01 80 00 64 00 C8 01 00 00 00 00 05");
+  send("01 80 00 00 00 00 00 00 00 00 00 06");
+  send("01 80 00 00 00 00 00 00 00 00 00 07");
+  EXPECT_TRUE(recorder.waitFor(3));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()),
+            (std::vector<Sample>{{100, 200, 256, 1, 0}, {100, 200, 0, 0, 1}, {100, 200, 0, 0, 2}}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(5U, 6U, 7U));
+}
+
+TEST_F(VisionSampleTest, PenTouchesUnlessXAndYAndPressureAreZero) {
+  openModel();
+  send("01 80 00 01 00 00 00 00 00 00 00 00");
+  send("01 80 00 00 00 01 00 00 00 00 00 00");
+  send("01 80 00 00 00 00 00 01 00 00 00 00");
+  send("01 80 00 00 00 00 00 00 00 00 00 01");
+  EXPECT_TRUE(recorder.waitFor(4));
+  driver.CloseConnection();
+  EXPECT_EQ(
+      counted(recorder.samples()),
+      (std::vector<Sample>{{1, 0, 0, 1, 0}, {0, 1, 0, 1, 1}, {0, 0, 1, 1, 2}, {0, 0, 0, 0, 3}}));
+}
+
+TEST_F(VisionSampleTest, LastTouchIsKeptOverConnections) {
+  openModel();
+  send("01 80 03 03 04 04 05 05 00 00 00 00");
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver.CloseConnection();
+  velavision next;
+  ASSERT_EQ(next.OpenConnection(recordPen), 1);
+  send("01 80 00 00 00 00 00 00 00 00 00 00");
+  EXPECT_TRUE(recorder.waitFor(2));
+  next.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()).at(1), (Sample{0x0303, 0x0404, 0, 0, 1}));
+}
+
+TEST_F(VisionSampleTest, ReportOfAnotherIdQueuesThePreviousSampleAgain) {
+  openModel();
+  send("01 80 00 64 00 C8 01 00 00 00 00 05");
+  send("02 80 11 11 22 22 33 33 44 44 44 44");
+  send("00 80 00 00 00 00 00 00 00 00 00 00");
+  send("01 80 00 00 00 00 00 00 00 00 00 06");
+  send("FF 80 11 11 22 22 33 33 44 44 44 44");
+  EXPECT_TRUE(recorder.waitFor(5));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()), (std::vector<Sample>{{100, 200, 256, 1, 0},
+                                                              {100, 200, 256, 1, 1},
+                                                              {100, 200, 256, 1, 2},
+                                                              {100, 200, 0, 0, 3},
+                                                              {100, 200, 0, 0, 4}}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(5U, 5U, 5U, 6U, 6U));
+}
+
+TEST_F(VisionSampleTest, ReportOfAnotherIdBeforeAnySampleIsAllZero) {
+  openModel();
+  send("02 80 11 11 22 22 33 33 44 44 44 44");
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()), (std::vector<Sample>{{0, 0, 0, 0, 0}}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(0U));
+}
+
+TEST_F(VisionSampleTest, OtherKindsOfReportsAreDropped) {
+  openModel();
+  send("01 00 00 64 00 C8 01 00 00 00 00 05");
+  send("01 81 00 64 00 C8 01 00 00 00 00 05");
+  send("01 C0 00 64 00 C8 01 00 00 00 00 05");
+  send("80 01 00 64 00 C8 01 00 00 00 00 05");
+  send("01 80 00 01 00 02 00 03 00 00 00 04");
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()), (std::vector<Sample>{{1, 2, 3, 1, 0}}));
+}
+
+TEST_F(VisionSampleTest, ReportTooShortForASampleIsDropped) {
+  openModel();
+  send("01");
+  send("01 80");
+  send("01 80 00 64 00 C8 01 00 00 00 00");
+  send("02 80 00 64 00 C8 01 00 00 00 00");
+  send("01 80 00 01 00 02 00 03 00 00 00 04");
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()), (std::vector<Sample>{{1, 2, 3, 1, 0}}));
+}
+
+TEST_F(VisionSampleTest, FirstReportIsDeliveredWithThePenUpToo) {
+  openModel();
+  send("01 80 00 00 00 00 00 00 00 00 00 09");
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver.CloseConnection();
+  EXPECT_EQ(recorder.samples().at(0).touch, 0);
+}
+
+TEST_F(VisionSampleTest, SequenceGoesFromTwoHundredFiftyFiveToZero) {
+  openModel();
+  for (int i = 0; i < 513; ++i) send("01 80 00 01 00 02 00 03 00 00 00 04");
+  EXPECT_TRUE(recorder.waitFor(513));
+  driver.CloseConnection();
+  const std::vector<Sample> samples = recorder.samples();
+  ASSERT_EQ(samples.size(), 513U);
+  for (std::size_t i = 1; i < samples.size(); ++i) {
+    const unsigned before = samples[i - 1].sequence;
+    EXPECT_EQ(samples[i].sequence, before == 255 ? 0 : before + 1);
+  }
+  EXPECT_EQ(samples[256].sequence, samples[0].sequence);
+  EXPECT_EQ(samples[512].sequence, samples[0].sequence);
+}
+
+// Lifts a pen that never touched, then sends 256 other reports, and prints the first sample and
+// some of the sequence numbers.
+[[noreturn]] void printFirstSamples() {
+  VirtualBus& bus = VirtualBus::instance();
+  bus.setReadTimeout(std::chrono::milliseconds(3));
+  const VirtualBus::Port port = bus.plug(makePad(PadKind::Vision));
+  velavision driver;
+  driver.OpenConnection(recordPen);
+  bus.sendWhenRoom(port, hex("01 80 00 00 00 00 00 00 00 00 00 01"));
+  for (int i = 0; i < 256; ++i) {
+    bus.sendWhenRoom(port, hex("01 80 00 01 00 02 00 03 00 00 00 02"));
+  }
+  support::penRecorder().waitFor(257);
+  driver.CloseConnection();
+  const std::vector<Sample> samples = support::penRecorder().samples();
+  std::fprintf(stderr, "(%d, %d, %d, touch %d) %u %u %u %u", samples.at(0).x, samples.at(0).y,
+               samples.at(0).pressure, samples.at(0).touch, samples.at(0).sequence,
+               samples.at(254).sequence, samples.at(255).sequence, samples.at(256).sequence);
+  std::exit(0);
+}
+
+// In a process of its own: position and number are kept over all connections of a process.
+TEST(VisionFirstSampleDeathTest, IsAtZeroWithNumberOneAndThe256thHasNumberZero) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(printFirstSamples(), testing::ExitedWithCode(0),
+              "^\\(0, 0, 0, touch 0\\) 1 255 0 1$");
+}
+
+TEST_F(VisionSampleTest, WithoutAHandlerSamplesAreDropped) {
+  plug(model);
+  ASSERT_EQ(driver.OpenConnection(), 1);
+  send("01 80 00 01 00 02 00 03 00 00 00 04");
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  // When the read after the next begins the sample has been queued, and two polls later it is gone.
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
+  EXPECT_TRUE(time.waitForSleeps(500, 2));
+  EXPECT_EQ(driver.CloseConnection(), 0);
+  EXPECT_EQ(recorder.count(), 0U);
+}
+
+TEST_F(VisionSampleTest, WhatTheModelEncodesArrives) {
+  openModel();
+  EXPECT_TRUE(
+      bus.sendPen(port, {.x = 1, .y = 0.5, .pressure = 1, .touch = true, .milliseconds = 70000}));
+  EXPECT_TRUE(
+      bus.sendPen(port, {.x = 0, .y = 0, .pressure = 1, .touch = false, .milliseconds = 70010}));
+  EXPECT_TRUE(recorder.waitFor(2));
+  driver.CloseConnection();
+  EXPECT_EQ(counted(recorder.samples()),
+            (std::vector<Sample>{{1300, 700, 1023, 1, 0}, {1300, 700, 0, 0, 1}}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(70000U, 70010U));
+}
+
+TEST_F(VisionKeepAliveTest, IsSentAfterTenThousandTicksOfProcessorTimeWithoutPenData) {
+  time.stopProcessorTime(5000);
+  openModel();
+  EXPECT_TRUE(time.waitForSleeps(500, 1));  // the processing loop has begun
+  time.stopProcessorTime(14'999);
+  EXPECT_TRUE(time.waitForSleeps(500, 2));
+  EXPECT_EQ(bus.count(HidCall::SendFeature), 0);
+  time.stopProcessorTime(15'000);
+  EXPECT_TRUE(bus.waitForReturned(HidCall::SendFeature, 1));
+  EXPECT_EQ(bus.calls(), (Calls{sent("1A", 17)}));
+  bus.withModel(port, [&](PadModel&) { EXPECT_EQ(model->keepAlives(), 1); });
+  driver.CloseConnection();
+}
+
+TEST_F(VisionKeepAliveTest, SharesThePadWithTheClientsRequests) {
+  openModel();
+  EXPECT_TRUE(time.waitForSleeps(500, 1));
+  for (int i = 1; i <= 200; ++i) {
+    time.stopProcessorTime(i * 10'000);
+    EXPECT_EQ(driver.SetMode(1), 17);
+    EXPECT_TRUE(driver.ResetVelaVisionDevice());
+  }
+  EXPECT_TRUE(time.waitForSleeps(500, 2));
+  driver.CloseConnection();
+  bus.withModel(port, [&](PadModel&) {
+    EXPECT_GE(model->keepAlives(), 1);
+    EXPECT_LE(model->keepAlives(), 200);
+  });
+}
+
+// Two objects share the queue, which delivers to the first one's handler and keeps the pad alive
+// through the first one's engine.
+TEST_F(VisionCloseTest, FirstOfTwoObjectsMayCloseFirst) {
+  plug(model);
+  auto first = std::make_unique<velavision>();
+  velavision& second = driver;
+  EXPECT_EQ(first->OpenConnection(recordPen), 1);
+  EXPECT_EQ(second.OpenConnection(support::recordPen<1>), 1);
+  support::penRecorder<1>().reset();
+  send("01 80 00 01 00 02 00 03 00 00 00 04");  // both read it
+  EXPECT_TRUE(recorder.waitFor(2));
+  EXPECT_EQ(first->CloseConnection(), 0);
+  first.reset();
+  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  time.stopProcessorTime(10'000);
+  send("01 80 00 01 00 02 00 03 00 00 00 05");  // there is no queue any more
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  EXPECT_EQ(second.CloseConnection(), 0);
+  EXPECT_EQ(recorder.count(), 2U);
+  EXPECT_EQ(support::penRecorder<1>().count(), 0U);
+}
+
+TEST_F(VisionCloseTest, SecondOfTwoObjectsMayCloseFirst) {
+  openModel();
+  auto second = std::make_unique<velavision>();
+  EXPECT_EQ(second->OpenConnection(support::recordPen<1>), 1);
+  time.stopProcessorTime(10'000);
+  EXPECT_EQ(second->CloseConnection(), 0);
+  second.reset();
+  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  send("01 80 00 01 00 02 00 03 00 00 00 05");
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  EXPECT_EQ(driver.CloseConnection(), 0);
+  EXPECT_EQ(recorder.count(), 0U);
+}
+
+}  // namespace

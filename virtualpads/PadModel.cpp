@@ -1,0 +1,26 @@
+#include "virtualpads/PadModel.h"
+
+#include <stdexcept>
+
+#include "virtualpads/IiPad.h"
+#include "virtualpads/InkPad.h"
+#include "virtualpads/UsbPad.h"
+#include "virtualpads/VisionPad.h"
+
+namespace virtualpads {
+
+std::shared_ptr<PadModel> makePad(PadKind kind) {
+  switch (kind) {
+    case PadKind::Usb:
+      return std::make_shared<UsbPad>();
+    case PadKind::Ii:
+      return std::make_shared<IiPad>();
+    case PadKind::Ink:
+      return std::make_shared<InkPad>();
+    case PadKind::Vision:
+      return std::make_shared<VisionPad>();
+  }
+  throw std::invalid_argument("makePad: no such pad");
+}
+
+}  // namespace virtualpads

@@ -1,0 +1,68 @@
+// What every virtual pad has in common: who it is on the bus, what its reports look like, and how
+// it answers feature reports. The two faces (the hidapi face and the kernel face) put any model
+// behind a real interface; they know nothing of a particular pad.
+#ifndef VIRTUALPADS_PADMODEL_H
+#define VIRTUALPADS_PADMODEL_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace virtualpads {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// The pen over the writing surface at one moment.
+struct PenState {
+  double x = 0;         // 0 (left edge) to 1 (right edge); values outside are off the surface
+  double y = 0;         // 0 (top edge) to 1 (bottom edge)
+  double pressure = 0;  // 0 to 1 (the hardest the pad can tell)
+  bool touch = false;   // the pen tip is down
+  std::uint32_t milliseconds = 0;  // the pad's own clock
+};
+
+// One pad, by software. A model is not thread-safe: whoever drives it (a face, a window) serialises
+// the calls.
+class PadModel {
+ public:
+  struct Identity {
+    std::uint16_t vendor;
+    std::uint16_t product;
+    std::string name;  // the product string
+  };
+
+  virtual ~PadModel() = default;
+
+  virtual Identity identity() const = 0;
+
+  // The width and the height of the writing surface in inches, for a window that shows it.
+  virtual double widthInches() const = 0;
+  virtual double heightInches() const = 0;
+
+  // The HID report descriptor: exactly the pad's reports, with their ids and lengths.
+  virtual std::span<const std::uint8_t> reportDescriptor() const = 0;
+
+  // The input report for a pen state, as a read of the hidraw node delivers it (the report id first
+  // where the pad numbers its reports). Advances whatever counter the pad puts into its reports.
+  virtual Bytes inputReport(const PenState& pen) = 0;
+
+  // The answer to a get-feature request, report id first; nothing when the pad has no such report
+  // (the request stalls).
+  virtual std::optional<Bytes> getFeature(std::uint8_t reportId) = 0;
+
+  // Takes a set-feature report, report id first. False when the pad refuses it (unknown id, wrong
+  // length); its state is then unchanged.
+  virtual bool setFeature(std::span<const std::uint8_t> report) = 0;
+};
+
+enum class PadKind { Usb, Ii, Ink, Vision };
+
+// A new pad of that kind in the state in which it leaves the factory.
+std::shared_ptr<PadModel> makePad(PadKind kind);
+
+}  // namespace virtualpads
+
+#endif

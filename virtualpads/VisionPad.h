@@ -1,0 +1,81 @@
+// The vision pad: a pen pad over a display, with modes, an ink region and a keep-alive.
+#ifndef VIRTUALPADS_VISIONPAD_H
+#define VIRTUALPADS_VISIONPAD_H
+
+#include <array>
+#include <cstddef>
+
+#include "virtualpads/PadModel.h"
+
+namespace virtualpads {
+
+class VisionPad : public PadModel {
+ public:
+  struct Range {
+    std::uint16_t low;
+    std::uint16_t high;
+    bool operator==(const Range&) const = default;
+  };
+
+  struct Ratio {
+    std::uint32_t numerator;
+    std::uint32_t divisor;
+    bool operator==(const Ratio&) const = default;
+  };
+
+  // What the pad tells about itself.
+  struct PadInformation {
+    Range x;
+    Range y;
+    Range pressure;
+    Ratio aspect;  // width to height
+    Ratio width;   // inches; both numbers have 16 bits on the wire
+    Ratio height;
+    bool operator==(const PadInformation&) const = default;
+  };
+
+  static constexpr std::size_t kInkRegionBytes = 33;
+  using InkRegion = std::array<std::uint8_t, kInkRegionBytes>;
+  using SerialNumber = std::array<std::uint8_t, 16>;
+
+  VisionPad();
+
+  Identity identity() const override;
+  double widthInches() const override;
+  double heightInches() const override;
+  std::span<const std::uint8_t> reportDescriptor() const override;
+  Bytes inputReport(const PenState& pen) override;
+  std::optional<Bytes> getFeature(std::uint8_t reportId) override;
+  bool setFeature(std::span<const std::uint8_t> report) override;
+
+  int mode() const { return m_mode; }
+  // The ink region report without its id.
+  const InkRegion& inkRegion() const { return m_inkRegion; }
+  void setInkRegion(const InkRegion& region) { m_inkRegion = region; }
+
+  // How often the report was got or set.
+  int resets() const { return m_resets; }
+  int clears() const { return m_clears; }
+  int keepAlives() const { return m_keepAlives; }
+
+  const PadInformation& padInformation() const { return m_padInformation; }
+  void setPadInformation(const PadInformation& information) { m_padInformation = information; }
+
+  const SerialNumber& serialNumber() const { return m_serialNumber; }
+  void setSerialNumber(const SerialNumber& serialNumber) { m_serialNumber = serialNumber; }
+
+ private:
+  Bytes padInformationReport() const;
+
+  PadInformation m_padInformation;
+  SerialNumber m_serialNumber;
+  InkRegion m_inkRegion;
+  std::uint8_t m_mode = 0;
+  int m_resets = 0;
+  int m_clears = 0;
+  int m_keepAlives = 0;
+};
+
+}  // namespace virtualpads
+
+#endif

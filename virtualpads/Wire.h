@@ -1,0 +1,57 @@
+// How the pads put numbers into their reports.
+#ifndef VIRTUALPADS_WIRE_H
+#define VIRTUALPADS_WIRE_H
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "virtualpads/PadModel.h"
+
+namespace virtualpads {
+
+// The value from `low` to `high` that stands for `unit`, which runs from 0 to 1; below and above it
+// is clamped, and what is not a number is the low end.
+inline std::uint16_t scaled(double unit, std::uint16_t low, std::uint16_t high) {
+  if (!(unit > 0)) {
+    return low;
+  }
+  if (unit >= 1) {
+    return high;
+  }
+  return static_cast<std::uint16_t>(std::lround(low + unit * (high - low)));
+}
+
+// The pressure byte of the pads that have one; nothing presses while the pen is lifted.
+inline std::uint8_t pressureByte(const PenState& pen, std::uint8_t hardest) {
+  return pen.touch ? static_cast<std::uint8_t>(scaled(pen.pressure, 0, hardest)) : std::uint8_t{0};
+}
+
+inline void putLe16(std::span<std::uint8_t> bytes, std::size_t at, std::uint16_t value) {
+  bytes[at] = static_cast<std::uint8_t>(value);
+  bytes[at + 1] = static_cast<std::uint8_t>(value >> 8);
+}
+
+inline void putLe32(std::span<std::uint8_t> bytes, std::size_t at, std::uint32_t value) {
+  putLe16(bytes, at, static_cast<std::uint16_t>(value));
+  putLe16(bytes, at + 2, static_cast<std::uint16_t>(value >> 16));
+}
+
+inline void putBe16(std::span<std::uint8_t> bytes, std::size_t at, std::uint16_t value) {
+  bytes[at] = static_cast<std::uint8_t>(value >> 8);
+  bytes[at + 1] = static_cast<std::uint8_t>(value);
+}
+
+inline void putBe32(std::span<std::uint8_t> bytes, std::size_t at, std::uint32_t value) {
+  putBe16(bytes, at, static_cast<std::uint16_t>(value >> 16));
+  putBe16(bytes, at + 2, static_cast<std::uint16_t>(value));
+}
+
+inline std::uint16_t le16(std::span<const std::uint8_t> bytes, std::size_t at) {
+  return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
+}
+
+}  // namespace virtualpads
+
+#endif
