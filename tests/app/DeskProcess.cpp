@@ -1,0 +1,67 @@
+#include "DeskProcess.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+namespace {
+
+// Long enough for a loaded machine; a test that works never waits for it.
+constexpr int kDeadlineMs = 60'000;
+
+constexpr auto kNoAnswer = "no answer";
+
+}  // namespace
+
+DeskProcess::DeskProcess(const QProcessEnvironment& environment) {
+  m_process.setProcessEnvironment(environment);
+  m_process.start(TESTAPP_ON_VIRTUAL_PADS);
+  EXPECT_EQ(answer(), "open");
+}
+
+DeskProcess::~DeskProcess() {
+  m_process.kill();
+  m_process.waitForFinished();
+}
+
+std::string DeskProcess::order(const std::string& line) {
+  m_process.write((line + '\n').c_str());
+  return answer();
+}
+
+std::string DeskProcess::printedLine() {
+  m_process.setReadChannel(QProcess::StandardOutput);
+  while (!m_process.canReadLine() && m_process.waitForReadyRead(kDeadlineMs)) {
+  }
+  return m_process.readLine().toStdString();
+}
+
+bool DeskProcess::running() const {
+  return m_process.state() == QProcess::Running;
+}
+
+void DeskProcess::signal(int number) {
+  kill(static_cast<pid_t>(m_process.processId()), number);
+}
+
+DeskProcess::End DeskProcess::end() {
+  EXPECT_TRUE(!running() || m_process.waitForFinished(kDeadlineMs));
+  while (answer() != kNoAnswer) {
+  }
+  return {.crashed = m_process.exitStatus() == QProcess::CrashExit,
+          .status = m_process.exitCode(),
+          .printed = m_process.readAllStandardOutput().toStdString(),
+          .lastSaid = m_lastSaid};
+}
+
+// The next line on standard error that is the desk's; Qt and the drivers write there too.
+std::string DeskProcess::answer() {
+  const std::string mark = "desk: ";
+  m_process.setReadChannel(QProcess::StandardError);
+  for (;;) {
+    while (!m_process.canReadLine()) {
+      if (!m_process.waitForReadyRead(kDeadlineMs)) return kNoAnswer;
+    }
+    m_lastSaid = m_process.readLine().trimmed().toStdString();
+    if (m_lastSaid.starts_with(mark)) return m_lastSaid.substr(mark.size());
+  }
+}

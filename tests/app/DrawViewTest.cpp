@@ -1,0 +1,481 @@
+// The drawing view: what it paints, where it lies, and its path under two threads.
+#include "DrawView.h"
+
+#include <gmock/gmock.h>
+
+#include <QApplication>
+#include <QImage>
+#include <QPainter>
+#include <QTest>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+const QColor kWhite(255, 255, 255);
+const QColor kBlack(0, 0, 0);
+const QColor kBlue(0, 0, 255);
+
+// Counts its redraws.
+class CountingView : public DrawView {
+ public:
+  using DrawView::DrawView;
+  int redraws = 0;
+  void drawRect(QPainter& painter, const QRect& dirty) override {
+    ++redraws;
+    DrawView::drawRect(painter, dirty);
+  }
+};
+
+class DrawViewTest : public testing::Test {
+ protected:
+  DrawViewTest() { view.setGeometry(0, 0, 120, 80); }
+
+  // The view's picture; `scale` device pixels for a unit.
+  QImage picture(double scale = 1) {
+    QImage image((QSizeF(view.size()) * scale).toSize(), QImage::Format_RGB32);
+    image.setDevicePixelRatio(scale);
+    image.fill(Qt::magenta);
+    QPainter painter(&image);
+    view.drawRect(painter, view.rect());
+    return image;
+  }
+
+  void line(int x0, int y0, int x1, int y1) {
+    view.SetMoveTo(x0, y0);
+    view.SetLineTo(x1, y1);
+  }
+
+  CountingView view;
+};
+
+// Every pixel of `area` (in device pixels) has that colour.
+void expectAll(const QImage& image, const QRect& area, const QColor& colour) {
+  for (int y = area.top(); y <= area.bottom(); ++y) {
+    for (int x = area.left(); x <= area.right(); ++x) {
+      ASSERT_EQ(image.pixelColor(x, y).name(), colour.name()) << "at " << x << ", " << y;
+    }
+  }
+}
+
+// --- the picture ---
+
+TEST_F(DrawViewTest, EmptyViewIsAWhiteFieldInABlackFrame) {
+  const QImage image = picture();
+  expectAll(image, {1, 1, 118, 78}, kWhite);
+  expectAll(image, {0, 0, 120, 1}, kBlack);
+  expectAll(image, {0, 79, 120, 1}, kBlack);
+  expectAll(image, {0, 0, 1, 80}, kBlack);
+  expectAll(image, {119, 0, 1, 80}, kBlack);
+}
+
+TEST_F(DrawViewTest, FrameIsAsWideAtScaleTwo) {
+  const QImage image = picture(2);
+  ASSERT_EQ(image.size(), QSize(240, 160));
+  expectAll(image, {2, 2, 236, 156}, kWhite);
+  expectAll(image, {0, 0, 240, 2}, kBlack);
+  expectAll(image, {0, 158, 240, 2}, kBlack);
+  expectAll(image, {0, 0, 2, 160}, kBlack);
+  expectAll(image, {238, 0, 2, 160}, kBlack);
+}
+
+TEST_F(DrawViewTest, FrameIsCrispAtEveryScale) {
+  for (const double scale : {1.25, 1.5, 1.75, 3.0}) {
+    const QImage image = picture(scale);
+    const int right = image.width() - 1;
+    const int bottom = image.height() - 1;
+    EXPECT_EQ(image.pixelColor(0, 0), kBlack);
+    EXPECT_EQ(image.pixelColor(right, bottom), kBlack);
+    for (int x = 0; x <= right; ++x) {
+      const QColor pixel = image.pixelColor(x, bottom / 2);
+      EXPECT_EQ(pixel, x < scale || x > right - scale ? pixel : kWhite) << scale << " at " << x;
+      EXPECT_TRUE(pixel == kWhite || pixel == kBlack) << scale << " at " << x;
+    }
+    EXPECT_EQ(image.pixelColor(0, bottom / 2), kBlack);
+    EXPECT_EQ(image.pixelColor(right, bottom / 2), kBlack);
+    EXPECT_EQ(image.pixelColor(right / 2, 0), kBlack);
+    EXPECT_EQ(image.pixelColor(right / 2, bottom), kBlack);
+  }
+}
+
+TEST_F(DrawViewTest, StrokeIsTwoUnitsWideAndHasButtEnds) {
+  line(20, 30, 60, 30);
+  const QImage image = picture();
+  expectAll(image, {20, 29, 40, 2}, kBlue);
+  expectAll(image, {1, 29, 19, 2}, kWhite);
+  expectAll(image, {60, 29, 59, 2}, kWhite);
+  expectAll(image, {1, 1, 118, 28}, kWhite);
+  expectAll(image, {1, 31, 118, 48}, kWhite);
+}
+
+TEST_F(DrawViewTest, StrokeIsWhereItIsAtScaleTwo) {
+  line(20, 30, 20, 50);
+  const QImage image = picture(2);
+  expectAll(image, {38, 60, 4, 40}, kBlue);
+  expectAll(image, {2, 2, 36, 156}, kWhite);
+  expectAll(image, {42, 2, 196, 156}, kWhite);
+  expectAll(image, {38, 2, 4, 58}, kWhite);
+  expectAll(image, {38, 100, 4, 58}, kWhite);
+}
+
+TEST_F(DrawViewTest, DiagonalStrokeIsAntialiased) {
+  line(20, 20, 40, 40);
+  const QImage image = picture();
+  EXPECT_EQ(image.pixelColor(30, 30), kBlue);
+  // The stroke's edge cuts this pixel's corner: neither ink nor field.
+  const QColor edge = image.pixelColor(31, 29);
+  EXPECT_EQ(edge.blue(), 255);
+  EXPECT_GT(edge.red(), 0);
+  EXPECT_LT(edge.red(), 255);
+  EXPECT_EQ(image.pixelColor(33, 27), kWhite);
+}
+
+TEST_F(DrawViewTest, StrokesHaveAGapBetweenThem) {
+  line(20, 30, 40, 30);
+  line(50, 30, 70, 30);
+  const QImage image = picture();
+  expectAll(image, {20, 29, 20, 2}, kBlue);
+  expectAll(image, {40, 29, 10, 2}, kWhite);
+  expectAll(image, {50, 29, 20, 2}, kBlue);
+}
+
+TEST_F(DrawViewTest, JoinIsMitred) {
+  view.SetMoveTo(20, 30);
+  view.SetLineTo(40, 30);
+  view.SetLineTo(40, 50);
+  expectAll(picture(), {39, 29, 2, 21}, kBlue);  // with the outer corner's pixel at 40, 29
+}
+
+TEST_F(DrawViewTest, SegmentsThatAreSubpathsOfTheirOwnHaveNoJoin) {
+  line(20, 30, 40, 30);
+  line(40, 30, 40, 50);
+  const QImage image = picture();
+  EXPECT_EQ(image.pixelColor(40, 29), kWhite);
+  EXPECT_EQ(image.pixelColor(40, 30), kBlue);
+}
+
+TEST_F(DrawViewTest, OriginIsTheTopLeftCorner) {
+  EXPECT_TRUE(view.flipped());
+  line(5, 5, 15, 5);
+  expectAll(picture(), {5, 4, 10, 2}, kBlue);
+}
+
+TEST_F(DrawViewTest, InkCoversTheFrame) {
+  line(0, 30, 20, 30);
+  EXPECT_EQ(picture().pixelColor(0, 29), kBlue);
+}
+
+TEST_F(DrawViewTest, InkOutsideTheViewIsNotShown) {
+  line(-2'000'000'000, 30, -1'000'000'000, 30);
+  line(20, 2'000'000'000, 60, 2'100'000'000);
+  line(200, 30, 240, 30);
+  expectAll(picture(), {1, 1, 118, 78}, kWhite);
+}
+
+TEST_F(DrawViewTest, LineFromFarOutsideCrossesTheView) {
+  line(std::numeric_limits<std::int32_t>::min() / 140, 30,
+       std::numeric_limits<std::int32_t>::max() / 140, 30);
+  expectAll(picture(), {0, 29, 120, 2}, kBlue);
+}
+
+TEST_F(DrawViewTest, WholeViewIsPaintedWhateverIsDirty) {
+  line(20, 30, 60, 30);
+  QImage image(120, 80, QImage::Format_RGB32);
+  image.fill(Qt::magenta);
+  QPainter painter(&image);
+  view.drawRect(painter, QRect(100, 70, 1, 1));
+  painter.end();
+  EXPECT_EQ(image, picture());
+}
+
+TEST_F(DrawViewTest, RepaintingChangesNothing) {
+  line(20, 30, 60, 50);
+  EXPECT_EQ(picture(), picture());
+}
+
+TEST_F(DrawViewTest, BackgroundAloneHasNoInk) {
+  line(20, 30, 60, 30);
+  QImage image(120, 80, QImage::Format_RGB32);
+  QPainter painter(&image);
+  view.setbgwhite(painter);
+  EXPECT_EQ(painter.pen().widthF(), 2.0);
+  painter.end();
+  expectAll(image, {1, 1, 118, 78}, kWhite);
+  expectAll(image, {0, 0, 120, 1}, kBlack);
+}
+
+TEST_F(DrawViewTest, SubclassMayPaintAnotherBackground) {
+  class View : public DrawView {
+   public:
+    void setbgwhite(QPainter& painter) override { painter.setPen(QPen(Qt::red, 6)); }
+  };
+  View other;
+  other.SetMoveTo(20, 30);
+  other.SetLineTo(60, 30);
+  QImage image(120, 80, QImage::Format_RGB32);
+  image.fill(Qt::green);
+  QPainter painter(&image);
+  other.drawRect(painter, {});
+  painter.end();
+  // The ink is as wide as the background's pen left it, in the ink's own colour.
+  expectAll(image, {20, 27, 40, 6}, kBlue);
+}
+
+TEST_F(DrawViewTest, WidgetShowsWhatDrawRectPaints) {
+  line(20, 30, 60, 30);
+  const QImage expected = picture();
+  EXPECT_EQ(view.grab().toImage().convertToFormat(QImage::Format_RGB32), expected);
+}
+
+TEST_F(DrawViewTest, ThemeDoesNotMatter) {
+  line(20, 30, 60, 50);
+  const QImage before = view.grab().toImage();
+  const QPalette usual = QApplication::palette();
+  QApplication::setPalette(QPalette(Qt::darkGray, Qt::black));
+  view.setStyleSheet("* { background: red; color: green }");
+  EXPECT_EQ(view.grab().toImage(), before);
+  QApplication::setPalette(usual);
+}
+
+// --- the path ---
+
+TEST_F(DrawViewTest, NewViewHasNoInk) {
+  EXPECT_EQ(view.path().elementCount(), 0);
+  EXPECT_EQ(view.firstPoint, 0);
+}
+
+TEST_F(DrawViewTest, MovesAloneDrawNothing) {
+  view.SetMoveTo(20, 30);
+  view.SetMoveTo(60, 30);
+  expectAll(picture(), {1, 1, 118, 78}, kWhite);
+}
+
+TEST_F(DrawViewTest, StrokeOfOnePointDrawsNothing) {
+  line(20, 30, 20, 30);
+  expectAll(picture(), {1, 1, 118, 78}, kWhite);
+}
+
+TEST_F(DrawViewTest, LineWithoutAPointToStartFromDrawsNothing) {
+  view.SetLineTo(60, 60);
+  EXPECT_EQ(view.path().elementCount(), 0);
+  expectAll(picture(), {1, 1, 118, 78}, kWhite);
+  view.SetMoveTo(60, 60);
+  view.SetLineTo(80, 60);
+  expectAll(picture(), {60, 59, 20, 2}, kBlue);
+}
+
+TEST_F(DrawViewTest, ClearedViewShowsOnlyFieldAndFrame) {
+  const QImage empty = picture();
+  line(20, 30, 60, 50);
+  EXPECT_NE(picture(), empty);
+  view.ClearContext();
+  EXPECT_EQ(view.path().elementCount(), 0);
+  EXPECT_EQ(picture(), empty);
+}
+
+TEST_F(DrawViewTest, ClearDropsInkThatWasNeverLookedAt) {
+  line(20, 30, 60, 50);
+  view.ClearContext();
+  EXPECT_EQ(view.path().elementCount(), 0);
+}
+
+TEST_F(DrawViewTest, LineAfterAClearDrawsNoLineFromTheCorner) {
+  line(20, 30, 60, 30);
+  view.ClearContext();
+  view.SetLineTo(80, 60);
+  EXPECT_EQ(view.path().elementCount(), 0);
+  expectAll(picture(), {1, 1, 118, 78}, kWhite);
+}
+
+TEST_F(DrawViewTest, ClearingAnEmptyViewDoesNothing) {
+  view.ClearContext();
+  view.ClearContext();
+  EXPECT_EQ(view.path().elementCount(), 0);
+}
+
+// --- redraw requests ---
+
+class ShownViewTest : public DrawViewTest {
+ protected:
+  ShownViewTest() {
+    view.show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
+    QApplication::processEvents();
+    view.redraws = 0;
+  }
+
+  // Redraws now what was asked for.
+  int takeRedraws() {
+    QApplication::sendPostedEvents();  // the view's requests, which become one of the window,
+    QApplication::sendPostedEvents();  // which is met
+    return std::exchange(view.redraws, 0);
+  }
+};
+
+TEST_F(ShownViewTest, MoveAndClearAskForNoRedraw) {
+  view.SetMoveTo(20, 30);
+  view.ClearContext();
+  EXPECT_EQ(takeRedraws(), 0);
+}
+
+TEST_F(ShownViewTest, LineAsksForARedraw) {
+  line(20, 30, 60, 30);
+  EXPECT_EQ(takeRedraws(), 1);
+  view.SetLineTo(60, 40);
+  EXPECT_EQ(takeRedraws(), 1);
+}
+
+TEST_F(ShownViewTest, RedrawIsMadeOnRequest) {
+  view.setNeedsDisplay(true);
+  EXPECT_EQ(takeRedraws(), 1);
+  EXPECT_EQ(takeRedraws(), 0);
+}
+
+TEST_F(ShownViewTest, NoRedrawIsMadeWhenNoneIsNeeded) {
+  view.setNeedsDisplay(false);
+  EXPECT_EQ(takeRedraws(), 0);
+}
+
+TEST_F(ShownViewTest, RequestsUpToTheRedrawAreOne) {
+  std::thread([this] {
+    for (int i = 0; i < 10'000; ++i) line(20, 30, 60, 30);
+  }).join();
+  view.setNeedsDisplay(true);
+  EXPECT_EQ(takeRedraws(), 1);
+  EXPECT_EQ(view.path().elementCount(), 20'000);
+}
+
+TEST_F(ShownViewTest, InkOfAnotherThreadIsShown) {
+  std::thread([this] { line(20, 30, 60, 30); }).join();
+  takeRedraws();
+  expectAll(view.grab().toImage(), {20, 29, 40, 2}, kBlue);
+}
+
+// --- the frame ---
+
+class FrameTest : public testing::Test {
+ protected:
+  FrameTest() { parent.resize(200, 200); }
+
+  QWidget parent;
+  DrawView view{&parent};
+};
+
+TEST_F(FrameTest, ResizeKeepsTheCentreByTheGivenRule) {
+  view.setGeometry(10, 10, 100, 100);
+  view.resize(4.0, 3.0);
+  // The origin would be (-84, -48); it is mirrored.
+  EXPECT_EQ(view.frame(), QRectF(84, 48, 288, 216));
+  EXPECT_EQ(view.geometry(), QRect(84, 48, 288, 216));
+}
+
+TEST_F(FrameTest, CentreStaysWhereItWas) {
+  view.setGeometry(200, 150, 100, 100);
+  view.resize(2.0, 1.0);
+  EXPECT_EQ(view.frame(), QRectF(178, 164, 144, 72));
+  EXPECT_EQ(view.geometry(), QRect(178, 164, 144, 72));
+  view.resize(1.0, 2.0);
+  EXPECT_EQ(view.frame(), QRectF(214, 128, 72, 144));
+}
+
+TEST_F(FrameTest, FrameKeepsFractionsAndTheWidgetRoundsThem) {
+  view.setGeometry(200, 150, 100, 100);
+  view.resize(3.685, 2.23);
+  EXPECT_DOUBLE_EQ(view.frame().width(), 265.32);
+  EXPECT_DOUBLE_EQ(view.frame().height(), 160.56);
+  EXPECT_DOUBLE_EQ(view.frame().x(), 117.34);
+  EXPECT_DOUBLE_EQ(view.frame().y(), 119.72);
+  EXPECT_EQ(view.geometry(), QRect(117, 120, 265, 161));
+  EXPECT_EQ(view.bounds(), QRectF(0, 0, 265, 161));
+}
+
+// Rounding each time, the view would wander.
+TEST_F(FrameTest, FractionsAddUpToNothing) {
+  view.setGeometry(200, 150, 100, 100);
+  for (int i = 0; i < 1000; ++i) {
+    view.resize(3.685, 2.23);
+    view.resize(3.11, 2.28);
+  }
+  EXPECT_NEAR(view.frame().center().x(), 250, 1e-6);
+  EXPECT_NEAR(view.frame().center().y(), 200, 1e-6);
+}
+
+TEST_F(FrameTest, PlaceThatSomeoneElseGaveIsTheFrame) {
+  view.resize(3.685, 2.23);
+  view.setGeometry(10, 20, 30, 40);
+  EXPECT_EQ(view.frame(), QRectF(10, 20, 30, 40));
+}
+
+TEST_F(FrameTest, NewFrameIsTold) {
+  QRectF told;
+  QObject::connect(&view, &DrawView::frameChanged, [&](const QRectF& frame) { told = frame; });
+  view.setGeometry(200, 150, 100, 100);
+  view.resize(2.0, 1.0);
+  EXPECT_EQ(told, QRectF(178, 164, 144, 72));
+}
+
+TEST_F(FrameTest, ZeroSizeIsAPoint) {
+  view.setGeometry(10, 20, 100, 80);
+  view.resize(0.0, 0.0);
+  EXPECT_EQ(view.frame(), QRectF(60, 60, 0, 0));
+}
+
+TEST_F(FrameTest, NegativeSizeIsNone) {
+  view.setGeometry(10, 20, 100, 80);
+  view.resize(-1.0, -1.0);
+  // The origin goes by the size as stated: 10 + (72 + 100) / 2.
+  EXPECT_EQ(view.frame(), QRectF(96, 96, 0, 0));
+}
+
+struct Absurd {
+  double stated;
+  double length;  // what the frame then has
+};
+
+class AbsurdSizeTest : public FrameTest, public testing::WithParamInterface<Absurd> {};
+
+TEST_P(AbsurdSizeTest, IsHeldWithinWhatTheToolkitCanHold) {
+  view.setGeometry(10, 10, 100, 100);
+  view.resize(GetParam().stated, GetParam().stated);
+  const QRectF frame = view.frame();
+  EXPECT_EQ(frame.size(), QSizeF(GetParam().length, GetParam().length));
+  EXPECT_GE(frame.x(), 0);
+  EXPECT_LE(frame.right(), 16777215);
+  EXPECT_GE(frame.y(), 0);
+  EXPECT_LE(frame.bottom(), 16777215);
+  EXPECT_EQ(view.width(), static_cast<int>(GetParam().length));
+
+  parent.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&parent));
+  view.SetMoveTo(5, 5);
+  view.SetLineTo(50, 50);
+  QApplication::processEvents();
+  QImage corner(100, 100, QImage::Format_RGB32);
+  QPainter painter(&corner);
+  view.drawRect(painter, {});
+
+  // The next pad with a size is shown as ever.
+  view.resize(4.0, 3.0);
+  EXPECT_EQ(view.size(), QSize(288, 216));
+  EXPECT_LE(view.frame().right(), 16777215);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, AbsurdSizeTest,
+                         testing::Values(Absurd{kInfinity, 16777215},  //
+                                         Absurd{-kInfinity, 0},        //
+                                         Absurd{kNan, 0},              //
+                                         Absurd{1e300, 16777215},      //
+                                         Absurd{-1e300, 0},            //
+                                         Absurd{233017, 16777215},     // 72 units more than it can
+                                         Absurd{1e-300, 7.2e-299}));
+
+// There is no view of a given frame: the form makes the view and places it afterwards.
+static_assert(!std::is_constructible_v<DrawView, QRect>);
+static_assert(!std::is_constructible_v<DrawView, QRectF>);
+static_assert(std::is_constructible_v<DrawView, QWidget*>);
+
+}  // namespace

@@ -1,0 +1,45 @@
+// Flat functions that are linked in place of the SDK's: they write down that they were called and
+// answer as the test tells them.
+#ifndef TESTS_APP_FAKEVELA_H
+#define TESTS_APP_FAKEVELA_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "VelaWrap.h"
+
+namespace fakevela {
+
+struct Provider {
+  const char* classid;
+  const char* description;
+};
+
+// For the GUI thread.
+struct State {
+  // What happened, in order; tests add what they see elsewhere.
+  std::vector<std::string> log;
+
+  std::vector<Provider> providers = {
+      {"A0", "Vela USB"}, {"B1", "Vela II"}, {"C2", "Vela Ink"}, {"D3", "Vela Vision"}};
+  short numProviders = 4;
+  bool providerOpens = true;
+  short numDevices = 1;
+  bool connectionOpens = true;
+  double physicalX = 3.685;
+  double physicalY = 2.23;
+  std::function<void()> onCloseConnection = [] {};
+
+  PenEventHandler handler = nullptr;
+  int handles = 0;  // made by newgIIVela
+};
+
+State& state();
+
+// Back to the state in which a test begins.
+void reset();
+
+}  // namespace fakevela
+
+#endif

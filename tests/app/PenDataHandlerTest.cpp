@@ -1,0 +1,138 @@
+// The pen callback: scaling, and which calls of the drawing view a sample becomes.
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "ControllerFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using PenDataHandlerTest = StartedController;
+using PenDataHandlerDeathTest = FreshApplication;
+using PenDataHandlerAloneTest = FreshApplication;
+
+constexpr std::uint8_t kDown = 1;
+constexpr std::uint8_t kUp = 0;
+
+void pen(std::int32_t x, std::int32_t y, std::uint8_t touch) {
+  // As the SDK calls it.
+  const PenEventHandler handler = PenDataHandler;
+  handler(x, y, 100, touch, 4711, 1);
+}
+
+TEST_F(PenDataHandlerTest, UsbPadScalesBy140And200) {
+  gpadindex = 0;
+  pen(700, 1000, kDown);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 5 5"));
+}
+
+TEST_F(PenDataHandlerTest, InkPadScalesBy140And200) {
+  gpadindex = 2;
+  pen(32767, 32767, kDown);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 234 163"));
+}
+
+TEST_F(PenDataHandlerTest, NoChosenPadScalesBy140And200) {
+  gpadindex = -1;
+  pen(700, 1000, kDown);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 5 5"));
+}
+
+TEST_F(PenDataHandlerTest, VisionPadScalesBy4And7) {
+  gpadindex = 3;
+  pen(-7, 13, kDown);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo -1 1"));
+}
+
+TEST_F(PenDataHandlerTest, DivisionTruncatesTowardZero) {
+  gpadindex = 0;
+  pen(139, 199, kDown);
+  pen(-139, -199, kDown);
+  pen(-279, -399, kUp);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 0 0",                                           //
+                                     "SetLineTo 0 0", "setNeedsDisplay true", "SetMoveTo 0 0",  //
+                                     "SetLineTo -1 -1", "setNeedsDisplay true", "SetMoveTo -1 -1"));
+}
+
+TEST_F(PenDataHandlerTest, ExtremeCoordinatesAreScaledToo) {
+  constexpr auto lowest = std::numeric_limits<std::int32_t>::min();
+  constexpr auto highest = std::numeric_limits<std::int32_t>::max();
+  gpadindex = 3;
+  pen(lowest, highest, kUp);
+  gpadindex = 0;
+  pen(highest, lowest, kUp);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo -536870912 306783378",  //
+                                     "SetMoveTo 15339168 -10737418"));
+}
+
+TEST_F(PenDataHandlerTest, StrokeIsAMoveThenPairsOfLineAndMove) {
+  pen(700, 1000, kDown);
+  EXPECT_EQ(firstPoint, 1);
+  pen(1400, 2000, kDown);
+  pen(2100, 3000, kUp);
+  EXPECT_EQ(firstPoint, 0);
+  EXPECT_THAT(takeLog(),
+              ElementsAre("SetMoveTo 5 5",                                               //
+                          "SetLineTo 10 10", "setNeedsDisplay true", "SetMoveTo 10 10",  //
+                          "SetLineTo 15 15", "setNeedsDisplay true", "SetMoveTo 15 15"));
+}
+
+TEST_F(PenDataHandlerTest, SampleAfterALiftedPenStartsAStroke) {
+  pen(700, 1000, kDown);
+  pen(1400, 2000, kUp);
+  takeLog();
+  pen(2800, 4000, kDown);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 20 20"));
+}
+
+TEST_F(PenDataHandlerTest, LiftedFirstSampleIsAMoveAndTheNextOneToo) {
+  pen(700, 1000, kUp);
+  EXPECT_EQ(firstPoint, 0);
+  pen(1400, 2000, kDown);
+  EXPECT_EQ(firstPoint, 1);
+  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 5 5", "SetMoveTo 10 10"));
+}
+
+TEST_F(PenDataHandlerTest, AnyTouchByteButZeroIsADownPen) {
+  pen(700, 1000, 0x80);
+  EXPECT_EQ(firstPoint, 1);
+}
+
+TEST_F(PenDataHandlerTest, AnyFlagButZeroContinuesTheStroke) {
+  firstPoint = -1;
+  pen(700, 1000, kDown);
+  EXPECT_EQ(firstPoint, -1);
+  EXPECT_THAT(takeLog(), ElementsAre("SetLineTo 5 5", "setNeedsDisplay true", "SetMoveTo 5 5"));
+}
+
+TEST_F(PenDataHandlerTest, FlagIsSetBeforeTheViewIsCalled) {
+  int seen = 0;
+  view->onMoveTo = [&] { seen = firstPoint; };
+  pen(700, 1000, kUp);
+  EXPECT_EQ(seen, 1);
+}
+
+TEST_F(PenDataHandlerAloneTest, WithoutControllerOnlyTheFlagChanges) {
+  pen(700, 1000, kDown);
+  EXPECT_EQ(firstPoint, 1);
+  pen(700, 1000, kDown);
+  EXPECT_EQ(firstPoint, 1);
+  pen(700, 1000, kUp);
+  EXPECT_EQ(firstPoint, 0);
+  pen(700, 1000, kUp);
+  EXPECT_EQ(firstPoint, 0);
+  EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(PenDataHandlerDeathTest, ControllerWithoutViewIsFatal) {
+  MainWindowController controller;
+  m_mainWindowController = &controller;
+  EXPECT_DEATH(pen(700, 1000, kDown), endsIn("the outlet m_drawview is empty"));
+  firstPoint = 1;
+  EXPECT_DEATH(pen(700, 1000, kDown), endsIn("the outlet m_drawview is empty"));
+}
+
+}  // namespace

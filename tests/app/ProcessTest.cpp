@@ -1,0 +1,111 @@
+// The application as a process: its standard output, its signals, its end.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include "DeskProcess.h"
+
+namespace {
+
+// Opens a pad of that kind, and writes on it.
+void connectPad(DeskProcess& desk, int kind) {
+  const std::string port = desk.order("plug " + std::to_string(kind));
+  desk.order("choose " + std::to_string(kind));
+  desk.order("click m_OpenButton");
+  desk.order("pen " + port + " 0.25 0.5 1");
+  desk.order("pen " + port + " 0.75 0.5 1");
+  desk.order("pen " + port + " 0.75 0.5 0");
+  ASSERT_EQ(desk.order("wait-points 3"), "done");
+}
+
+void expectQuietEnd(DeskProcess& desk) {
+  const auto end = desk.end();
+  EXPECT_FALSE(end.crashed);
+  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.printed, "");
+  EXPECT_EQ(end.lastSaid, "desk: opened 1, closed 1, open 0");
+}
+
+TEST(PrintingTest, LineIsOutAtOnceThroughAPipe) {
+  DeskProcess desk;
+  desk.order("choose 2");
+  desk.order("click m_OpenButton");
+  EXPECT_EQ(desk.printedLine(), "No device Vela Ink found\n");
+  EXPECT_TRUE(desk.running());
+}
+
+TEST(PrintingTest, LineOfADriverIsOutAtOnceToo) {
+  DeskProcess desk;
+  desk.order("lock " + desk.order("plug 1"));
+  desk.order("choose 1");
+  desk.order("click m_OpenButton");
+  EXPECT_EQ(desk.printedLine(), "velaii:opendevice failed\n");
+  EXPECT_TRUE(desk.running());
+}
+
+TEST(EndTest, SuccessfulRunPrintsNothing) {
+  DeskProcess desk;
+  connectPad(desk, 0);
+  desk.order("click m_ClearButton");
+  desk.order("click m_ResetButton");
+  desk.order("close");
+  expectQuietEnd(desk);
+}
+
+class PadTest : public testing::TestWithParam<int> {};
+
+TEST_P(PadTest, TerminationSignalLeavesThePadClosed) {
+  for (const int number : {SIGTERM, SIGINT}) {
+    DeskProcess desk;
+    connectPad(desk, GetParam());
+    desk.signal(number);
+    expectQuietEnd(desk);
+  }
+}
+
+TEST_P(PadTest, ClosingTheWindowLeavesThePadClosed) {
+  DeskProcess desk;
+  connectPad(desk, GetParam());
+  desk.order("close");
+  expectQuietEnd(desk);
+}
+
+TEST_P(PadTest, QuittingLeavesThePadClosed) {
+  DeskProcess desk;
+  connectPad(desk, GetParam());
+  desk.order("quit");
+  expectQuietEnd(desk);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, PadTest, testing::Values(0, 1, 2, 3));
+
+TEST(EndTest, SignalEndsAnIdleApplicationToo) {
+  DeskProcess desk;
+  desk.signal(SIGTERM);
+  const auto end = desk.end();
+  EXPECT_FALSE(end.crashed);
+  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0");
+}
+
+TEST(EndTest, ProviderLeftOpenByAFailureIsClosed) {
+  DeskProcess desk;
+  desk.order("click m_OpenButton");
+  EXPECT_EQ(desk.printedLine(), "No device Vela USB found\n");
+  desk.order("close");
+  const auto end = desk.end();
+  EXPECT_FALSE(end.crashed);
+  EXPECT_EQ(end.status, 0);
+}
+
+TEST(EndTest, BrokenInvariantStopsTheProcess) {
+  DeskProcess desk;
+  connectPad(desk, 0);
+  desk.order("destroy m_drawview");
+  desk.order("click m_ClearButton");
+  const auto end = desk.end();
+  EXPECT_TRUE(end.crashed);
+  EXPECT_EQ(end.status, SIGABRT);
+  EXPECT_EQ(end.lastSaid, "fatal error: the outlet m_drawview is empty");
+}
+
+}  // namespace

@@ -1,0 +1,172 @@
+// The flat functions over the real facade.
+#include "VelaWrap.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "giivela.h"
+
+extern "C" int callAllFromC(void);
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+// A facade whose operations only write down what they are given, and answer with a value of their
+// own.
+class RecordingFacade : public gIIVela {
+ public:
+  static inline std::vector<std::string> log;
+  static inline char classid[] = "a class id";
+  static inline char description[] = "a description";
+  static inline char serial[] = "a serial number";
+  static inline PenEventHandler handler = nullptr;
+
+  ~RecordingFacade() override { log.emplace_back("~gIIVela"); }
+  void CloseConnection() override { log.emplace_back("CloseConnection"); }
+  bool OpenConnection() override { return note("OpenConnection", true); }
+  short GetNumProviders() override { return note<short>("GetNumProviders", 11); }
+  char* GetProviderClassID(short index) override {
+    return note("GetProviderClassID " + std::to_string(index), classid);
+  }
+  char* GetProviderDescription(short index) override {
+    return note("GetProviderDescription " + std::to_string(index), description);
+  }
+  void SetProviderDescription(char* id, char* text) override {
+    log.push_back(std::string("SetProviderDescription ") + id + ", " + text);
+  }
+  bool OpenProvider(char* id) override { return note(std::string("OpenProvider ") + id, true); }
+  void CloseProvider() override { log.emplace_back("CloseProvider"); }
+  short GetNumDevices() override { return note<short>("GetNumDevices", -12); }
+  char* GetSerialNumber() override { return note("GetSerialNumber", serial); }
+  int GetDataRangeMinX() override { return note("GetDataRangeMinX", 1); }
+  int GetDataRangeMinY() override { return note("GetDataRangeMinY", 2); }
+  int GetDataRangeMinZ() override { return note("GetDataRangeMinZ", 3); }
+  int GetDataRangeMaxX() override { return note("GetDataRangeMaxX", 4); }
+  int GetDataRangeMaxY() override { return note("GetDataRangeMaxY", 5); }
+  int GetDataRangeMaxZ() override { return note("GetDataRangeMaxZ", 6); }
+  double GetPhysicalX() override { return note("GetPhysicalX", 7.5); }
+  double GetPhysicalY() override { return note("GetPhysicalY", 8.5); }
+  bool RegisterEventHandler(PenEventHandler given) override {
+    handler = given;
+    return note("RegisterEventHandler", true);
+  }
+  bool ClearInking() override { return note("ClearInking", true); }
+
+ private:
+  template <typename Value>
+  static Value note(const std::string& call, Value answer) {
+    log.push_back(call);
+    return answer;
+  }
+};
+
+void someHandler(std::int32_t, std::int32_t, std::int32_t, std::uint8_t, std::uint32_t,
+                 std::uint32_t) {}
+
+class ForwardingTest : public testing::Test {
+ protected:
+  ForwardingTest() { RecordingFacade::log.clear(); }
+  ~ForwardingTest() override {
+    if (vela != nullptr) deletegIIVela(vela);
+  }
+
+  // The one call that was made since the last look.
+  static std::string call() {
+    EXPECT_EQ(RecordingFacade::log.size(), 1u);
+    std::string only = RecordingFacade::log.empty() ? "" : RecordingFacade::log[0];
+    RecordingFacade::log.clear();
+    return only;
+  }
+
+  void* vela = static_cast<gIIVela*>(new RecordingFacade);
+};
+
+TEST_F(ForwardingTest, EveryFunctionIsItsOperation) {
+  EXPECT_EQ(GetNumProviders(vela), 11);
+  EXPECT_EQ(call(), "GetNumProviders");
+  EXPECT_EQ(GetProviderClassID(vela, 3), RecordingFacade::classid);
+  EXPECT_EQ(call(), "GetProviderClassID 3");
+  EXPECT_EQ(GetProviderDescription(vela, -2), RecordingFacade::description);
+  EXPECT_EQ(call(), "GetProviderDescription -2");
+  char id[] = "1234";
+  char text[] = "name";
+  SetProviderDescription(vela, id, text);
+  EXPECT_EQ(call(), "SetProviderDescription 1234, name");
+  EXPECT_TRUE(OpenProvider(vela, id));
+  EXPECT_EQ(call(), "OpenProvider 1234");
+  CloseProvider(vela);
+  EXPECT_EQ(call(), "CloseProvider");
+  EXPECT_TRUE(OpenConnection(vela));
+  EXPECT_EQ(call(), "OpenConnection");
+  CloseConnection(vela);
+  EXPECT_EQ(call(), "CloseConnection");
+  EXPECT_EQ(GetNumDevices(vela), -12);
+  EXPECT_EQ(call(), "GetNumDevices");
+  EXPECT_EQ(GetSerialNumber(vela), RecordingFacade::serial);
+  EXPECT_EQ(call(), "GetSerialNumber");
+  EXPECT_EQ(GetDataRangeMinX(vela), 1);
+  EXPECT_EQ(call(), "GetDataRangeMinX");
+  EXPECT_EQ(GetDataRangeMinY(vela), 2);
+  EXPECT_EQ(call(), "GetDataRangeMinY");
+  EXPECT_EQ(GetDataRangeMinZ(vela), 3);
+  EXPECT_EQ(call(), "GetDataRangeMinZ");
+  EXPECT_EQ(GetDataRangeMaxX(vela), 4);
+  EXPECT_EQ(call(), "GetDataRangeMaxX");
+  EXPECT_EQ(GetDataRangeMaxY(vela), 5);
+  EXPECT_EQ(call(), "GetDataRangeMaxY");
+  EXPECT_EQ(GetDataRangeMaxZ(vela), 6);
+  EXPECT_EQ(call(), "GetDataRangeMaxZ");
+  EXPECT_EQ(GetPhysicalX(vela), 7.5);
+  EXPECT_EQ(call(), "GetPhysicalX");
+  EXPECT_EQ(GetPhysicalY(vela), 8.5);
+  EXPECT_EQ(call(), "GetPhysicalY");
+  EXPECT_TRUE(RegisterEventHandler(vela, someHandler));
+  EXPECT_EQ(call(), "RegisterEventHandler");
+  EXPECT_EQ(RecordingFacade::handler, &someHandler);
+  EXPECT_TRUE(ClearInking(vela));
+  EXPECT_EQ(call(), "ClearInking");
+}
+
+TEST_F(ForwardingTest, DeleteRunsTheVirtualDestructor) {
+  deletegIIVela(std::exchange(vela, nullptr));
+  EXPECT_EQ(call(), "~gIIVela");
+}
+
+TEST_F(ForwardingTest, DeletingNullDoesNothing) {
+  deletegIIVela(nullptr);
+  EXPECT_TRUE(RecordingFacade::log.empty());
+}
+
+class FacadeTest : public testing::Test {
+ protected:
+  ~FacadeTest() override { deletegIIVela(vela); }
+
+  void* vela = newgIIVela();
+};
+
+TEST_F(FacadeTest, NewFacadeHasItsProviders) {
+  EXPECT_EQ(GetNumProviders(vela), 4);
+  EXPECT_STREQ(GetProviderClassID(vela, 3), "3F2DE94B14D448719DFE5359EF03652A");
+  EXPECT_STREQ(GetProviderDescription(vela, 0), "Vela USB");
+  EXPECT_EQ(GetProviderClassID(vela, 4), nullptr);
+  EXPECT_EQ(GetProviderClassID(vela, -1), nullptr);
+}
+
+TEST_F(FacadeTest, ConnectionDoesNotOpenBeforeAHandlerIsRegistered) {
+  ASSERT_TRUE(OpenProvider(vela, GetProviderClassID(vela, 2)));
+  CaptureStdout();
+  EXPECT_FALSE(OpenConnection(vela));
+  EXPECT_EQ(GetCapturedStdout(), "no call back function!!!\n");
+  CloseProvider(vela);
+}
+
+TEST(VelaWrapInCTest, EveryFunctionCanBeCalledFromC) {
+  EXPECT_EQ(callAllFromC(), 0);
+}
+
+}  // namespace

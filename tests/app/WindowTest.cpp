@@ -1,0 +1,247 @@
+// The form: what a person at the keyboard, a screen reader and an eye find in the window.
+#include <gmock/gmock.h>
+
+#include <QAccessible>
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QMenuBar>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTest>
+
+#include "ControllerFixture.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+class WindowTest : public FreshApplication {
+ protected:
+  WindowTest() {
+    controller.showWindow(nullptr);
+    controller.initButtons();
+    m_mainWindowController = &controller;
+    window = controller.m_prolist->window();
+    window->activateWindow();
+    EXPECT_TRUE(QTest::qWaitForWindowActive(window));
+    area = window->findChild<QScrollArea*>("scrollArea");
+    takeLog();
+  }
+
+  void open(double widthInches, double heightInches) {
+    fakevela::state().physicalX = widthInches;
+    fakevela::state().physicalY = heightInches;
+    controller.OpenButton(nullptr);
+    QApplication::sendPostedEvents();
+  }
+
+  // The view's place in the visible part of the canvas.
+  QRect viewInViewport() const {
+    QWidget* view = controller.m_drawview;
+    return {view->mapTo(area->viewport(), QPoint(0, 0)), view->size()};
+  }
+
+  void press(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QTest::keyClick(QApplication::focusWidget(), key, modifiers);
+  }
+
+  static std::string focus() { return QApplication::focusWidget()->objectName().toStdString(); }
+
+  MainWindowController controller;
+  QWidget* window;
+  QScrollArea* area;
+};
+
+// --- keyboard ---
+
+TEST_F(WindowTest, TabGoesThroughTheEnabledControls) {
+  EXPECT_EQ(focus(), "m_prolist");
+  press(Qt::Key_Tab);
+  EXPECT_EQ(focus(), "m_OpenButton");
+  press(Qt::Key_Tab);
+  EXPECT_EQ(focus(), "scrollArea");
+  press(Qt::Key_Tab);
+  EXPECT_EQ(focus(), "m_prolist");
+}
+
+TEST_F(WindowTest, TabOrderIsThatOfTheRow) {
+  std::vector<std::string> order;
+  QWidget* widget = controller.m_prolist;
+  for (int i = 0; i < 5; ++i) {
+    order.push_back(widget->objectName().toStdString());
+    do {
+      widget = widget->nextInFocusChain();
+    } while (!(widget->focusPolicy() & Qt::TabFocus));
+  }
+  EXPECT_THAT(order, ElementsAre("m_prolist", "m_OpenButton", "m_ClearButton", "m_ResetButton",
+                                 "scrollArea"));
+}
+
+TEST_F(WindowTest, WholeProgramRunsByKeyboardAlone) {
+  press(Qt::Key_Down);
+  EXPECT_EQ(controller.m_prolist->currentText(), "Vela II");
+  press(Qt::Key_Tab);
+  press(Qt::Key_Space);  // Open
+  EXPECT_THAT(takeLog(), Contains("OpenProvider B1"));
+  EXPECT_EQ(focus(), "m_ClearButton");
+  press(Qt::Key_Space);
+  EXPECT_THAT(takeLog(), ElementsAre("ClearInking"));
+  press(Qt::Key_Tab);
+  EXPECT_EQ(focus(), "m_ResetButton");
+  press(Qt::Key_Space);
+  EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
+}
+
+TEST_F(WindowTest, MnemonicsReachEveryControl) {
+  // A button that is pressed this way shows it for a moment before it acts.
+  const auto acted = [] { return !fakevela::state().log.empty(); };
+  press(Qt::Key_O, Qt::AltModifier);
+  ASSERT_TRUE(QTest::qWaitFor(acted));
+  EXPECT_THAT(takeLog(), Contains("OpenConnection"));
+  press(Qt::Key_C, Qt::AltModifier);
+  ASSERT_TRUE(QTest::qWaitFor(acted));
+  EXPECT_THAT(takeLog(), ElementsAre("ClearInking"));
+  press(Qt::Key_R, Qt::AltModifier);
+  ASSERT_TRUE(QTest::qWaitFor(acted));
+  EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
+  press(Qt::Key_P, Qt::AltModifier);
+  EXPECT_EQ(focus(), "m_prolist");
+}
+
+TEST_F(WindowTest, ControlQResets) {
+  press(Qt::Key_Q, Qt::ControlModifier);
+  EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
+}
+
+TEST_F(WindowTest, ArrowKeysScrollALargePad) {
+  open(20, 20);
+  const int before = area->verticalScrollBar()->value();
+  area->setFocus();
+  press(Qt::Key_Down);
+  EXPECT_GT(area->verticalScrollBar()->value(), before);
+}
+
+// --- what a screen reader says ---
+
+std::string said(QObject* object, QAccessible::Text text) {
+  return QAccessible::queryAccessibleInterface(object)->text(text).toStdString();
+}
+
+TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
+  const auto role = [](QObject* object) {
+    return QAccessible::queryAccessibleInterface(object)->role();
+  };
+  // The name of a list is what is chosen in it; the label tells what it is for.
+  EXPECT_EQ(said(controller.m_prolist, QAccessible::Name), "Vela USB");
+  const auto labels =
+      QAccessible::queryAccessibleInterface(controller.m_prolist)->relations(QAccessible::Label);
+  ASSERT_EQ(labels.size(), 1);
+  EXPECT_EQ(labels[0].first->text(QAccessible::Name), "Provider:");
+  EXPECT_EQ(role(controller.m_prolist), QAccessible::ComboBox);
+  EXPECT_EQ(said(controller.m_OpenButton, QAccessible::Name), "Open");
+  EXPECT_EQ(role(controller.m_OpenButton), QAccessible::Button);
+  EXPECT_EQ(said(controller.m_ClearButton, QAccessible::Name), "Clear");
+  EXPECT_EQ(said(controller.m_ResetButton, QAccessible::Name), "Reset");
+  EXPECT_EQ(said(controller.m_drawview, QAccessible::Name), "Ink");
+  EXPECT_EQ(said(area, QAccessible::Name), "Canvas");
+  for (QObject* object : std::initializer_list<QObject*>{
+           controller.m_prolist, controller.m_OpenButton, controller.m_ClearButton,
+           controller.m_ResetButton, controller.m_drawview, area}) {
+    EXPECT_NE(said(object, QAccessible::Description), "") << object->objectName().toStdString();
+  }
+}
+
+// --- what the eye sees ---
+
+TEST_F(WindowTest, WindowHasATitleAndAnIconInEverySize) {
+  EXPECT_EQ(window->windowTitle(), "Vela Pad Test");
+  for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+    const QImage icon = window->windowIcon().pixmap(size).toImage();
+    EXPECT_EQ(icon.size(), QSize(size, size));
+    EXPECT_EQ(icon.pixelColor(size / 2, size / 2).alpha(), 255);
+    EXPECT_EQ(icon.pixelColor(0, 0).alpha(), 0);
+  }
+}
+
+TEST_F(WindowTest, MenuHasQuitOnly) {
+  const auto* bar = window->findChild<QMenuBar*>();
+  ASSERT_EQ(bar->actions().size(), 1);
+  ASSERT_EQ(bar->actions()[0]->menu()->actions().size(), 1);
+  const QAction* quit = bar->actions()[0]->menu()->actions()[0];
+  EXPECT_EQ(quit->text(), "&Quit");
+  EXPECT_EQ(quit->shortcut(), QKeySequence("Ctrl+Q"));
+}
+
+TEST_F(WindowTest, ListAndButtonsAreARowAboveTheView) {
+  const int row = controller.m_OpenButton->geometry().center().y();
+  EXPECT_EQ(controller.m_prolist->geometry().center().y(), row);
+  EXPECT_EQ(controller.m_ClearButton->geometry().center().y(), row);
+  EXPECT_EQ(controller.m_ResetButton->geometry().center().y(), row);
+  EXPECT_LT(controller.m_prolist->geometry().right(), controller.m_OpenButton->x());
+  EXPECT_LT(controller.m_OpenButton->geometry().right(), controller.m_ClearButton->x());
+  EXPECT_LT(controller.m_ClearButton->geometry().right(), controller.m_ResetButton->x());
+  EXPECT_LT(controller.m_OpenButton->geometry().bottom(), area->y());
+}
+
+struct Pad {
+  double width;
+  double height;
+};
+
+class UsualPadTest : public WindowTest, public testing::WithParamInterface<Pad> {};
+
+TEST_P(UsualPadTest, IsShownWholeInTheMiddle) {
+  open(GetParam().width, GetParam().height);
+  const QRect view = viewInViewport();
+  const QRect viewport = area->viewport()->rect();
+  EXPECT_TRUE(viewport.contains(view));
+  EXPECT_LE(std::abs(2 * view.x() + view.width() - viewport.width()), 2);
+  EXPECT_LE(std::abs(2 * view.y() + view.height() - viewport.height()), 2);
+  EXPECT_FALSE(area->horizontalScrollBar()->isVisible());
+  EXPECT_FALSE(area->verticalScrollBar()->isVisible());
+
+  window->resize(900, 700);
+  const QRect moved = viewInViewport();
+  EXPECT_LE(std::abs(2 * moved.x() + moved.width() - area->viewport()->width()), 2);
+  EXPECT_LE(std::abs(2 * moved.y() + moved.height() - area->viewport()->height()), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, UsualPadTest,
+                         testing::Values(Pad{3.685, 2.23}, Pad{3.11, 2.28}, Pad{4.5, 2.8}));
+
+TEST_F(WindowTest, LargePadIsScrolledToItsFirstCornerAndCanBeSeenWhole) {
+  open(20, 15);
+  const QRect viewport = area->viewport()->rect();
+  EXPECT_EQ(viewInViewport().size(), QSize(1440, 1080));
+  EXPECT_TRUE(viewport.contains(viewInViewport().topLeft()));
+  area->ensureVisible(controller.m_drawview->geometry().right(),
+                      controller.m_drawview->geometry().bottom());
+  EXPECT_TRUE(viewport.contains(viewInViewport().bottomRight()));
+}
+
+TEST_F(WindowTest, UsualPadAfterALargeOneIsShownWholeAgain) {
+  open(20, 15);
+  open(3.685, 2.23);
+  EXPECT_TRUE(area->viewport()->rect().contains(viewInViewport()));
+}
+
+TEST_F(WindowTest, UsualPadAfterAnAbsurdOneIsShownWholeAgain) {
+  open(1e300, 1e300);
+  open(3.685, 2.23);
+  EXPECT_TRUE(area->viewport()->rect().contains(viewInViewport()));
+}
+
+TEST_F(WindowTest, SmallWindowCutsNoControl) {
+  window->resize(1, 1);
+  const QRect contents = window->rect();
+  for (QWidget* control :
+       std::initializer_list<QWidget*>{controller.m_prolist, controller.m_OpenButton,
+                                       controller.m_ClearButton, controller.m_ResetButton}) {
+    EXPECT_TRUE(contents.contains({control->mapTo(window, QPoint(0, 0)), control->size()}));
+    EXPECT_GE(control->width(), control->minimumSizeHint().width());
+  }
+}
+
+}  // namespace
