@@ -1,0 +1,132 @@
+# shellcheck shell=bash
+# What ./run, ./check and .ci/run share: installing what is missing, and building. Sourced by them with
+# $command_name set; keeps to what the bash 3.2 of macOS understands.
+
+# Packages for running the application, for the tests, and for the deep checks.
+debian_run="g++ cmake ninja-build pkg-config libhidapi-dev qt6-base-dev qt6-wayland fonts-dejavu-core"
+debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxtst-dev
+  xvfb xauth xdotool imagemagick qemu-system-x86 busybox-static cpio
+  doxygen desktop-file-utils appstream man-db python3"
+debian_deep="$debian_check clang clang-tidy clang-format dpkg-dev lintian debootstrap"
+brew_run="cmake ninja pkg-config hidapi qt"
+brew_check="$brew_run googletest google-benchmark"
+
+say() { printf '%s: %s\n' "$command_name" "$*"; }
+stop() {
+  say "$*" >&2
+  exit 1
+}
+
+# The words of the first text that are not words of the second.
+without() {
+  local word
+  for word in $1; do
+    case " ${2//$'\n'/ } " in *" $word "*) ;; *) printf '%s ' "$word" ;; esac
+  done
+}
+
+# install_missing run|check|deep: asks the package manager only when something is missing.
+install_missing() {
+  local debian=debian_$1 brew=brew_$1
+  if command -v apt-get >/dev/null; then
+    install_with_apt "${!debian}"
+  elif [ "$1" = deep ]; then
+    stop "the deep checks are set up for Debian and Ubuntu only"
+  elif [ "$(uname)" = Darwin ]; then
+    install_with_brew "${!brew}"
+  else
+    require_tools "$1"
+  fi
+}
+
+install_with_apt() {
+  local missing as_root=
+  missing=$(without "$1" "$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null |
+    sed -n 's/^installed //p')")
+  if [ -z "$missing" ]; then
+    say "all needed packages are installed"
+    return
+  fi
+  if [ "$(id -u)" != 0 ]; then
+    command -v sudo >/dev/null || stop "as root, please install: $missing"
+    as_root=sudo
+  fi
+  say "installing: $missing"
+  $as_root apt-get update -qq || stop "apt-get update failed; still missing: $missing"
+  $as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends $missing >/dev/null ||
+    stop "apt-get install failed; still missing: $missing"
+}
+
+install_with_brew() {
+  local missing
+  xcode-select -p >/dev/null 2>&1 ||
+    stop "the compiler is missing; please run: xcode-select --install"
+  command -v brew >/dev/null || stop "please install Homebrew, or by other means: $1"
+  missing=$(without "$1" "$(brew list --formula -1)")
+  if [ -z "$missing" ]; then
+    say "all needed packages are installed"
+    return
+  fi
+  say "installing: $missing"
+  brew install --quiet $missing || stop "brew install failed; still missing: $missing"
+}
+
+# On a system whose package manager is not known here: goes on when all is there, else lists it.
+require_tools() {
+  local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw Qt6Widgets" missing="" item
+  [ "$1" = run ] || modules="$modules gtest gmock benchmark"
+  for item in $tools; do
+    command -v "$item" >/dev/null || missing="$missing $item"
+  done
+  for item in $modules; do
+    pkg-config --exists "$item" 2>/dev/null || missing="$missing $item(pkg-config)"
+  done
+  [ -z "$missing" ] || stop "please install by your system's means, then try again:$missing"
+  say "all needed tools and libraries are installed"
+}
+
+# build PRESET [TARGET...]: configures and builds in build/PRESET.
+build() {
+  local preset=$1 log=build/$1-configure.log
+  shift
+  mkdir -p build
+  say "configuring build/$preset"
+  cmake --preset "$preset" >"$log" || {
+    cat "$log"
+    stop "configuring failed"
+  }
+  say "building in build/$preset"
+  cmake --build --preset "$preset" ${1:+--target "$@"} || stop "building failed"
+}
+
+# The product ids of the pads as packaging/pads.list has them: four upper-case hexadecimal digits each.
+pad_products() { sed -n 's/^\([0-9A-F]\{4\}\) .*/\1/p' packaging/pads.list; }
+
+# attached_pads DIRECTORY: the hidraw nodes of the pads found in a tree like /sys/class/hidraw.
+attached_pads() {
+  local node products
+  products=$(pad_products | paste -s -d '|' -)
+  for node in "$1"/*/device/uevent; do
+    if grep -qsE "^HID_ID=[0-9A-F]{4}:000004DF:0000($products)\$" "$node"; then
+      node=${node%/device/uevent}
+      printf '%s ' "/dev/${node##*/}"
+    fi
+  done
+}
+
+# pads_in_ioreg: reads what "ioreg -r -c IOHIDDevice -d 1 -w 0" prints; the product ids of the pads in
+# decimal, as they stand there.
+pads_in_ioreg() {
+  local products
+  products=$(for product in $(pad_products); do printf ' %d ' "0x$product"; done)
+  awk -v products="$products" '
+    function device() {
+      if (vendor == 1247 && index(products, " " product " ")) printf "%d ", product
+      vendor = product = 0
+    }
+    /\+-o / { device() }
+    /"VendorID" = / { vendor = $NF }
+    /"ProductID" = / { product = $NF }
+    END { device() }'
+}

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The C++ and the C program in README.md compile as they stand there, the pictures it shows exist, and it
+# knows all pads.
+set -eu
+cd "$(dirname "$0")/../.."
+
+program() { # LANGUAGE: the text of the one block in that language
+  sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/p" README.md | sed '1d;$d'
+}
+
+compile() { # COMPILER STANDARD LANGUAGE
+  program "$3" | grep -q main || {
+    echo "README.md has no program in $3"
+    exit 1
+  }
+  program "$3" | $1 "-std=$2" -Wall -Wextra -Werror -fsyntax-only -IgIIVela -Itestapp \
+    -x "${3/cpp/c++}" -
+}
+
+compile c++ c++20 cpp
+compile cc c11 c
+
+pictures=$(grep -o '\bdocs/pictures/[a-z-]*\.png' README.md)
+for picture in $pictures; do
+  [ -s "$picture" ] || {
+    echo "README.md shows $picture, which is not there"
+    exit 1
+  }
+done
+
+# The table of the pads and the udev rule have each pad of the list.
+grep '^[0-9A-F]' packaging/pads.list | while read -r product name; do
+  if ! grep -q "^| $name | .*(0x${product#00})" README.md || ! grep -q "04DF:$product\.\*" README.md; then
+    echo "README.md lacks $name or its product id $product"
+    exit 1
+  fi
+done

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Tests of what scripts/setup.sh decides: what is missing, and which pads are attached. Installs nothing: the
+# package managers are stand-ins.
+set -u
+cd "$(dirname "$0")/../.." || exit
+command_name=name
+. scripts/setup.sh
+
+failures=0
+expect() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] && return
+  failures=$((failures + 1))
+  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
+}
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+expect "nothing is missing" "" "$(without "a b" "b
+a c")"
+expect "a part of a name is not the name" "libb " "$(without "a libb" "a libb-dev xlibb")"
+
+hidraw() { # NODE HID_ID
+  mkdir -p "$scratch/hidraw/$1/device"
+  printf 'DRIVER=hid-generic\nHID_ID=%s\nHID_NAME=x\n' "$2" >"$scratch/hidraw/$1/device/uevent"
+}
+expect "no hidraw at all" "" "$(attached_pads "$scratch/hidraw")"
+hidraw hidraw0 0003:000004DF:00000020
+hidraw hidraw1 0003:00001234:00000012
+expect "strange devices only" "" "$(attached_pads "$scratch/hidraw")"
+hidraw hidraw2 0003:000004DF:00000012
+hidraw hidraw3 0003:000004DF:0000001F
+hidraw hidraw4 0003:000004DF:00000030
+hidraw hidraw5 0003:000004DF:00000038
+expect "all four pads" "/dev/hidraw2 /dev/hidraw3 /dev/hidraw4 /dev/hidraw5 " \
+  "$(attached_pads "$scratch/hidraw")"
+
+expect "no device on macOS" "" "$(pads_in_ioreg </dev/null)"
+expect "two of three devices on macOS are pads" "18 56 " "$(pads_in_ioreg <<'END'
++-o IOHIDDevice  <class IOHIDDevice>
+    {
+      "ProductID" = 18
+      "VendorID" = 1247
+    }
+
++-o IOHIDDevice  <class IOHIDDevice>
+    {
+      "VendorID" = 4660
+      "ProductID" = 48
+    }
+
++-o IOHIDDevice  <class IOHIDDevice>
+    {
+      "VendorID" = 1247
+      "ProductID" = 56
+    }
+END
+)"
+
+# apt on a machine that has everything but one package, as root and as somebody without sudo.
+dpkg-query() { printf 'installed alpha\nconfig-files beta\ninstalled gamma\n'; }
+id() { echo "$user_id"; }
+apt-get() { echo "apt-get $1" >&2; }
+env() { shift && "$@"; }
+command() { [ "$2" != sudo ] && builtin command "$@"; }
+
+user_id=0
+expect "everything is there" "name: all needed packages are installed" \
+  "$(install_with_apt "alpha gamma" 2>&1)"
+expect "root installs what is missing" "name: installing: beta 
+apt-get update
+apt-get install" "$(install_with_apt "alpha beta" 2>&1)"
+user_id=1000
+expect "without sudo the list is shown" "name: as root, please install: beta " \
+  "$(install_with_apt "alpha beta" 2>&1)"
+apt-get() { return 100; }
+user_id=0
+expect "no network" "name: installing: beta 
+name: apt-get update failed; still missing: beta " "$(install_with_apt "alpha beta" 2>&1)"
+
+[ $failures = 0 ]

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# display_test.sh PROGRAM: in a real window the pen signs by itself on the first pad, and,
+# after somebody has reset and opened another one, on that. Needs a display, xdotool and ImageMagick.
+set -u
+program=$1
+for tool in xdotool import convert; do
+  command -v $tool >/dev/null || {
+    echo "SKIPPED: $tool is not installed"
+    exit 77
+  }
+done
+
+"$program" &
+application=$!
+trap 'kill -KILL $application' EXIT
+
+fail() {
+  echo "$*"
+  exit 1
+}
+
+shows_ink() {
+  import -window root png:- | convert png:- -depth 8 -format %c histogram:info:- | grep -q '#0000FF'
+}
+
+# The test's time limit ends these.
+await_ink() {
+  until shows_ink; do kill -0 $application || fail "the application has ended"; done
+}
+await_no_ink() {
+  while shows_ink; do kill -0 $application || fail "the application has ended"; done
+}
+
+await_ink
+xdotool search --sync --onlyvisible --name '^Vela Pad Test$' windowfocus --sync
+xdotool key alt+r
+await_no_ink
+xdotool key alt+p Down Down Down alt+o
+await_ink
+
+kill -TERM $application
+wait $application || fail "the application ended with status $?"
+trap - EXIT

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# unattended_test.sh PROGRAM: the unattended run leaves the pictures that it promises, equal ones where
+# the window is in the same state, and says so when it cannot.
+set -u
+program=$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+  echo "$*"
+  exit 1
+}
+
+"$program" --unattended "$scratch" >"$scratch/printed" || fail "the run failed"
+
+expected=$(
+  for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
+    for step in 1-chosen 2-open 3-signed 4-cleared 5-signed-again 6-reset; do
+      echo "$scratch/$pad-$step.png"
+      [ $pad = 3-vela-ink ] && echo "$scratch/$pad-$step-lcd.png"
+    done
+  done
+)
+[ "$(cat "$scratch/printed")" = "$expected" ] || fail "other paths printed than expected"
+for path in $expected; do
+  [ -s "$path" ] || fail "no picture $path"
+done
+
+for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
+  cmp "$scratch/$pad-2-open.png" "$scratch/$pad-4-cleared.png" || fail "Clear leaves something behind"
+  cmp "$scratch/$pad-3-signed.png" "$scratch/$pad-5-signed-again.png" || fail "two signatures differ"
+  cmp -s "$scratch/$pad-2-open.png" "$scratch/$pad-3-signed.png" && fail "no signature to be seen"
+done
+lcd=$scratch/3-vela-ink
+cmp -s "$lcd-2-open-lcd.png" "$lcd-3-signed-lcd.png" && fail "no signature on the LCD"
+
+# The platform may add lines of its own before the last one.
+"$program" --unattended "$scratch/missing" 2>"$scratch/printed" && fail "success without pictures"
+[ "$(tail -n 1 "$scratch/printed")" = \
+  "vela-demonstration: cannot write $scratch/missing/1-vela-usb-1-chosen.png" ] ||
+  fail "no clear line about the missing directory"
+
+"$program" --nonsense 2>"$scratch/printed"
+[ $? = 2 ] || fail "an unknown option is taken"
+[ "$(tail -n 1 "$scratch/printed")" = "usage: vela-demonstration [--unattended DIRECTORY]" ] ||
+  fail "no usage line"

@@ -1,0 +1,177 @@
+#include "UnattendedRun.h"
+
+#include <QCoreApplication>
+#include <QImage>
+#include <QPixmap>
+#include <QTimer>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <future>
+#include <stdexcept>
+
+#include "virtualpads/InkPad.h"
+#include "virtualpads/PenStrokes.h"
+
+namespace demonstration {
+
+namespace {
+
+using virtualpads::VirtualBus;
+
+// How long a step may take that comes about within a second on any machine.
+constexpr std::chrono::seconds kPatience{30};
+
+class StepFailed : public std::runtime_error {
+ public:
+  explicit StepFailed(const QString& step) : std::runtime_error(step.toStdString()) {}
+};
+
+// Lets the application work until the condition holds; false when it has not come about in time.
+bool waitUntil(const std::function<bool()>& condition) {
+  bool late = false;
+  QTimer timer;
+  timer.setSingleShot(true);
+  QObject::connect(&timer, &QTimer::timeout, [&late] { late = true; });
+  timer.start(kPatience);
+  while (!condition() && !late) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  return condition();
+}
+
+bool hasBlue(const QImage& picture) {
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      if (picture.pixelColor(x, y) == QColor(Qt::blue)) return true;
+    }
+  }
+  return false;
+}
+
+QImage lcdPicture(const virtualpads::InkPad& pad) {
+  using virtualpads::InkPad;
+  const InkPad::Picture lcd = pad.lcdImage();
+  QImage image(lcd.data(), InkPad::kLcdWidth, InkPad::kLcdHeight, InkPad::kLcdRowBytes,
+               QImage::Format_MonoLSB);
+  image.setColorTable({qRgb(206, 216, 196), qRgb(24, 32, 24)});
+  return image.copy();
+}
+
+// One provider's turn at the window.
+class ProviderRun {
+ public:
+  ProviderRun(ApplicationWindow& window, int provider, VirtualBus::Port port,
+              const QString& directory)
+      : m_window(window),
+        m_provider(provider),
+        m_port(port),
+        m_name(window.providers.itemText(provider)),
+        m_prefix(QString("%1/%2-%3")
+                     .arg(directory)
+                     .arg(provider + 1)
+                     .arg(m_name.toLower().replace(' ', '-'))) {}
+
+  void run() {
+    m_window.providers.setCurrentIndex(m_provider);
+    picture("chosen", Ink::Absent);
+
+    press(m_window.open);
+    require(m_window.reset.isEnabled() && VirtualBus::instance().openHandles(m_port) == 1,
+            "was not opened");
+    picture("open", Ink::Absent);
+
+    sign();
+    picture("signed", Ink::Present);
+
+    press(m_window.clear);
+    picture("cleared", Ink::Absent);
+
+    sign();
+    picture("signed-again", Ink::Present);
+
+    press(m_window.reset);
+    require(m_window.open.isEnabled() && VirtualBus::instance().openHandles() == 0,
+            "was not closed");
+    picture("reset", Ink::Absent);
+  }
+
+ private:
+  enum class Ink { Absent, Present };
+
+  void require(bool condition, const char* complaint) const {
+    if (!condition) throw StepFailed(QString("%1 %2").arg(m_name, complaint));
+  }
+
+  void press(QPushButton& button) const {
+    require(button.isEnabled(), "has a button disabled that should be enabled");
+    button.click();
+  }
+
+  // Returns when the whole signature is in the view. It ends with a tap on the corner: a tap draws
+  // no line, but it leaves the view's path at its origin, where no other stroke comes near.
+  void sign() const {
+    auto samples = virtualpads::signature();
+    const auto end = samples.back().milliseconds;
+    samples.push_back({.pressure = 0.5, .touch = true, .milliseconds = end + 200});
+    samples.push_back({.milliseconds = end + 205});
+
+    auto& bus = VirtualBus::instance();
+    auto pen = std::async(std::launch::async, [&bus, &samples, port = m_port] {
+      return std::ranges::all_of(samples,
+                                 [&](const auto& sample) { return bus.sendPen(port, sample); });
+    });
+    const bool shown = waitUntil([this] {
+      const QPainterPath& path = m_window.view.path();
+      return path.elementCount() > 1 && path.currentPosition() == QPointF(0, 0);
+    });
+    // Frees a pen that still waits for a reader.
+    if (!shown) bus.unplug(m_port);
+    require(pen.get(), "did not take the pen's reports");
+    require(shown, "did not bring the whole signature into the window");
+  }
+
+  void picture(const char* step, Ink ink) {
+    require(hasBlue(m_window.view.grab().toImage()) == (ink == Ink::Present),
+            ink == Ink::Present ? "shows no ink" : "shows ink where none should be");
+    ++m_step;
+    save(m_window.window.grab().toImage(), QString("%1-%2").arg(m_step).arg(step));
+    VirtualBus::instance().withModel(m_port, [this, step](virtualpads::PadModel& pad) {
+      if (auto* inkPad = dynamic_cast<virtualpads::InkPad*>(&pad)) {
+        save(lcdPicture(*inkPad), QString("%1-%2-lcd").arg(m_step).arg(step));
+      }
+    });
+  }
+
+  void save(const QImage& image, const QString& name) const {
+    const QString path = QString("%1-%2.png").arg(m_prefix, name);
+    if (!image.save(path)) throw StepFailed("cannot write " + path);
+    std::printf("%s\n", qPrintable(path));
+  }
+
+  ApplicationWindow& m_window;
+  const int m_provider;
+  const VirtualBus::Port m_port;
+  const QString m_name;
+  const QString m_prefix;
+  int m_step = 0;
+};
+
+}  // namespace
+
+int runUnattended(ApplicationWindow& window, const std::vector<VirtualBus::Port>& ports,
+                  const QString& directory) {
+  try {
+    if (window.providers.count() != std::ssize(ports)) {
+      throw StepFailed("the list does not show one provider for each pad");
+    }
+    for (int provider = 0; provider < std::ssize(ports); ++provider) {
+      ProviderRun(window, provider, ports[static_cast<std::size_t>(provider)], directory).run();
+    }
+  } catch (const StepFailed& failure) {
+    std::fprintf(stderr, "vela-demonstration: %s\n", failure.what());
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace demonstration

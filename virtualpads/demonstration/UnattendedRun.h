@@ -1,0 +1,25 @@
+// The whole life of the window, provider after provider, with nobody at the desk.
+#ifndef VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
+#define VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
+
+#include <QString>
+#include <vector>
+
+#include "ApplicationWindow.h"
+#include "virtualpads/hidapi/VirtualBus.h"
+
+namespace demonstration {
+
+// For every provider: chooses it in the list, presses Open, signs, presses Clear, signs again,
+// presses Reset. Saves a picture of the window after each step, and of the ink pad's LCD where
+// there is one, as PNG files in `directory`, and prints their paths. `ports` holds the pads in the
+// order of the provider list. Returns the exit status for the program: 0, or 1 after one line on
+// standard error that names the step that did not come about. For the GUI thread, inside the event
+// loop.
+int runUnattended(ApplicationWindow& window,
+                  const std::vector<virtualpads::VirtualBus::Port>& ports,
+                  const QString& directory);
+
+}  // namespace demonstration
+
+#endif
