@@ -1,0 +1,103 @@
+#include "Application.h"
+
+#include <X11/keysym.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace {
+
+constexpr QRgb kFrame = 0xFF000000;
+constexpr int kLeastWidth = 200;  // of the view; nothing else has a black line as long
+
+// A directory that is the user's alone, as the toolkit expects one.
+std::string runtimeDirectory(uid_t user) {
+  char path[] = "/tmp/kernel-test-XXXXXX";
+  if (mkdtemp(path) == nullptr || chown(path, user, user) != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+  return path;
+}
+
+}  // namespace
+
+Application::Application(Desktop& desktop, bool unprivileged)
+    : m_desktop(desktop),
+      m_program(TESTAPP, {.environment = {"DISPLAY=" + desktop.name(), "QT_QPA_PLATFORM=xcb",
+                                          "XDG_RUNTIME_DIR=" +
+                                              runtimeDirectory(unprivileged ? kNobody : getuid())},
+                          .unprivileged = unprivileged}) {
+  m_desktop.waitForWindow("Vela Pad Test");
+}
+
+void Application::choose(const TestPad& kind) {
+  goToList();
+  m_desktop.press(XK_Home);
+  for (int i = 0; i < kind.provider; ++i) {
+    m_desktop.press(XK_Down);
+  }
+}
+
+void Application::open() {
+  pressButton(1);
+}
+
+void Application::clear() {
+  pressButton(1);
+}
+
+void Application::reset() {
+  pressButton(2);
+}
+
+void Application::quit() {
+  m_desktop.press(XK_Control_L, XK_q);
+}
+
+void Application::goToList() {
+  m_desktop.press(XK_Alt_L, XK_p);
+}
+
+// A button's own shortcut would press it only a moment later. So the way goes from the list by the
+// tabulator, which passes over the buttons that are disabled.
+void Application::pressButton(int tabulators) {
+  goToList();
+  for (int i = 0; i < tabulators; ++i) {
+    m_desktop.press(XK_Tab);
+  }
+  m_desktop.press(XK_space);
+}
+
+QRect findView(const QImage& picture) {
+  for (int y = 0; y < picture.height(); ++y) {
+    int run = 0;
+    for (int x = 0; x <= picture.width(); ++x) {
+      if (x < picture.width() && picture.pixel(x, y) == kFrame) {
+        ++run;
+      } else if (run >= kLeastWidth) {
+        int height = 0;
+        while (y + height < picture.height() && picture.pixel(x - run, y + height) == kFrame) {
+          ++height;
+        }
+        return {x - run, y, run, height};
+      } else {
+        run = 0;
+      }
+    }
+  }
+  return {};
+}
+
+bool hasInk(const QImage& picture) {
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      if (picture.pixel(x, y) == kInk) {
+        return true;
+      }
+    }
+  }
+  return false;
+}

@@ -1,0 +1,38 @@
+// The small client of the SDK (SdkClient.cpp), as a test sees it.
+#ifndef TESTS_KERNEL_CLIENT_H
+#define TESTS_KERNEL_CLIENT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Program.h"
+#include "TestPads.h"
+
+class Client : public Program {
+ public:
+  struct Received {
+    Sample sample;
+    std::int64_t nanoseconds;  // of the monotonic clock, when the callback was called
+  };
+
+  explicit Client(bool unprivileged = false);
+
+  // Opens the pad's provider and its connection; returns the number of pads that the provider
+  // counts.
+  int connect(const TestPad& pad);
+  // Closes both.
+  void disconnect();
+
+  // All samples so far.
+  std::vector<Received> received() const;
+  // Waits for that many samples, looking from line number `from` on. Throws std::runtime_error when
+  // they don't come.
+  void waitForSamples(int count, std::size_t from) const;
+  // Sends reports number `first` to `first` + `count` - 1, never more than the kernel keeps while
+  // this client has yet to read them, and returns when the client has got as many samples. Throws
+  // std::runtime_error when they don't come.
+  void write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const;
+};
+
+#endif

@@ -1,0 +1,312 @@
+// The kernel face on a real kernel, seen by the distribution's hidapi: what a program gets that
+// knows nothing of the SDK.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <hidapi.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "TestPads.h"
+#include "virtualpads/InkPad.h"
+#include "virtualpads/UsbPad.h"
+#include "virtualpads/kernel/UhidPad.h"
+
+namespace virtualpads {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
+
+constexpr std::uint16_t kVendor = 0x04DF;
+constexpr int kReadLimit = 10000;  // milliseconds; only a broken test waits as long
+
+struct CloseDevice {
+  void operator()(hid_device* device) const { hid_close(device); }
+};
+using Device = std::unique_ptr<hid_device, CloseDevice>;
+
+Device openPad(const UhidPad& pad) {
+  return Device(hid_open_path(pad.waitForNode().c_str()));
+}
+
+Bytes read(const Device& device) {
+  Bytes report(64);
+  const int count = hid_read_timeout(device.get(), report.data(), report.size(), kReadLimit);
+  report.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return report;
+}
+
+// The reply to a get-feature request of that length; nothing when it failed.
+Bytes getFeature(const Device& device, std::uint8_t id, std::size_t length) {
+  Bytes reply(length);
+  reply[0] = id;
+  const int count = hid_get_feature_report(device.get(), reply.data(), reply.size());
+  reply.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return reply;
+}
+
+int setFeature(const Device& device, const Bytes& report) {
+  return hid_send_feature_report(device.get(), report.data(), report.size());
+}
+
+// The pads of our vendor that hidapi lists: how many of each product, and under which name.
+std::map<std::pair<int, std::wstring>, int> listed() {
+  std::map<std::pair<int, std::wstring>, int> pads;
+  hid_device_info* const all = hid_enumerate(kVendor, 0);
+  for (const hid_device_info* entry = all; entry != nullptr; entry = entry->next) {
+    ++pads[{entry->product_id, entry->product_string}];
+  }
+  hid_free_enumeration(all);
+  return pads;
+}
+
+// Its report descriptor ends inside a collection.
+class BrokenPad : public UsbPad {
+ public:
+  std::span<const std::uint8_t> reportDescriptor() const override {
+    static const Bytes unbalanced{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0xA1, 0x01, 0xC0};
+    return unbalanced;
+  }
+};
+
+TEST(KernelFaceTest, PadsAreListedWithTheirIdentity) {
+  const auto usb = plugged(PadKind::Usb);
+  const auto ii = plugged(PadKind::Ii);
+  const auto ink = plugged(PadKind::Ink);
+  const auto vision = plugged(PadKind::Vision);
+  EXPECT_THAT(listed(), UnorderedElementsAre(
+                            Pair(Pair(18, L"Vela USB"), 1), Pair(Pair(31, L"Vela II"), 1),
+                            Pair(Pair(48, L"Vela Ink"), 1), Pair(Pair(56, L"Vela Vision"), 1)));
+}
+
+TEST(KernelFaceTest, PadPluggedTwiceIsListedTwice) {
+  const auto first = plugged(PadKind::Ii);
+  const auto second = plugged(PadKind::Ii);
+  const auto other = plugged(makeOtherPad());
+  EXPECT_NE(first->waitForNode(), second->waitForNode());
+  EXPECT_THAT(listed(),
+              UnorderedElementsAre(Pair(Pair(31, L"Vela II"), 2), Pair(Pair(67, L"Other"), 1)));
+}
+
+TEST(KernelFaceTest, NodeComesAndGoesWithThePlug) {
+  UhidPad pad(makePad(PadKind::Usb));
+  pad.plug();
+  const std::string node = pad.waitForNode();
+  struct stat status {};
+  ASSERT_EQ(stat(node.c_str(), &status), 0) << node;
+  EXPECT_TRUE(S_ISCHR(status.st_mode));
+  pad.unplug();
+  EXPECT_NE(stat(node.c_str(), &status), 0);
+  EXPECT_THAT(listed(), IsEmpty());
+  pad.plug();
+  EXPECT_NE(pad.waitForNode(), "");
+  EXPECT_THAT(listed(), ElementsAre(Pair(Pair(18, L"Vela USB"), 1)));
+}
+
+TEST(KernelFaceTest, EveryModelsReportDescriptorReachesThePrograms) {
+  for (const PadKind kind : {PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
+    const auto model = makePad(kind);
+    const auto pad = plugged(model);
+    const std::string node = pad->waitForNode();
+    const std::string attribute =
+        "/sys/class/hidraw/" + node.substr(node.rfind('/') + 1) + "/device/report_descriptor";
+    Bytes descriptor(4096);
+    FILE* const file = std::fopen(attribute.c_str(), "rb");
+    ASSERT_NE(file, nullptr) << attribute;
+    descriptor.resize(std::fread(descriptor.data(), 1, descriptor.size(), file));
+    std::fclose(file);
+    EXPECT_THAT(descriptor, testing::ElementsAreArray(model->reportDescriptor()));
+  }
+}
+
+TEST(KernelFaceTest, TellsWhetherAProgramHasTheNodeOpen) {
+  const auto pad = plugged(PadKind::Usb);
+  EXPECT_FALSE(pad->open());
+  Device first = openPad(*pad);
+  ASSERT_NE(first, nullptr);
+  EXPECT_TRUE(pad->waitUntilOpen());
+  Device second = openPad(*pad);
+  first.reset();
+  EXPECT_TRUE(pad->open());
+  second.reset();
+  EXPECT_TRUE(pad->waitUntilClosed());
+}
+
+TEST(KernelFaceTest, InputReportsArriveAsSent) {
+  const auto usb = plugged(PadKind::Usb);
+  const Device usbDevice = openPad(*usb);
+  usb->send({0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F});
+  EXPECT_THAT(read(usbDevice), ElementsAre(0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F));
+
+  const auto ii = plugged(PadKind::Ii);
+  const Device iiDevice = openPad(*ii);
+  ii->send({1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9});
+  EXPECT_THAT(read(iiDevice), ElementsAre(1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9));
+
+  const auto ink = plugged(PadKind::Ink);
+  const Device inkDevice = openPad(*ink);
+  ink->send({1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7});
+  EXPECT_THAT(read(inkDevice), ElementsAre(1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7));
+
+  const auto vision = plugged(PadKind::Vision);
+  const Device visionDevice = openPad(*vision);
+  vision->send({1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6});
+  EXPECT_THAT(read(visionDevice),
+              ElementsAre(1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6));
+}
+
+TEST(KernelFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  pad->send({3, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9});
+  pad->send({1, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  EXPECT_THAT(read(device), ElementsAre(1, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0));
+}
+
+// What a sender has to know, see UhidPad::send. The kernel's ring of 64 places holds one less.
+TEST(KernelFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
+  const auto pad = plugged(PadKind::Usb);
+  const Device device = openPad(*pad);
+  for (std::uint8_t i = 0; i < 100; ++i) {
+    ASSERT_TRUE(pad->send({0x20, i, 0, 0, 0, 0}));
+  }
+  std::vector<std::uint8_t> arrived;
+  Bytes report(6);
+  while (hid_read_timeout(device.get(), report.data(), report.size(), 0) > 0) {
+    arrived.push_back(report[1]);
+  }
+  ASSERT_EQ(arrived.size(), 63u);
+  EXPECT_EQ(arrived.front(), 0);
+  EXPECT_EQ(arrived.back(), 62);
+}
+
+TEST(KernelFaceTest, FeatureReportsAreGotAtTheirFullLength) {
+  const auto ii = plugged(PadKind::Ii);
+  const Device iiDevice = openPad(*ii);
+  EXPECT_EQ(getFeature(iiDevice, 10, 55).size(), 55u);
+  EXPECT_THAT(getFeature(iiDevice, 2, 17), testing::SizeIs(17));
+
+  const auto ink = plugged(PadKind::Ink);
+  const Device inkDevice = openPad(*ink);
+  EXPECT_THAT(getFeature(inkDevice, 3, 17), testing::SizeIs(17));
+  EXPECT_THAT(getFeature(inkDevice, 6, 9), testing::SizeIs(9));
+
+  const auto vision = plugged(PadKind::Vision);
+  const Device visionDevice = openPad(*vision);
+  EXPECT_THAT(getFeature(visionDevice, 2, 34), testing::SizeIs(34));
+  EXPECT_THAT(getFeature(visionDevice, 3, 17), testing::SizeIs(17));
+  EXPECT_THAT(getFeature(visionDevice, 4, 17), testing::SizeIs(17));
+  EXPECT_THAT(getFeature(visionDevice, 12, 65), testing::SizeIs(65));
+  EXPECT_THAT(getFeature(visionDevice, 17, 34), testing::SizeIs(34));
+  EXPECT_THAT(vision->requests(), ElementsAre(FeatureRequest{FeatureCall::Get, {2}, true},
+                                              FeatureRequest{FeatureCall::Get, {3}, true},
+                                              FeatureRequest{FeatureCall::Get, {4}, true},
+                                              FeatureRequest{FeatureCall::Get, {12}, true},
+                                              FeatureRequest{FeatureCall::Get, {17}, true}));
+}
+
+TEST(KernelFaceTest, FeatureReportsAreSetAtTheirFullLength) {
+  const auto model = std::make_shared<InkPad>();
+  const auto pad = plugged(model);
+  const Device device = openPad(*pad);
+  Bytes band(2408, 0);
+  band[0] = 7;
+  band[1] = 1;
+  band[3] = 180;
+  band[2407] = 0x80;
+  EXPECT_EQ(setFeature(device, band), 2408);
+  EXPECT_EQ(setFeature(device, {9, 1, 0}), 3);
+  EXPECT_TRUE(InkPad::isDark(model->layer(1), 319, 239));
+  EXPECT_THAT(model->clears(), ElementsAre(1));
+}
+
+TEST(KernelFaceTest, FeatureReportsThatThePadDoesNotHaveFail) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  EXPECT_THAT(getFeature(device, 11, 17), IsEmpty());
+  EXPECT_EQ(setFeature(device, {10, 0, 0}), -1);
+}
+
+TEST(KernelFaceTest, RefusedAndShortAnswersReachTheProgram) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Refuse});
+  EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
+  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Short, 4});
+  EXPECT_THAT(getFeature(device, 2, 17), testing::SizeIs(4));
+  EXPECT_THAT(getFeature(device, 2, 17), testing::SizeIs(17));
+}
+
+TEST(KernelFaceTest, ProgramWaitsForLateAnswers) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Late});
+  auto reply = std::async(std::launch::async, [&] { return getFeature(device, 2, 17); });
+  ASSERT_TRUE(pad->waitForRequest([](const FeatureRequest&) { return true; }));
+  EXPECT_EQ(reply.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
+  pad->releaseLateAnswers();
+  EXPECT_THAT(reply.get(), testing::SizeIs(17));
+}
+
+TEST(KernelFaceTest, UnplugFailsReadsAndRequestsAtOnce) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  auto waiting = std::async(std::launch::async, [&] {
+    Bytes report(11);
+    return hid_read_timeout(device.get(), report.data(), report.size(), -1);
+  });
+  pad->unplug();
+  EXPECT_EQ(waiting.get(), -1);
+  EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
+}
+
+TEST(KernelFaceTest, UnplugDuringARequestFailsIt) {
+  const auto pad = plugged(PadKind::Ii);
+  const Device device = openPad(*pad);
+  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Unplug});
+  EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
+  EXPECT_FALSE(pad->plugged());
+  pad->plug();
+  const Device again = openPad(*pad);
+  ASSERT_NE(again, nullptr);
+  EXPECT_THAT(getFeature(again, 2, 17), testing::SizeIs(17));
+}
+
+TEST(KernelFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
+  UhidPad pad(std::make_shared<BrokenPad>());
+  EXPECT_THROW(pad.plug(), std::system_error);
+  EXPECT_FALSE(pad.plugged());
+}
+
+// Runs in a child, which gives up its privileges for good.
+TEST(KernelFaceDeathTest, WithoutPermissionPlugSaysSo) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  EXPECT_EXIT(
+      {
+        if (setuid(65534) != 0) {
+          _exit(1);
+        }
+        UhidPad pad(makePad(PadKind::Usb));
+        try {
+          pad.plug();
+        } catch (const std::system_error& error) {
+          std::fputs(error.what(), stderr);
+          _exit(error.code() == std::errc::permission_denied ? 42 : 1);
+        }
+        _exit(1);
+      },
+      testing::ExitedWithCode(42), "/dev/uhid: Permission denied");
+}
+
+}  // namespace
+}  // namespace virtualpads

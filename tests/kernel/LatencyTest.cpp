@@ -1,0 +1,152 @@
+// How long a pen sample takes from the kernel to the callback, and to the ink in the window, next
+// to hidapi alone in the same boot. Prints the figures; what it demands is only that every sample
+// arrives.
+#include <gtest/gtest.h>
+#include <hidapi.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Application.h"
+#include "Client.h"
+#include "Desktop.h"
+#include "TestPads.h"
+
+using virtualpads::PadKind;
+using virtualpads::UhidPad;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;  // the monotonic clock, as in the client
+
+constexpr int kSamples = 300;
+constexpr std::chrono::milliseconds kSampleInterval{5};  // 200 a second, as a pad samples
+
+std::int64_t now() {
+  return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
+}
+
+// Prints the median and the 99th percentile of differences in nanoseconds.
+void report(const char* what, const TestPad& kind, const std::vector<std::int64_t>& from,
+            const std::vector<std::int64_t>& to) {
+  ASSERT_EQ(from.size(), to.size());
+  std::vector<std::int64_t> taken;
+  for (std::size_t i = 0; i < from.size(); ++i) {
+    taken.push_back(to[i] - from[i]);
+  }
+  std::ranges::sort(taken);
+  const auto percentile = [&](std::size_t percent) {
+    return static_cast<double>(taken[(taken.size() * percent + 99) / 100 - 1]) / 1000;
+  };
+  std::printf("%-7s %-22s median %8.0f us, 99th percentile %8.0f us, %zu samples\n", kind.name,
+              what, percentile(50), percentile(99), taken.size());
+}
+
+// Sends the samples at a pad's pace and returns when each was handed to the kernel.
+std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind) {
+  std::vector<std::int64_t> sent;
+  auto next = Clock::now();
+  for (int n = 0; n < kSamples; ++n) {
+    std::this_thread::sleep_until(next += kSampleInterval);
+    sent.push_back(now());
+    pad.send(kind.report(n));
+  }
+  return sent;
+}
+
+class LatencyTest : public ::testing::TestWithParam<int> {
+ protected:
+  const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
+  std::unique_ptr<UhidPad> pad = plugged(kind.kind);
+};
+
+TEST_P(LatencyTest, HidapiAlone) {
+  hid_device* const device = hid_open_path(pad->waitForNode().c_str());
+  ASSERT_NE(device, nullptr);
+  std::vector<std::int64_t> arrived;
+  std::thread reader([&] {
+    std::array<unsigned char, 64> bytes{};
+    while (arrived.size() < kSamples &&
+           hid_read_timeout(device, bytes.data(), bytes.size(), 10000) > 0) {
+      arrived.push_back(now());
+    }
+  });
+  const auto sent = sendAtPace(*pad, kind);
+  reader.join();
+  hid_close(device);
+  report("to a hidapi reader", kind, sent, arrived);
+}
+
+TEST_P(LatencyTest, Callback) {
+  Client client;
+  client.connect(kind);
+  const std::size_t from = client.lineCount();
+  const auto sent = sendAtPace(*pad, kind);
+  client.waitForSamples(kSamples, from);
+  std::vector<std::int64_t> called;
+  for (const Client::Received& received : client.received()) {
+    called.push_back(received.nanoseconds);
+  }
+  report("to the callback", kind, sent, called);
+}
+
+std::string padName(const ::testing::TestParamInfo<int>& parameter) {
+  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest, ::testing::Range(0, 4), padName);
+
+// The pen goes to the right in steps of three pixels; each step's last pixel is looked at until it
+// is blue, without a pause.
+TEST(LatencyToTheWindowTest, Ink) {
+  constexpr int kRow = 80;
+  constexpr int kFirstColumn = 10;
+  constexpr int kStep = 3;
+  constexpr int kSteps = 70;
+  constexpr std::chrono::seconds kInkLimit{10};
+  const TestPad& kind = kTestPads[0];
+  const auto pad = plugged(kind.kind);
+  Desktop desktop;
+  Application app(desktop);
+  app.choose(kind);
+  app.open();
+  // The middle of what the application scales to that column and row.
+  const auto moveTo = [&](int column) {
+    pad->sendPen({.x = (column + 0.5) * 140 / 32767,
+                  .y = (kRow + 0.5) * 200 / 32767,
+                  .pressure = 0.5,
+                  .touch = true});
+  };
+  ASSERT_TRUE(pad->waitUntilOpen());
+  // Two points, for a first piece of ink: from then on the view stays where it is in the window.
+  moveTo(kFirstColumn);
+  moveTo(kFirstColumn + kStep);
+  const QPoint view = findView(desktop.waitForPicture(hasInk)).topLeft();
+  std::vector<std::int64_t> sent;
+  std::vector<std::int64_t> seen;
+  for (int step = 2; step <= kSteps; ++step) {
+    const int column = kFirstColumn + step * kStep;
+    const QPoint end = view + QPoint(column - 1, kRow);
+    ASSERT_EQ(desktop.pixel(end), kPaper);
+    std::this_thread::sleep_for(kSampleInterval);
+    sent.push_back(now());
+    moveTo(column);
+    const auto limit = Clock::now() + kInkLimit;
+    while (desktop.pixel(end) != kInk) {
+      ASSERT_TRUE(Clock::now() < limit) << "no ink in column " << column;
+    }
+    seen.push_back(now());
+  }
+  report("to the ink", kind, sent, seen);
+  app.quit();
+  EXPECT_EQ(app.program().wait(), 0);
+}
+
+}  // namespace

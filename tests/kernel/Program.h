@@ -1,0 +1,80 @@
+// A program under test in a process of its own, spoken to through its standard input and output.
+#ifndef TESTS_KERNEL_PROGRAM_H
+#define TESTS_KERNEL_PROGRAM_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "virtualpads/kernel/FileDescriptor.h"
+
+constexpr uid_t kNobody = 65534;
+
+struct ProgramOptions {
+  std::vector<std::string> arguments = {};
+  std::vector<std::string> environment = {};  // "NAME=value", on top of the caller's
+  bool unprivileged = false;                  // run as the user nobody
+};
+
+// All operations but wait may be called on any thread. Those that wait give up after 30 s.
+class Program {
+ public:
+  // Starts the program, found by its path.
+  explicit Program(const std::string& path, const ProgramOptions& options = {});
+  // Kills it if it still runs.
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  pid_t id() const { return m_id; }
+
+  // Writes a line to the program's standard input; does nothing when the program has ended.
+  void send(const std::string& line);
+
+  // Ends its standard input.
+  void endInput();
+
+  // What it has written so far, standard output and standard error in one.
+  std::vector<std::string> lines() const;
+  std::size_t lineCount() const;
+  // Waits for a line, looking from line number `from` on, and returns its number. Throws
+  // std::runtime_error, with all the lines in its text, when the line does not come.
+  std::size_t waitForLine(const std::function<bool(const std::string&)>& wanted,
+                          std::size_t from = 0) const;
+  std::size_t waitForLine(const std::string& wanted, std::size_t from = 0) const;
+
+  // Sends a command that the program answers in one line starting with the command's first word,
+  // and returns the rest of that line. Throws as waitForLine does.
+  std::string ask(const std::string& command);
+
+  // The processor time that the program has used.
+  std::chrono::nanoseconds processorTime() const;
+
+  void signal(int number) const;
+  // Waits for the end and returns the exit code, or 128 + the signal that killed it. One thread
+  // only.
+  int wait();
+
+ private:
+  void readOutput();
+
+  pid_t m_id = -1;
+  virtualpads::FileDescriptor m_input;
+  virtualpads::FileDescriptor m_output;
+  std::thread m_reader;
+  int m_status = -1;  // as wait gives it; -1 while that has not been called
+
+  mutable std::mutex m_mutex;
+  mutable std::condition_variable m_changed;
+  std::vector<std::string> m_lines;
+  bool m_ended = false;
+};
+
+#endif

@@ -1,0 +1,384 @@
+// A client of the SDK with pads on a real kernel: what it is told, what reaches the pad, and what
+// becomes of it when the plug is pulled.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Client.h"
+#include "TestPads.h"
+#include "virtualpads/InkPad.h"
+#include "virtualpads/VisionPad.h"
+
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+using ::testing::Lt;
+using virtualpads::FeatureCall;
+using virtualpads::FeatureFault;
+using virtualpads::FeatureRequest;
+using virtualpads::InkPad;
+using virtualpads::UhidPad;
+using virtualpads::VisionPad;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A client may wait for one read of a second, and for a little work around it.
+constexpr std::chrono::seconds kCloseLimit{4};
+
+constexpr std::uint8_t kKeepAlive = 26;
+
+struct Request {
+  FeatureCall call;
+  std::uint8_t reportId;
+};
+
+// What a test expects of a pad, in the words of the client and of the wire.
+struct Expectation {
+  std::string size;
+  std::string serial;
+  // The same from a client that may not open the node.
+  std::string sizeWithoutPad;
+  std::string serialWithoutPad;
+  // The requests that reach the pad, but for the vision pad's keep-alive.
+  std::vector<std::string> atConnect{};
+  std::vector<std::string> atSize{};
+  std::vector<std::string> atSerial{};
+  std::vector<std::string> atClear{};
+  std::vector<std::string> atDisconnect{};
+  // A request in the middle of the operation, where it makes any.
+  std::optional<Request> duringConnect{};
+  std::optional<Request> duringClear{};
+  std::optional<Request> duringDisconnect{};
+};
+
+const std::array<Expectation, 4> kExpectations{{
+    {
+        .size = "3.685 2.23",
+        .serial = "none",
+        .sizeWithoutPad = "3.685 2.23",
+        .serialWithoutPad = "none",
+    },
+    {
+        .size = "3.685 2.23",
+        .serial = "33c72a14d34842c6becddcebfa091827",
+        .sizeWithoutPad = "0 0",
+        // A request that fails counts as a serial number of zeros.
+        .serialWithoutPad = "33c72a14d34842c60000000000000000",
+        .atSize = {"get 10", "get 10"},
+        .atSerial = {"get 2"},
+    },
+    {
+        .size = "3.11 2.28",
+        .serial = "99f6f7c515574d19a897867564534231",
+        .sizeWithoutPad = "3.11 2.28",
+        .serialWithoutPad = "99f6f7c515574d190000000000000000",
+        // The picture in four bands; then the option block read and written for the inking region,
+        // the ink trace, the backlight and each of three layers; then read once more.
+        .atConnect = {"set 7", "set 7", "set 7", "set 7",  //
+                      "get 3", "set 3", "get 3", "set 3", "get 3", "set 3", "get 3", "set 3",
+                      "get 3", "set 3", "get 3", "set 3", "get 3"},
+        .atSerial = {"get 6"},
+        .atClear = {"set 9"},
+        // Ink trace and backlight, then each layer cleared and set.
+        .atDisconnect = {"get 3", "set 3", "get 3", "set 3",  //
+                         "set 9", "get 3", "set 3", "set 9", "get 3", "set 3", "set 9", "get 3",
+                         "set 3"},
+        .duringConnect = Request{FeatureCall::Get, 3},
+        .duringClear = Request{FeatureCall::Set, 9},
+        .duringDisconnect = Request{FeatureCall::Set, 9},
+    },
+    {
+        .size = "4.5 2.8",
+        .serial = "0123456789abcdef1032547698badcfe",
+        .sizeWithoutPad = "0 0",
+        .serialWithoutPad = "none",
+        // Reset, the mode written and read, the ink region read and written, the pad information.
+        .atConnect = {"get 3", "set 4", "get 4", "get 17", "set 17", "get 12"},
+        .atSerial = {"get 2"},
+        .atClear = {"set 18"},
+        .atDisconnect = {"set 4"},
+        .duringConnect = Request{FeatureCall::Get, 12},
+        .duringClear = Request{FeatureCall::Set, 18},
+        .duringDisconnect = Request{FeatureCall::Set, 4},
+    },
+}};
+
+// The requests since the last call, as "get 3", without the keep-alive.
+std::vector<std::string> takeTraffic(UhidPad& pad) {
+  std::vector<std::string> traffic;
+  for (const FeatureRequest& request : pad.requests()) {
+    if (request.bytes[0] != kKeepAlive) {
+      traffic.push_back((request.call == FeatureCall::Get ? "get " : "set ") +
+                        std::to_string(request.bytes[0]));
+    }
+  }
+  pad.clearRequests();
+  return traffic;
+}
+
+class SdkTest : public ::testing::TestWithParam<int> {
+ protected:
+  const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
+  const Expectation& expected = kExpectations.at(static_cast<std::size_t>(GetParam()));
+  std::unique_ptr<UhidPad> pad = plugged(kind.kind);
+  std::unique_ptr<Client> client = std::make_unique<Client>();
+
+  // The client sends "disconnect" and "release" and is done with them in time.
+  void expectDisconnectInTime() {
+    const auto start = Clock::now();
+    client->disconnect();
+    EXPECT_THAT(Clock::now() - start, Lt(kCloseLimit));
+  }
+
+  // After the plug was pulled: the client closes, and all works again with the pad plugged again.
+  void expectToGoOn() {
+    expectDisconnectInTime();
+    replug(*pad);
+    EXPECT_EQ(client->connect(kind), 1);
+    EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
+  }
+
+  // The processor time that the client takes: the least of three measurements, since what else runs
+  // on the machine adds to it.
+  double percentOfCore() const {
+    constexpr std::chrono::duration<double> kInterval{0.5};
+    double least = 100;
+    for (int i = 0; i < 3; ++i) {
+      const auto before = client->processorTime();
+      std::this_thread::sleep_for(kInterval);
+      const std::chrono::duration<double> taken = client->processorTime() - before;
+      least = std::min(least, taken / kInterval * 100);
+    }
+    return least;
+  }
+
+  // Pulls the plug at that request.
+  void unplugAt(Request request) {
+    pad->fail(request.call, request.reportId, {FeatureFault::Kind::Unplug});
+  }
+};
+
+TEST_P(SdkTest, PadIsCountedOpenedReadAndClosed) {
+  const auto stranger = plugged(makeOtherPad());
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_TRUE(pad->waitUntilOpen());
+  EXPECT_THAT(takeTraffic(*pad), ElementsAreArray(expected.atConnect));
+
+  client->write(*pad, kind, 0, 1000);
+  std::vector<Sample> samples;
+  for (const Client::Received& received : client->received()) {
+    samples.push_back(received.sample);
+  }
+  std::vector<Sample> sent;
+  for (int n = 0; n < 1000; ++n) {
+    sent.push_back(kind.sample(n));
+  }
+  EXPECT_EQ(samples, sent);
+
+  EXPECT_EQ(client->ask("size"), expected.size);
+  EXPECT_THAT(takeTraffic(*pad), ElementsAreArray(expected.atSize));
+  EXPECT_EQ(client->ask("serial"), expected.serial);
+  EXPECT_THAT(takeTraffic(*pad), ElementsAreArray(expected.atSerial));
+  EXPECT_EQ(client->ask("clear"), "1");
+  EXPECT_THAT(takeTraffic(*pad), ElementsAreArray(expected.atClear));
+  expectDisconnectInTime();
+  EXPECT_TRUE(pad->waitUntilClosed());
+  EXPECT_THAT(takeTraffic(*pad), ElementsAreArray(expected.atDisconnect));
+
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
+  EXPECT_FALSE(stranger->open());
+}
+
+TEST_P(SdkTest, OfTwoPadsOneIsOpenedAndTheOtherServesAfterAnUnplug) {
+  const auto second = plugged(kind.kind);
+  EXPECT_EQ(client->connect(kind), 2);
+  // Each pad sends another report, and the sample tells whose it was.
+  const std::size_t from = client->lineCount();
+  pad->send(kind.report(0));
+  second->send(kind.report(1));
+  client->waitForSamples(1, from);
+  const Sample sample = client->received().front().sample;
+  const Sample ofSecond = kind.sample(1);
+  const bool secondIsOpen = sample.x == ofSecond.x && sample.pressure == ofSecond.pressure;
+  UhidPad& opened = secondIsOpen ? *second : *pad;
+  UhidPad& other = secondIsOpen ? *pad : *second;
+  EXPECT_TRUE(opened.waitUntilOpen());
+  EXPECT_FALSE(other.open());
+  opened.unplug();
+  expectDisconnectInTime();
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_NO_THROW(client->write(other, kind, 0, 5));
+}
+
+// The facade reports an open connection all the same, and the client must get through it.
+TEST_P(SdkTest, NodeWithoutPermissionStaysSilent) {
+  client = std::make_unique<Client>(true);
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_EQ(client->ask("size"), expected.sizeWithoutPad);
+  EXPECT_EQ(client->ask("serial"), expected.serialWithoutPad);
+  client->ask("clear");
+  expectDisconnectInTime();
+  EXPECT_FALSE(pad->open());
+  EXPECT_THAT(pad->requests(), IsEmpty());
+}
+
+TEST_P(SdkTest, ClientThatDiesConnectedLeavesThePadToTheNextOne) {
+  client->connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
+  client->signal(SIGKILL);
+  EXPECT_EQ(client->wait(), 128 + SIGKILL);
+  EXPECT_TRUE(pad->waitUntilClosed());
+  client = std::make_unique<Client>();
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
+}
+
+TEST_P(SdkTest, UnplugWhileIdle) {
+  client->ask("provider " + std::to_string(kind.provider));
+  EXPECT_EQ(client->ask("devices"), "1");
+  pad->unplug();
+  EXPECT_EQ(client->ask("devices"), "0");
+  client->ask("release");
+  replug(*pad);
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
+}
+
+TEST_P(SdkTest, UnplugWhileConnected) {
+  client->connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
+  pad->unplug();
+  expectToGoOn();
+}
+
+TEST_P(SdkTest, UnplugWithThePenDown) {
+  client->connect(kind);
+  client->write(*pad, kind, 0, 20);
+  for (int n = 20; n < 40; ++n) {
+    pad->send(kind.report(n));
+  }
+  pad->unplug();
+  expectToGoOn();
+}
+
+TEST_P(SdkTest, UnplugDuringOpen) {
+  if (expected.duringConnect) {
+    unplugAt(*expected.duringConnect);
+    client->connect(kind);
+  } else {
+    client->ask("provider " + std::to_string(kind.provider));
+    const std::size_t from = client->lineCount();
+    client->send("connect");
+    ASSERT_TRUE(pad->waitUntilOpen());
+    pad->unplug();
+    client->waitForLine("connect 1", from);
+  }
+  EXPECT_FALSE(pad->plugged());
+  expectToGoOn();
+}
+
+TEST_P(SdkTest, UnplugDuringClear) {
+  client->connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
+  if (expected.duringClear) {
+    unplugAt(*expected.duringClear);
+  } else {
+    pad->unplug();
+  }
+  EXPECT_EQ(client->ask("clear"), "1");
+  EXPECT_FALSE(pad->plugged());
+  expectToGoOn();
+}
+
+TEST_P(SdkTest, UnplugDuringClose) {
+  client->connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
+  const std::size_t from = client->lineCount();
+  if (expected.duringDisconnect) {
+    unplugAt(*expected.duringDisconnect);
+    client->send("disconnect");
+  } else {
+    client->send("disconnect");
+    pad->unplug();
+  }
+  const auto start = Clock::now();
+  client->waitForLine("disconnect", from);
+  EXPECT_THAT(Clock::now() - start, Lt(kCloseLimit));
+  EXPECT_FALSE(pad->plugged());
+  client->ask("release");
+  replug(*pad);
+  EXPECT_EQ(client->connect(kind), 1);
+  EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
+}
+
+// A reading loop that retries without a pause would take a whole core. What the connection costs
+// while the pad is plugged and idle, which on an emulated machine is a lot, is taken off.
+TEST_P(SdkTest, UnpluggedPadTakesNoProcessorTime) {
+  client->connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
+  const double idle = percentOfCore();
+  pad->unplug();
+  const double unplugged = percentOfCore();
+  std::printf("%s pad: %.1f %% of a core plugged and idle, %.1f %% unplugged\n", kind.name, idle,
+              unplugged);
+  EXPECT_LT(unplugged - idle, 5);
+}
+
+std::string padName(const ::testing::TestParamInfo<int>& parameter) {
+  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, SdkTest, ::testing::Range(0, 4), padName);
+
+TEST(SdkInkPadTest, LcdIsSetUpWhileConnectedAndResetByTheClose) {
+  const auto model = std::make_shared<InkPad>();
+  const auto pad = plugged(model);
+  Client client;
+  client.connect(kTestPads[2]);
+  pad->withModel([&](virtualpads::PadModel&) {
+    EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{2, 500}));
+    EXPECT_EQ(model->backlight(), (InkPad::Backlight{1, true, 500}));
+    EXPECT_EQ(model->inkingRegion(), (InkPad::Rectangle{0, 0, 319, 239}));
+    for (int layer = 0; layer < 3; ++layer) {
+      EXPECT_EQ(model->layerState(layer), 1);
+    }
+    EXPECT_NE(model->layer(1), InkPad::Picture{});
+  });
+  client.ask("clear");
+  client.disconnect();
+  EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{0, 300}));
+  EXPECT_EQ(model->backlight(), (InkPad::Backlight{0, true, 500}));
+  for (int layer = 0; layer < 3; ++layer) {
+    EXPECT_EQ(model->layerState(layer), 0);
+  }
+  // The clear, then that of the three layers: the value tells layer 0 from the others, no more.
+  EXPECT_THAT(model->clears(), testing::ElementsAre(0, 0, 1, 1));
+}
+
+TEST(SdkVisionPadTest, PadIsInPenModeAndKeptAliveWhileConnected) {
+  const auto model = std::make_shared<VisionPad>();
+  const auto pad = plugged(model);
+  Client client;
+  client.connect(kTestPads[3]);
+  pad->withModel([&](virtualpads::PadModel&) { EXPECT_EQ(model->mode(), 1); });
+  EXPECT_TRUE(pad->waitForRequest([](const FeatureRequest& request) {
+    return request.call == FeatureCall::Set &&
+           request.bytes ==
+               virtualpads::Bytes{kKeepAlive, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  }));
+  client.disconnect();
+  EXPECT_EQ(model->mode(), 4);
+  EXPECT_EQ(model->resets(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+// The unplug storm: over and over, the plug is pulled while the pen moves and the client's thread
+// makes one call after the other.
+//
+// kernel-storm ROUNDS: that many rounds for each pad.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "Client.h"
+#include "TestPads.h"
+
+using virtualpads::UhidPad;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kCloseLimit{4};
+constexpr std::chrono::milliseconds kReportInterval{1};
+constexpr long kCallsWhileUnplugged = 10;
+
+int rounds = 0;
+
+// A pen that writes without a pause, whether anybody reads it or not, until its end of life.
+class MovingPen {
+ public:
+  MovingPen(UhidPad& pad, const TestPad& kind)
+      : m_thread([this, &pad, &kind] {
+          for (int n = 0; !m_stop; n = (n + 1) % 1000) {
+            pad.send(kind.report(n));
+            std::this_thread::sleep_for(kReportInterval);
+          }
+        }) {}
+  ~MovingPen() {
+    m_stop = true;
+    m_thread.join();
+  }
+  MovingPen(const MovingPen&) = delete;
+  MovingPen& operator=(const MovingPen&) = delete;
+
+ private:
+  std::atomic<bool> m_stop{false};
+  std::thread m_thread;
+};
+
+// The rounds of calls that the client has made since it was told to hammer.
+long progress(Client& client) {
+  return std::stol(client.ask("progress"));
+}
+
+class StormTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(StormTest, ClientSurvives) {
+  const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
+  const auto pad = plugged(kind.kind);
+  const MovingPen pen(*pad, kind);
+  Client client;
+  const auto start = Clock::now();
+  auto longestClose = Clock::duration::zero();
+  for (int round = 0; round < rounds; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    ASSERT_EQ(client.connect(kind), 1);
+    client.waitForSamples(1, client.lineCount());
+    client.ask("hammer");
+    pad->unplug();
+    for (const long before = progress(client); progress(client) < before + kCallsWhileUnplugged;) {
+    }
+    const auto closing = Clock::now();
+    client.disconnect();
+    const auto taken = Clock::now() - closing;
+    ASSERT_LT(taken, kCloseLimit);
+    longestClose = std::max(longestClose, taken);
+    replug(*pad);
+  }
+  client.endInput();
+  EXPECT_EQ(client.wait(), EXIT_SUCCESS);
+  const auto milliseconds = [](Clock::duration time) {
+    return static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(time).count());
+  };
+  std::printf("%s pad: %d rounds in %ld ms, the longest close %ld ms\n", kind.name, rounds,
+              milliseconds(Clock::now() - start), milliseconds(longestClose));
+}
+
+std::string padName(const ::testing::TestParamInfo<int>& parameter) {
+  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, StormTest, ::testing::Range(0, 4), padName);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  rounds = argc == 2 ? std::atoi(argv[1]) : 0;
+  if (rounds < 1) {
+    std::fputs("usage: kernel-storm ROUNDS\n", stderr);
+    return EXIT_FAILURE;
+  }
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,106 @@
+#include "TestPads.h"
+
+#include <stdexcept>
+#include <utility>
+
+using virtualpads::Bytes;
+using virtualpads::PadKind;
+using virtualpads::PadModel;
+using virtualpads::PenState;
+using virtualpads::UhidPad;
+
+namespace {
+
+constexpr std::uint8_t low(int value) {
+  return static_cast<std::uint8_t>(value);
+}
+constexpr std::uint8_t high(int value) {
+  return static_cast<std::uint8_t>(value >> 8);
+}
+
+// The SDK numbers the samples of the USB pad and of the pad II from 1 to 127, then from 1 again.
+constexpr unsigned cycled(int n) {
+  return static_cast<unsigned>(n % 127 + 1);
+}
+
+// Raw (590, 295) is the middle of the surface; the pressure tells the samples apart.
+Bytes usbReport(int n) {
+  return {0x20, low(590), high(590), low(295), high(295), low(n % 128)};
+}
+Sample usbSample(int n) {
+  return {16383, 16383, n % 128, 1, cycled(n)};
+}
+
+Bytes iiReport(int n) {
+  return {1, 0x21, low(30 * n), high(30 * n), low(20000), high(20000), 90, 0, 0, 0, 0};
+}
+Sample iiSample(int n) {
+  return {30 * n, 20000, 90, 1, cycled(n)};
+}
+
+// The ink pad numbers its samples itself.
+Bytes inkReport(int n) {
+  return {1, 0x21, low(30 * n), high(30 * n), low(20000), high(20000), 200, low(n + 5)};
+}
+Sample inkSample(int n) {
+  return {30 * n, 20000, 200, 1, static_cast<unsigned>((n + 5) % 256)};
+}
+
+Bytes visionReport(int n) {
+  return {1, 0x80, high(n), low(n), high(700), low(700), high(900), low(900), 0,
+          0, 0,    0,       0,      0,         0,        0,         0};
+}
+Sample visionSample(int n) {
+  return {n, 700, 900, 1, static_cast<unsigned>((n + 1) % 256)};
+}
+
+class OtherPad : public PadModel {
+ public:
+  Identity identity() const override { return {0x04DF, 0x43, "Other"}; }
+  double widthInches() const override { return m_usbPad->widthInches(); }
+  double heightInches() const override { return m_usbPad->heightInches(); }
+  std::span<const std::uint8_t> reportDescriptor() const override {
+    return m_usbPad->reportDescriptor();
+  }
+  Bytes inputReport(const PenState& pen) override { return m_usbPad->inputReport(pen); }
+  std::optional<Bytes> getFeature(std::uint8_t) override { return std::nullopt; }
+  bool setFeature(std::span<const std::uint8_t>) override { return false; }
+
+ private:
+  std::shared_ptr<PadModel> m_usbPad = virtualpads::makePad(PadKind::Usb);
+};
+
+}  // namespace
+
+const std::array<TestPad, 4> kTestPads{{
+    {"Usb", 0, PadKind::Usb, usbReport, usbSample},
+    {"Ii", 1, PadKind::Ii, iiReport, iiSample},
+    {"Ink", 2, PadKind::Ink, inkReport, inkSample},
+    {"Vision", 3, PadKind::Vision, visionReport, visionSample},
+}};
+
+std::ostream& operator<<(std::ostream& out, const Sample& sample) {
+  return out << "(" << sample.x << ", " << sample.y << ", pressure " << sample.pressure
+             << ", touch " << sample.touch << ", number " << sample.sequence << ")";
+}
+
+std::shared_ptr<PadModel> makeOtherPad() {
+  return std::make_shared<OtherPad>();
+}
+
+std::unique_ptr<UhidPad> plugged(std::shared_ptr<PadModel> model) {
+  auto pad = std::make_unique<UhidPad>(std::move(model));
+  replug(*pad);
+  return pad;
+}
+
+std::unique_ptr<UhidPad> plugged(PadKind kind) {
+  return plugged(virtualpads::makePad(kind));
+}
+
+void replug(UhidPad& pad) {
+  pad.plug();
+  if (pad.waitForNode().empty()) {
+    throw std::runtime_error("the pad has no node");
+  }
+}

@@ -1,0 +1,45 @@
+// The pads as the kernel tests use them.
+#ifndef TESTS_KERNEL_TESTPADS_H
+#define TESTS_KERNEL_TESTPADS_H
+
+#include <array>
+#include <memory>
+#include <ostream>
+
+#include "virtualpads/kernel/UhidPad.h"
+
+// A pen sample as the SDK's callback gets it, without its time.
+struct Sample {
+  int x;
+  int y;
+  int pressure;
+  int touch;
+  unsigned sequence;
+  bool operator==(const Sample&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Sample& sample);
+
+struct TestPad {
+  const char* name;
+  int provider;
+  virtualpads::PadKind kind;
+  // The n-th report of a pen that stays down, n from 0 to 999, and the sample that a program makes
+  // of it when it is the n-th one that the program gets.
+  virtualpads::Bytes (*report)(int n);
+  Sample (*sample)(int n);
+};
+
+// In the order of the providers.
+extern const std::array<TestPad, 4> kTestPads;
+
+// A pad of the same vendor that the SDK has no driver for.
+std::shared_ptr<virtualpads::PadModel> makeOtherPad();
+
+// Plugs a pad and returns when it has its node; throws std::runtime_error when it gets none.
+std::unique_ptr<virtualpads::UhidPad> plugged(std::shared_ptr<virtualpads::PadModel> model);
+std::unique_ptr<virtualpads::UhidPad> plugged(virtualpads::PadKind kind);
+// The same for a pad that was unplugged.
+void replug(virtualpads::UhidPad& pad);
+
+#endif

@@ -1,0 +1,221 @@
+// vela-virtual-pad as it is shipped, on a real kernel, with this test as the program that has the
+// pad open. Leaves a picture of the window in the current directory.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/hidraw.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/kernel/Desktop.h"
+#include "tests/kernel/Program.h"
+#include "virtualpads/Recording.h"
+#include "virtualpads/kernel/FileDescriptor.h"
+
+// Last: their macros take common names.
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+
+namespace {
+
+using testing::ElementsAre;
+using virtualpads::Bytes;
+using virtualpads::FileDescriptor;
+
+constexpr int kPatienceMilliseconds = 30000;
+
+// The node that the program says it has plugged the pad at, once it does.
+std::string nodeOf(const Program& program, const std::string& pad) {
+  const std::string begin = pad + " is plugged at ";
+  const auto number =
+      program.waitForLine([&](const std::string& line) { return line.starts_with(begin); });
+  const std::string rest = program.lines().at(number).substr(begin.size());
+  return rest.substr(0, rest.find(';'));
+}
+
+class Node {
+ public:
+  explicit Node(const std::string& path) : m_file(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+    if (!m_file) {
+      throw std::runtime_error("cannot open " + path);
+    }
+  }
+
+  Bytes read() const {
+    pollfd watched{m_file.get(), POLLIN, 0};
+    std::array<std::uint8_t, 64> buffer;
+    if (poll(&watched, 1, kPatienceMilliseconds) != 1) {
+      throw std::runtime_error("no report came");
+    }
+    const auto count = ::read(m_file.get(), buffer.data(), buffer.size());
+    return {buffer.begin(), buffer.begin() + std::max<ssize_t>(count, 0)};
+  }
+
+  bool setFeature(Bytes report) const {
+    return ioctl(m_file.get(), HIDIOCSFEATURE(report.size()), report.data()) ==
+           static_cast<int>(report.size());
+  }
+
+ private:
+  FileDescriptor m_file;
+};
+
+TEST(Replay, SendsTheReportsToWhoeverOpensThePad) {
+  std::ofstream("replay.hid") << "R: 1 06\nN: Vela II\nI: 3 04df 001f\n"
+                                 "E: 000000.000000 11 01 21 00 40 00 20 40 00 00 00 00\n"
+                                 "E: 000000.005000 11 01 21 01 40 02 20 41 05 00 00 00\n"
+                                 "E: 000000.010000 11 01 20 01 40 02 20 00 0a 00 00 00\n";
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ii", "--replay", "replay.hid"}});
+  const std::string path = nodeOf(program, "Vela II");
+  {
+    const Node node(path);
+    EXPECT_THAT(node.read(), ElementsAre(1, 0x21, 0, 0x40, 0, 0x20, 0x40, 0, 0, 0, 0));
+    EXPECT_THAT(node.read(), ElementsAre(1, 0x21, 1, 0x40, 2, 0x20, 0x41, 5, 0, 0, 0));
+    EXPECT_THAT(node.read(), ElementsAre(1, 0x20, 1, 0x40, 2, 0x20, 0, 10, 0, 0, 0));
+    program.waitForLine("sent; waiting for the program to close the pad");
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+  }
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+}
+
+TEST(Replay, TellsOfReportsThatNobodyCouldGet) {
+  std::ofstream("lost.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n"
+                               "E: 000000.000000 6 20 4e 02 27 01 40\n"
+                               "E: 000002.000000 6 00 4e 02 27 01 00\n";
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"usb", "--replay", "lost.hid"}});
+  Node(nodeOf(program, "Vela USB")).read();
+  program.waitForLine("vela-virtual-pad: lost 1 of 2 reports: no program had the pad open");
+  EXPECT_EQ(program.wait(), 1);
+}
+
+TEST(Permission, IsMissedInOneClearLine) {
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink"}, .unprivileged = true});
+  program.waitForLine(
+      "vela-virtual-pad: /dev/uhid may not be opened; this permits it until the next start: "
+      "sudo chown $USER /dev/uhid (docs/virtual-pads.md has a rule that lasts)");
+  EXPECT_EQ(program.wait(), 1);
+}
+
+TEST(Record, TellsOfAFileThatCannotBeWritten) {
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--record", "/missing/file"}});
+  program.waitForLine("vela-virtual-pad: /missing/file: No such file or directory");
+  EXPECT_EQ(program.wait(), 1);
+}
+
+class Mouse {
+ public:
+  explicit Mouse(const std::string& display) : m_display(XOpenDisplay(display.c_str())) {
+    if (m_display == nullptr) {
+      throw std::runtime_error("no connection to the X server");
+    }
+  }
+
+  void move(QPoint to) {
+    XTestFakeMotionEvent(m_display.get(), -1, to.x(), to.y(), CurrentTime);
+    XSync(m_display.get(), False);
+  }
+  void press() { button(True); }
+  void release() { button(False); }
+
+ private:
+  struct CloseDisplay {
+    void operator()(Display* display) const { XCloseDisplay(display); }
+  };
+
+  void button(Bool down) {
+    XTestFakeButtonEvent(m_display.get(), 1, down, CurrentTime);
+    XSync(m_display.get(), False);
+  }
+
+  std::unique_ptr<Display, CloseDisplay> m_display;
+};
+
+// The LCD in a picture of the window, while all of it is light.
+QRect findLcd(const QImage& picture) {
+  QRect lcd;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      if (picture.pixel(x, y) == 0xFFE3EBD9) {
+        lcd |= QRect(x, y, 1, 1);
+      }
+    }
+  }
+  return lcd;
+}
+
+TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
+  Desktop desktop;
+  Program program(VELA_VIRTUAL_PAD,
+                  {.arguments = {"ink", "--record", "drawn.hid"},
+                   .environment = {"DISPLAY=" + desktop.name(), "QT_QPA_PLATFORM=xcb",
+                                   "XDG_RUNTIME_DIR=/tmp"}});
+  const std::string path = nodeOf(program, "Vela Ink");
+  desktop.waitForWindow("Vela Ink at " + path);
+  const QRect lcd = findLcd(
+      desktop.waitForPicture([](const QImage& picture) { return !findLcd(picture).isEmpty(); }));
+  ASSERT_EQ(lcd.size(), QSize(320, 240));
+
+  std::vector<Bytes> received;
+  {
+    const Node node(path);
+    // At once: the kernel keeps only 64 unread reports.
+    auto stroke = std::async(std::launch::async, [&node] {
+      std::vector<Bytes> reports;
+      do {
+        reports.push_back(node.read());
+      } while ((reports.back().at(1) & 1) != 0);
+      return reports;
+    });
+    Mouse mouse(desktop.name());
+    mouse.move(lcd.topLeft() + QPoint(80, 120));
+    mouse.press();
+    for (int x = 80; x <= 240; x += 4) {
+      mouse.move(lcd.topLeft() + QPoint(x, 120));
+    }
+    mouse.release();
+    received = stroke.get();
+
+    // A black first row on a layer that is not hidden.
+    Bytes band(2408);
+    band[0] = 7;
+    std::fill_n(band.begin() + 8, 40, std::uint8_t{0xFF});
+    EXPECT_TRUE(node.setFeature(band));
+    EXPECT_TRUE(node.setFeature({3, 0, 0, 0, 0, 0, 0, 0, 0, 0x3F, 1, 0xEF, 4, 0, 0, 4, 0}));
+  }
+  desktop
+      .waitForPicture([&](const QImage& picture) {
+        return picture.pixel(lcd.topLeft()) == 0xFF1A2419 &&
+               picture.pixel(lcd.topRight()) == 0xFF1A2419 &&
+               picture.pixel(lcd.topLeft() + QPoint(0, 1)) == 0xFFE3EBD9;
+      })
+      .save("window.png");
+
+  desktop.closeWindow();
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+
+  const auto recording = virtualpads::readRecording("drawn.hid");
+  EXPECT_EQ(recording.product, 0x30);
+  std::vector<Bytes> recorded;
+  std::ranges::transform(recording.events, std::back_inserter(recorded),
+                         &virtualpads::Recording::Event::report);
+  EXPECT_EQ(recorded, received);
+  // 80 of 320 and 240 of 320 pixels, of 32767.
+  EXPECT_EQ(received.front()[2] | received.front()[3] << 8, 8192);
+  EXPECT_EQ(received.back()[2] | received.back()[3] << 8, 24575);
+}
+
+}  // namespace

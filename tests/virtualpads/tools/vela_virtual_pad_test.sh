@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# vela_virtual_pad_test.sh PROGRAM: what the program says and returns before it plugs anything.
+set -u
+program=$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+failures=0
+
+# expect STATUS STANDARD_ERROR ARGUMENT...
+expect() {
+  local status=$1 error=$2
+  shift 2
+  "$program" "$@" >out 2>err
+  local got=$?
+  if [ $got != "$status" ] || [ "$(cat err)" != "$error" ]; then
+    echo "vela-virtual-pad $*: status $got, not $status; standard error is"
+    cat err
+    failures=1
+  fi
+}
+
+usage='usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]'
+head=$'R: 1 06\nN: Vela Ink\nI: 3 04df 0030\n'
+
+expect 0 '' --help
+[ "$(head -n 1 out)" = "$usage" ] || { echo "--help prints no usage"; failures=1; }
+expect 2 "vela-virtual-pad: which pad?
+$usage"
+expect 2 "vela-virtual-pad: there is no pad pen
+$usage" pen
+
+expect 1 'vela-virtual-pad: missing.hid: No such file or directory' ink --replay missing.hid
+echo 'E: ' >bad.hid
+expect 1 'vela-virtual-pad: bad.hid: line 1, column 1: the R: line is missing' ink --replay bad.hid
+printf '%s' "$head" >ink.hid
+expect 1 'vela-virtual-pad: ink.hid: it was recorded of another device, 04df:0030' usb --replay ink.hid
+
+# Where the device is there, tests/kernel goes on from here.
+if [ ! -e /dev/uhid ]; then
+  missing='/dev/uhid is missing; this loads the kernel'\''s module for it: sudo modprobe uhid'
+  expect 1 "vela-virtual-pad: $missing" ink --replay ink.hid
+  expect 1 "vela-virtual-pad: $missing" ink
+  echo precious >kept.hid
+  expect 1 "vela-virtual-pad: $missing" ink --record kept.hid
+  [ "$(cat kept.hid)" = precious ] || { echo "the recording is emptied without a pad"; failures=1; }
+fi
+
+exit $failures

@@ -1,0 +1,10 @@
+#include <gmock/gmock.h>
+
+#include <QApplication>
+
+int main(int argc, char** argv) {
+  QApplication application(argc, argv);
+  QApplication::setQuitOnLastWindowClosed(false);
+  testing::InitGoogleMock(&argc, argv);
+  return RUN_ALL_TESTS();
+}

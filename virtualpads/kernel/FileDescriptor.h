@@ -1,0 +1,36 @@
+// An open file, closed at the end of its life.
+#ifndef VIRTUALPADS_KERNEL_FILEDESCRIPTOR_H
+#define VIRTUALPADS_KERNEL_FILEDESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace virtualpads {
+
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept
+      : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(m_descriptor, other.m_descriptor);
+    return *this;
+  }
+  ~FileDescriptor() {
+    if (m_descriptor >= 0) {
+      close(m_descriptor);
+    }
+  }
+
+  int get() const { return m_descriptor; }  // negative when there is none
+  explicit operator bool() const { return m_descriptor >= 0; }
+
+ private:
+  int m_descriptor = -1;
+};
+
+}  // namespace virtualpads
+
+#endif

@@ -1,0 +1,76 @@
+#include "virtualpads/kernel/HidrawNode.h"
+
+#include <linux/netlink.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "virtualpads/kernel/FileDescriptor.h"
+
+namespace virtualpads {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Hears of every device that comes or goes.
+FileDescriptor listenForDevices() {
+  FileDescriptor listener(
+      socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT));
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = 1;
+  bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  return listener;
+}
+
+// False when the limit passed without news.
+bool waitForNews(const FileDescriptor& listener, Clock::time_point limit) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now());
+  pollfd watched{listener.get(), POLLIN, 0};
+  if (left.count() <= 0 || poll(&watched, 1, static_cast<int>(left.count())) == 0) {
+    return false;
+  }
+  std::array<char, 4096> news;
+  while (recv(listener.get(), news.data(), news.size(), 0) > 0) {
+  }
+  return true;
+}
+
+bool hasPhysicalPath(const std::filesystem::path& device, const std::string& physicalPath) {
+  std::ifstream properties(device / "uevent");
+  std::string line;
+  while (std::getline(properties, line)) {
+    if (line == "HID_PHYS=" + physicalPath) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string findNode(const std::string& physicalPath) {
+  std::error_code missing;  // no class directory, or an entry that goes while we look: no node yet
+  for (const auto& node : std::filesystem::directory_iterator("/sys/class/hidraw", missing)) {
+    if (hasPhysicalPath(node.path() / "device", physicalPath)) {
+      return "/dev/" + node.path().filename().string();
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string waitForHidrawNode(const std::string& physicalPath, std::chrono::milliseconds limit) {
+  const auto end = Clock::now() + limit;
+  const FileDescriptor listener = listenForDevices();
+  std::string node;
+  do {
+    node = findNode(physicalPath);
+  } while (node.empty() && waitForNews(listener, end));
+  return node;
+}
+
+}  // namespace virtualpads

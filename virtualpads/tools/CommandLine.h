@@ -1,0 +1,36 @@
+// What vela-virtual-pad is asked to do.
+#ifndef VIRTUALPADS_TOOLS_COMMANDLINE_H
+#define VIRTUALPADS_TOOLS_COMMANDLINE_H
+
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "virtualpads/PadModel.h"
+
+namespace virtualpads {
+
+struct CommandLine {
+  bool help = false;  // the rest does not matter then
+  PadKind pad = PadKind::Usb;
+  std::optional<std::string> replay = std::nullopt;  // the recording to read
+  std::optional<std::string> record = std::nullopt;  // the recording to write
+  bool operator==(const CommandLine&) const = default;
+};
+
+// Arguments that make no sense; what() tells why.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// `arguments` without the program's name. Throws UsageError.
+CommandLine parseCommandLine(std::span<const char* const> arguments);
+
+extern const char* const kUsage;  // one line
+extern const char* const kHelp;
+
+}  // namespace virtualpads
+
+#endif

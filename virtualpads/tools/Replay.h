@@ -1,0 +1,33 @@
+// Sends the reports of a recording again.
+#ifndef VIRTUALPADS_TOOLS_REPLAY_H
+#define VIRTUALPADS_TOOLS_REPLAY_H
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <stdexcept>
+
+#include "virtualpads/PadModel.h"
+#include "virtualpads/Recording.h"
+
+namespace virtualpads {
+
+// The recording is one of another pad; what() says of which.
+class OtherPadError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Throws OtherPadError unless the recording was made of a pad with this vendor and product id.
+void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording);
+
+// Sends all reports in their order. Before each one `waitUntil` is called with the time that should
+// have passed by then since the first one; `send` returns false for a report that nobody got.
+// Returns the number of those. Any thread.
+std::size_t replay(const Recording& recording,
+                   const std::function<void(std::chrono::microseconds)>& waitUntil,
+                   const std::function<bool(const Bytes&)>& send);
+
+}  // namespace virtualpads
+
+#endif

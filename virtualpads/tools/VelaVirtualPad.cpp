@@ -1,0 +1,146 @@
+// vela-virtual-pad: plugs a pad made of software into this computer.
+#include <QApplication>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "virtualpads/Recording.h"
+#include "virtualpads/kernel/UhidPad.h"
+#include "virtualpads/tools/CommandLine.h"
+#include "virtualpads/tools/Replay.h"
+#include "virtualpads/tools/UhidTrouble.h"
+#include "virtualpads/window/PadWindow.h"
+#include "virtualpads/window/WatchedPad.h"
+
+namespace virtualpads {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kFailure = 1;
+constexpr int kUsageError = 2;
+
+int fail(const std::string& complaint) {
+  std::fprintf(stderr, "vela-virtual-pad: %s\n", complaint.c_str());
+  return kFailure;
+}
+
+// The node that the pad is at, or nothing after a complaint.
+std::optional<std::string> plug(UhidPad& pad) {
+  try {
+    pad.plug();
+  } catch (const std::system_error& error) {
+    fail(uhidTrouble(error));
+    return std::nullopt;
+  }
+  std::string node = pad.waitForNode();
+  if (node.empty()) {
+    fail("the kernel took the pad but made no /dev/hidraw for it");
+    return std::nullopt;
+  }
+  return node;
+}
+
+int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
+  Recording recording;
+  try {
+    recording = readRecording(file);
+    requireRecordingOf(model->identity(), recording);
+  } catch (const std::system_error& error) {
+    return fail(error.what());
+  } catch (const std::runtime_error& error) {
+    return fail(file + ": " + error.what());
+  }
+
+  UhidPad pad(model);
+  const auto node = plug(pad);
+  if (!node) {
+    return kFailure;
+  }
+  std::printf("%s is plugged at %s; waiting for a program to open it\n",
+              model->identity().name.c_str(), node->c_str());
+  while (!pad.waitUntilOpen()) {
+  }
+  std::printf("sending %zu reports\n", recording.events.size());
+  const auto begin = Clock::now();
+  const std::size_t lost = replay(
+      recording, [begin](auto since) { std::this_thread::sleep_until(begin + since); },
+      [&pad](const Bytes& report) { return pad.open() && pad.send(report); });
+  std::printf("sent; waiting for the program to close the pad\n");
+  while (!pad.waitUntilClosed()) {
+  }
+  if (lost > 0) {
+    return fail("lost " + std::to_string(lost) + " of " + std::to_string(recording.events.size()) +
+                " reports: no program had the pad open");
+  }
+  return 0;
+}
+
+int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
+              const std::optional<std::string>& file) {
+  auto watched = std::make_shared<WatchedPad>(model);
+  UhidPad pad(watched);
+  const auto node = plug(pad);
+  if (!node) {
+    return kFailure;
+  }
+  std::printf("%s is plugged at %s\n", watched->identity().name.c_str(), node->c_str());
+
+  std::ofstream out;
+  std::optional<RecordingWriter> recorder;
+  if (file) {
+    out.open(*file);
+    if (!out) {
+      return fail(*file + ": " + std::strerror(errno));
+    }
+    recorder.emplace(out, *watched);
+  }
+
+  QApplication application(argc, argv);
+  PadWindow window(watched, [&](const PenState& pen) {
+    const Bytes report = watched->inputReport(pen);
+    pad.send(report);
+    if (recorder && !recorder->write(std::chrono::milliseconds(pen.milliseconds), report)) {
+      recorder.reset();
+      QCoreApplication::exit(fail(*file + " can't be written"));
+    }
+  });
+  window.setWindowTitle(window.windowTitle() + " at " + QString::fromStdString(*node));
+  window.show();
+  return QApplication::exec();
+}
+
+int run(int argc, char** argv) {
+  // Each line is out at once, also into a pipe.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  CommandLine line;
+  try {
+    line = parseCommandLine({argv + 1, static_cast<std::size_t>(argc - 1)});
+  } catch (const UsageError& error) {
+    fail(error.what());
+    std::fputs(kUsage, stderr);
+    return kUsageError;
+  }
+  if (line.help) {
+    std::fputs(kHelp, stdout);
+    return 0;
+  }
+  const auto model = makePad(line.pad);
+  return line.replay ? runReplay(model, *line.replay) : runWindow(argc, argv, model, line.record);
+}
+
+}  // namespace
+
+}  // namespace virtualpads
+
+int main(int argc, char** argv) {
+  return virtualpads::run(argc, argv);
+}

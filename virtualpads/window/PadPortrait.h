@@ -1,0 +1,62 @@
+// How one kind of pad shows itself in a PadWindow: what is on its surface, what state it is in, and
+// what its feature reports are called.
+#ifndef VIRTUALPADS_WINDOW_PADPORTRAIT_H
+#define VIRTUALPADS_WINDOW_PADPORTRAIT_H
+
+#include <QFormLayout>
+#include <QLabel>
+#include <QVBoxLayout>
+#include <QWidget>
+#include <memory>
+#include <vector>
+
+#include "virtualpads/PadModel.h"
+#include "virtualpads/window/PadSurface.h"
+#include "virtualpads/window/WatchedPad.h"
+
+namespace virtualpads {
+
+// A feature report that the pad has.
+struct NamedReport {
+  std::uint8_t id;
+  WatchedPad::FeatureReport::Direction direction;
+  const char* name;
+};
+
+// The widget shows the state. For the GUI thread.
+class PadPortrait : public QWidget {
+ public:
+  // Shows what every pad has: its ids and its size.
+  explicit PadPortrait(const PadModel& pad);
+
+  // In the order of the ids.
+  virtual std::vector<NamedReport> featureReports() const = 0;
+
+  // What happened to the pad, in the order in which it happened.
+  virtual void penMoved(const PenState&) {}
+  virtual void featureReport(const WatchedPad::FeatureReport&) {}
+
+  // Takes over the state in which the model is now, after all that happened.
+  virtual void showState(const PadModel& pad) = 0;
+
+  virtual SurfaceView surface() const = 0;
+
+ protected:
+  // Appends a line: what it is, and a label for the value with that object name.
+  QLabel* addState(const QString& title, const char* objectName);
+  void addState(const QString& title, QLayout* value);
+  // Appends something below all lines.
+  void addBelow(QLayout* layout);
+
+ private:
+  QVBoxLayout* m_parts;
+  QFormLayout* m_form;
+};
+
+// A portrait for that model. A kind of pad that has none of its own gets that of the pads without a
+// display.
+std::unique_ptr<PadPortrait> makePortrait(const PadModel& pad);
+
+}  // namespace virtualpads
+
+#endif

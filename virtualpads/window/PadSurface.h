@@ -1,0 +1,78 @@
+// The writing surface of a pad on the screen: shows what the surface shows and takes the pen.
+#ifndef VIRTUALPADS_WINDOW_PADSURFACE_H
+#define VIRTUALPADS_WINDOW_PADSURFACE_H
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QRect>
+#include <QSinglePointEvent>
+#include <QTimer>
+#include <QWidget>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "virtualpads/window/PenSampler.h"
+
+namespace virtualpads {
+
+// What is to be seen on a surface.
+struct SurfaceView {
+  QImage picture;       // fills the surface and gives its proportions
+  bool pixels = false;  // they are a display's pixels: enlarged by whole numbers, never smoothed
+  std::optional<QRect> region = std::nullopt;  // a rectangle in the picture to be marked
+};
+
+// Written on with the mouse's left button or the tip of a tablet's pen. For the GUI thread.
+class PadSurface : public QWidget {
+  Q_OBJECT
+
+ public:
+  // The pressure of a mouse, which tells none.
+  static constexpr double kMousePressure = 0.5;
+
+  // `send` gets the samples of whoever writes here, 200 a second while the pen is down. `name` is
+  // what stands on the case. Each later view has a picture of the same size as the first.
+  PadSurface(QString name, SurfaceView view, std::function<void(const PenState&)> send);
+
+  void setView(SurfaceView view);
+  // Where to mark a pen, of this surface or of anybody who moves one; none while it is lifted.
+  void setPen(const PenState& pen);
+
+  // Where the surface is in the widget, inside the case.
+  QRectF surfaceRect() const;
+
+  QSize sizeHint() const override;
+  QSize minimumSizeHint() const override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void tabletEvent(QTabletEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
+
+ private:
+  QSize sizeForSurface(int width) const;
+  void press(const QSinglePointEvent& event, double pressure);
+  void move(const QSinglePointEvent& event, double pressure);
+  void release(const QSinglePointEvent& event);
+  void lift();
+  PointerState pointerState(const QSinglePointEvent& event, double pressure) const;
+  std::uint32_t now() const;
+  void sendAll(const std::vector<PenState>& samples) const;
+
+  const QString m_name;
+  const std::function<void(const PenState&)> m_send;
+  SurfaceView m_view;
+  std::optional<PenState> m_pen;
+  const QPointingDevice* m_writer = nullptr;  // the device whose pen is down
+  PenSampler m_sampler;
+  QElapsedTimer m_clock;
+  QTimer m_sampling;
+};
+
+}  // namespace virtualpads
+
+#endif

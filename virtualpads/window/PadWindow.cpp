@@ -1,0 +1,107 @@
+#include "virtualpads/window/PadWindow.h"
+
+#include <QFontDatabase>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QScreen>
+#include <QVBoxLayout>
+#include <utility>
+
+#include "virtualpads/window/HexText.h"
+
+namespace virtualpads {
+
+namespace {
+
+constexpr int kFrameMilliseconds = 16;
+constexpr int kSpacing = 12;
+
+}  // namespace
+
+PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(std::move(pad)) {
+  m_nextFrame.setSingleShot(true);
+  m_nextFrame.setInterval(kFrameMilliseconds);
+  connect(&m_nextFrame, &QTimer::timeout, this, &PadWindow::catchUp);
+  // Before the first look, so that nothing is missed in between.
+  m_pad->watch([this](const WatchedPad::Event& event) { receive(event); });
+  m_pad->look([this](const PadModel& model) {
+    m_portrait = makePortrait(model).release();
+    m_portrait->showState(model);
+  });
+
+  const QString name = QString::fromStdString(m_pad->identity().name);
+  setWindowTitle(name);
+  m_surface = new PadSurface(name, m_portrait->surface(), std::move(sendPen));
+  m_pen = new QLabel("lifted");
+  m_pen->setObjectName("pen");
+  m_inputReport = new QLabel("none");
+  m_inputReport->setObjectName("inputReport");
+  m_inputReport->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+  m_inputReport->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  const std::vector<NamedReport> reports = m_portrait->featureReports();
+  m_features = new FeatureTable(reports);
+  if (reports.empty()) {
+    m_features->hide();
+  }
+
+  auto* penForm = new QFormLayout;
+  penForm->addRow("Pen", m_pen);
+  penForm->addRow("Last input report", m_inputReport);
+  auto* upper = new QHBoxLayout;
+  upper->setSpacing(kSpacing);
+  upper->addWidget(m_surface, 1);
+  upper->addWidget(m_portrait);
+  auto* all = new QVBoxLayout(this);
+  all->setSpacing(kSpacing);
+  all->addLayout(upper, 1);
+  all->addLayout(penForm);
+  all->addWidget(m_features);
+  // Qt's own first size would be cut to two thirds of the screen.
+  resize(sizeHint().boundedTo(screen()->availableSize()));
+}
+
+// A pen that is down is lifted when Qt hides the window after this.
+PadWindow::~PadWindow() {
+  m_pad->watch({});
+}
+
+// Called on any thread. The first event after the inbox was emptied asks for the next frame.
+void PadWindow::receive(const WatchedPad::Event& event) {
+  std::lock_guard lock(m_inboxMutex);
+  if (m_inbox.empty()) {
+    QMetaObject::invokeMethod(&m_nextFrame, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+  }
+  m_inbox.push_back(event);
+}
+
+void PadWindow::catchUp() {
+  std::vector<WatchedPad::Event> events;
+  {
+    std::lock_guard lock(m_inboxMutex);
+    events.swap(m_inbox);
+  }
+  for (const auto& event : events) {
+    std::visit([this](const auto& report) { take(report); }, event);
+  }
+  m_pad->look([this](const PadModel& model) { m_portrait->showState(model); });
+  m_surface->setView(m_portrait->surface());
+}
+
+void PadWindow::take(const WatchedPad::InputReport& report) {
+  const PenState& pen = report.pen;
+  m_portrait->penMoved(pen);
+  m_surface->setPen(pen);
+  m_pen->setText(pen.touch ? QString("touching at %1, %2 with pressure %3")
+                                 .arg(pen.x, 0, 'f', 3)
+                                 .arg(pen.y, 0, 'f', 3)
+                                 .arg(pen.pressure, 0, 'f', 2)
+                           : QString("lifted"));
+  m_inputReport->setText(hexText(report.bytes));
+}
+
+void PadWindow::take(const WatchedPad::FeatureReport& report) {
+  m_portrait->featureReport(report);
+  m_features->take(report);
+}
+
+}  // namespace virtualpads

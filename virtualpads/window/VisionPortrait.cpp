@@ -1,0 +1,124 @@
+#include "virtualpads/window/VisionPortrait.h"
+
+#include <QHBoxLayout>
+#include <QPainter>
+
+#include "virtualpads/VisionPad.h"
+#include "virtualpads/window/HexText.h"
+
+namespace virtualpads {
+
+namespace {
+
+constexpr std::uint8_t kResetId = 3;
+constexpr std::uint8_t kModeId = 4;
+constexpr std::uint8_t kClearId = 18;
+constexpr std::uint8_t kKeepAliveId = 26;
+
+constexpr int kPenMode = 1;
+
+// A program sends its keep-alives by the processor time it has used: of one that waits for a pen a
+// few seconds may pass between two.
+constexpr int kLampMilliseconds = 5000;
+constexpr int kLampSize = 14;
+
+const QColor kScreen(0xFB, 0xFC, 0xFE);
+const QColor kRestingScreen(0xC3, 0xC9, 0xD1);
+const QColor kInk(0x14, 0x30, 0x6E);
+
+}  // namespace
+
+Lamp::Lamp() {
+  setFixedSize(kLampSize, kLampSize);
+}
+
+void Lamp::setLit(bool lit) {
+  m_lit = lit;
+  setAccessibleName(lit ? "lit" : "dark");
+  update();
+}
+
+void Lamp::paintEvent(QPaintEvent*) {
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(QColor(0x2B, 0x5A, 0x36));
+  painter.setBrush(m_lit ? QColor(0x3F, 0xC9, 0x5A) : QColor(0x4A, 0x57, 0x4D));
+  painter.drawEllipse(QRectF(rect()).adjusted(1, 1, -1, -1));
+}
+
+VisionPortrait::VisionPortrait(const PadModel& pad)
+    : PadPortrait(pad),
+      m_ink(pad, kInk),
+      m_modeText(addState("Mode", "mode")),
+      m_lamp(new Lamp),
+      m_keepAlives(new QLabel) {
+  m_lamp->setObjectName("keepAliveLamp");
+  m_keepAlives->setObjectName("keepAlives");
+  auto* keepAlive = new QHBoxLayout;
+  keepAlive->addWidget(m_lamp);
+  keepAlive->addWidget(m_keepAlives, 1);
+  addState("Keep-alive", keepAlive);
+  m_resets = addState("Resets", "resets");
+  m_clears = addState("Clears", "clears");
+  m_inkRegion = addState("Ink region", "inkRegion");
+  m_inkRegion->setWordWrap(true);
+  m_serialNumber = addState("Serial number", "serialNumber");
+  m_serialNumber->setWordWrap(true);
+
+  m_keptAlive.setObjectName("keptAlive");
+  m_keptAlive.setParent(this);
+  m_keptAlive.setSingleShot(true);
+  m_keptAlive.setInterval(kLampMilliseconds);
+  connect(&m_keptAlive, &QTimer::timeout, m_lamp, [this] { m_lamp->setLit(false); });
+}
+
+std::vector<NamedReport> VisionPortrait::featureReports() const {
+  using enum WatchedPad::FeatureReport::Direction;
+  return {
+      {2, Get, "Serial number"}, {kResetId, Get, "Reset"},     {kModeId, Get, "Mode"},
+      {kModeId, Set, "Mode"},    {12, Get, "Pad information"}, {17, Get, "Ink region"},
+      {17, Set, "Ink region"},   {kClearId, Set, "Clear"},     {kKeepAliveId, Set, "Keep-alive"}};
+}
+
+void VisionPortrait::penMoved(const PenState& pen) {
+  m_ink.movePen(pen, m_mode == kPenMode);
+}
+
+void VisionPortrait::featureReport(const WatchedPad::FeatureReport& report) {
+  using enum WatchedPad::FeatureReport::Direction;
+  if (!report.accepted) {
+    return;
+  }
+  switch (report.bytes.front()) {
+    case kResetId:
+    case kClearId:
+      m_ink.wipe();
+      break;
+    case kModeId:
+      m_mode = report.bytes.at(1);
+      break;
+    case kKeepAliveId:
+      m_lamp->setLit(true);
+      m_keptAlive.start();
+      break;
+    default:
+      break;
+  }
+}
+
+void VisionPortrait::showState(const PadModel& pad) {
+  const auto& visionPad = dynamic_cast<const VisionPad&>(pad);
+  m_mode = visionPad.mode();
+  m_modeText->setText(m_mode == kPenMode ? QString("1, pen") : QString::number(m_mode));
+  m_keepAlives->setNum(visionPad.keepAlives());
+  m_resets->setNum(visionPad.resets());
+  m_clears->setNum(visionPad.clears());
+  m_inkRegion->setText(hexText(visionPad.inkRegion()));
+  m_serialNumber->setText(hexText(visionPad.serialNumber()));
+}
+
+SurfaceView VisionPortrait::surface() const {
+  return {.picture = m_ink.picture(m_mode == kPenMode ? kScreen : kRestingScreen)};
+}
+
+}  // namespace virtualpads
