@@ -1,0 +1,62 @@
+// Together with the virtual pads' hidapi face this is preloaded into installed programs, which then
+// find virtual pads where they look for real ones: those that VELA_PADS names. As soon as a program
+// has opened one, a pen draws a line on it and lifts. When the program ends, the file VELA_LEFT
+// gets what it left behind.
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "virtualpads/InkPad.h"
+#include "virtualpads/VisionPad.h"
+#include "virtualpads/hidapi/VirtualBus.h"
+
+namespace {
+
+using namespace virtualpads;
+
+constexpr std::array kNames{"usb", "ii", "ink", "vision"};
+constexpr std::array kKinds{PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision};
+
+VirtualBus& bus() {
+  return VirtualBus::instance();
+}
+
+std::array<std::shared_ptr<PadModel>, kKinds.size()> pads;
+
+void drawLine(VirtualBus::Port port) {
+  if (!bus().waitUntilOpen(port)) return;
+  bus().sendPen(port, {.x = 0.25, .y = 0.5, .pressure = 0.5, .touch = true, .milliseconds = 1000});
+  bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 1, .touch = true, .milliseconds = 1010});
+  bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 0, .touch = false, .milliseconds = 1020});
+}
+
+[[gnu::constructor]] void plug() {
+  const char* const wanted = std::getenv("VELA_PADS");
+  if (wanted == nullptr) return;
+  const std::string names = wanted;
+  bus().setReadTimeout(std::chrono::milliseconds(20));
+  for (std::size_t i = 0; i < kKinds.size(); ++i) {
+    if (names.find(kNames.at(i)) == std::string::npos) continue;
+    pads.at(i) = makePad(kKinds.at(i));
+    std::thread(drawLine, bus().plug(pads.at(i))).detach();
+  }
+}
+
+[[gnu::destructor]] void tell() {
+  const char* const path = std::getenv("VELA_LEFT");
+  if (path == nullptr) return;
+  std::ofstream left(path);
+  left << "open " << bus().openHandles() << ", misused " << bus().misuses() << '\n';
+  if (const auto* ink = dynamic_cast<InkPad*>(pads[2].get())) {
+    left << "ink trace " << ink->inkTrace().mode << ", backlight " << ink->backlight().mode
+         << ", layers " << ink->layerState(0) << ink->layerState(1) << ink->layerState(2) << '\n';
+  }
+  if (const auto* vision = dynamic_cast<VisionPad*>(pads[3].get())) {
+    left << "vision mode " << vision->mode() << '\n';
+  }
+}
+
+}  // namespace

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# consumer_test.sh PREFIX LIBRARY_FOLDER: a project outside the tree finds, builds and runs against what
+# is installed under PREFIX, through CMake and through pkg-config. CC, CXX and GENERATOR are the build's.
+. "$(dirname "$0")/testing.sh"
+prefix=$1
+libraries=$1/$2
+source=$(cd "$(dirname "$0")/consumer" && pwd)
+
+facade="0 1 0 0
+
+1
+8192 16384 64 1
+24575 8192 127 1
+24575 8192 0 0
+connected
+not connected
+0"
+flat="Vela USB 0
+Vela II 1
+Vela Ink 0
+Vela Vision 0
+0"
+
+cmake -S "$source" -B "$work/build" -G "$GENERATOR" -DCMAKE_PREFIX_PATH="$prefix" \
+  -DCMAKE_BUILD_TYPE=Debug >"$work/log" 2>&1 && cmake --build "$work/build" >"$work/log" 2>&1 || {
+  cat "$work/log"
+  exit 1
+}
+run() { # COMMAND...
+  on_pads ii "$@" 2>&1
+  echo "$?"
+}
+expect "find_package, shared" "$facade" "$(run "$work/build/facade-shared")"
+expect "find_package, static" "$facade" "$(run "$work/build/facade-static")"
+expect "find_package, flat" "$flat" "$(run "$work/build/flat")"
+
+needed() { # PROGRAM: which of our libraries it loads
+  objdump -p "$1" | sed -n 's/^ *NEEDED *\(lib\(gIIVela\|velawrap\|hidapi\).*\)/\1/p' | xargs
+}
+expect "shared" "libgIIVela.so.1" "$(needed "$work/build/facade-shared")"
+expect "static" "libhidapi-hidraw.so.0" "$(needed "$work/build/facade-static")"
+expect "flat" "libvelawrap.so.1" "$(needed "$work/build/flat")"
+
+command -v pkg-config >/dev/null || skip "pkg-config is not installed; find_package was tried"
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+expect "version" "1.0.0 1.0.0" "$(pkg-config --modversion gIIVela velawrap | xargs)"
+# shellcheck disable=SC2046
+{
+  $CXX -std=c++20 "$source/facade.cpp" $(pkg-config --cflags --libs gIIVela) \
+    -Wl,-rpath,"$libraries" -o "$work/facade-shared"
+  $CXX -std=c++20 "$source/facade.cpp" -o "$work/facade-static" \
+    $(pkg-config --static --cflags --libs gIIVela | sed 's/-lgIIVela/-l:libgIIVela.a/')
+  $CC -std=c11 "$source/flat.c" $(pkg-config --cflags --libs velawrap) \
+    -Wl,-rpath,"$libraries" -o "$work/flat"
+} || exit 1
+expect "pkg-config, shared" "$facade" "$(run "$work/facade-shared")"
+expect "pkg-config, static" "$facade" "$(run "$work/facade-static")"
+expect "pkg-config, flat" "$flat" "$(run "$work/flat")"
+expect "shared" "libgIIVela.so.1" "$(needed "$work/facade-shared")"
+expect "static" "libhidapi-hidraw.so.0" "$(needed "$work/facade-static")"
+finish

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# metadata_test.sh WHAT PREFIX: what a desktop, the device manager and the manual find under PREFIX.
+. "$(dirname "$0")/testing.sh"
+prefix=$2
+share=$2/share
+
+desktop() {
+  local entry=$share/applications/vela-testapp.desktop size
+  command -v desktop-file-validate >/dev/null || skip "desktop-file-validate is not installed"
+  expect "desktop-file-validate" "" "$(desktop-file-validate "$entry" 2>&1)"
+  [ -x "$prefix/bin/$(sed -n 's/^Exec=//p' "$entry")" ]
+  expect "its program is there" 0 $?
+  for size in 16 24 32 48 64 128 256; do
+    # A PNG file tells its width and height from byte 16 on.
+    expect "icon of $size pixels" "$size $size" "$(od --endian=big -An -tu4 -j16 -N8 \
+      "$share/icons/hicolor/${size}x$size/apps/$(sed -n 's/^Icon=//p' "$entry").png" | xargs)"
+  done
+  expect "the drawing" "<svg" "$(head -c 4 "$share/icons/hicolor/scalable/apps/vela-testapp.svg")"
+}
+
+appstream() {
+  local file=$share/metainfo/org.example.vela.testapp.metainfo.xml
+  command -v appstreamcli >/dev/null || skip "appstreamcli is not installed"
+  # The one thing amiss: the owner has chosen no licence, for the metadata neither.
+  expect "appstreamcli validate" "E: org.example.vela.testapp:~: metadata-license-missing" \
+    "$(appstreamcli validate --no-net --pedantic "$file" 2>&1 | grep '^[EWIP]:')"
+  expect "its desktop entry is there" "vela-testapp.desktop" "$(ls "$share/applications")"
+  expect "its devices" "usb:v04DFp0012d* usb:v04DFp001Fd* usb:v04DFp0030d* usb:v04DFp0038d*" \
+    "$(sed -n 's,.*<modalias>\(.*\)</modalias>,\1,p' "$file" | xargs -d '\n')"
+}
+
+udev() {
+  local rules=$prefix/lib/udev/rules.d
+  expect "a name before 73, where the tag is acted on" "70-vela-pads.rules 73" \
+    "$(printf '%s\n' "$(ls "$rules")" 73 | LC_ALL=C sort | xargs)"
+  expect "the rules" 'SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0012.*", TAG+="uaccess"
+SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:001F.*", TAG+="uaccess"
+SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0030.*", TAG+="uaccess"
+SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0038.*", TAG+="uaccess"' "$(grep '^[^#]' "$rules"/*)"
+  if udevadm verify --help >/dev/null 2>&1; then
+    expect "udevadm verify" "0" "$(udevadm verify "$rules"/*.rules >"$work/log" 2>&1; echo $?)"
+  else
+    echo "there is no udevadm verify here; the rules were compared with what they should be"
+  fi
+}
+
+manual() {
+  local page
+  command -v man >/dev/null || skip "man is not installed"
+  for page in vela-testapp vela-padinfo vela-capture; do
+    expect "$page" "" "$(man --warnings -E UTF-8 -l "$share/man/man1/$page.1.gz" 2>&1 >"$work/page")"
+    expect "$page tells its name" "1" "$(grep -c "^ *$page [-‐−] " "$work/page")"
+    expect "$page is there" "0" "$([ -x "$prefix/bin/$page" ]; echo $?)"
+  done
+  for page in padinfo capture; do
+    man -l "$share/man/man1/vela-$page.1.gz" 2>/dev/null | col -b >"$work/page"
+    for option in $("$prefix/bin/vela-$page" --help | grep -o -- '--[a-z]*'); do
+      grep -q -- "$option" "$work/page"
+      expect "vela-$page.1 tells of $option" 0 $?
+    done
+  done
+}
+
+"$1"
+finish

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# padinfo_test.sh PROGRAM: vela-padinfo on virtual pads (preloaded from $PRELOAD, if set).
+. "$(dirname "$0")/testing.sh"
+padinfo=$1
+
+expect "no pad" "No pad is attached. 1" "$(on_pads "" "$padinfo" 2>&1) $?"
+expect "no pad in JSON" "[
+
+]" "$(on_pads "" "$padinfo" --json 2>/dev/null)"
+expect "no pad of that name" "No pad is attached." \
+  "$(on_pads usb "$padinfo" --pad 'Vela Ink' 2>&1)"
+
+expect "all pads" "Vela USB, 1 attached
+  serial    none
+  x         0 to 32767
+  y         0 to 32767
+  pressure  0 to 127
+  surface   3.685 x 2.23 inches
+Vela II, 1 attached
+  serial    33c72a14d34842c6becddcebfa091827
+  x         0 to 32767
+  y         0 to 32767
+  pressure  0 to 127
+  surface   3.685 x 2.23 inches
+Vela Ink, 1 attached
+  serial    99f6f7c515574d19a897867564534231
+  x         0 to 32767
+  y         0 to 32767
+  pressure  0 to 255
+  surface   3.11 x 2.28 inches
+Vela Vision, 1 attached
+  serial    0123456789abcdef1032547698badcfe
+  x         0 to 1300
+  y         0 to 1400
+  pressure  0 to 1023
+  surface   4.5 x 2.8 inches
+0" "$(on_pads usb,ii,ink,vision "$padinfo"; echo $?)"
+expect "all pads are left closed and reset" "open 0, misused 0
+ink trace 0, backlight 0, layers 000
+vision mode 4" "$(cat "$work/left")"
+
+expect "one pad in JSON" '[
+  {"name": "Vela II", "class_id": "C1AF33B2529E4D2DB885DAF2780009EE", "attached": 1, "nodes": [], "may_be_opened": true, "serial": "33c72a14d34842c6becddcebfa091827", "x": [0, 32767], "y": [0, 32767], "pressure": [0, 127], "inches": [3.685, 2.23]}
+]' "$(on_pads usb,ii,ink "$padinfo" --json --pad 'Vela II')"
+expect "a pad without a serial number, and another, in JSON" '"serial": null, "serial": "0123456789abcdef1032547698badcfe", ' \
+  "$(on_pads usb,vision "$padinfo" --json | grep -o '"serial": [^ ]* ' | tr -d '\n')"
+if command -v python3 >/dev/null; then
+  expect "the JSON is well formed" "4" "$(on_pads usb,ii,ink,vision "$padinfo" --json |
+    python3 -c 'import json, sys; print(len(json.load(sys.stdin)))')"
+fi
+
+for signal in INT TERM HUP; do
+  drive vision "*up" $signal "$padinfo" --watch
+  expect "watching until SIG$signal" "      1000 ms  #1    x   325  y   700  pressure  512  down
+      1010 ms  #2    x   975  y   350  pressure 1023  down
+      1020 ms  #3    x   975  y   350  pressure    0  up
+0" "$output
+$code"
+  expect "SIG$signal leaves the pad closed" "open 0, misused 0
+vision mode 4" "$(cat "$work/left")"
+done
+
+drive vision '*false*' TERM "$padinfo" --watch --json
+expect "watching in JSON" \
+  '{"timestamp": 1000, "sequence": 1, "x": 325, "y": 700, "pressure": 512, "touch": true}
+{"timestamp": 1010, "sequence": 2, "x": 975, "y": 350, "pressure": 1023, "touch": true}
+{"timestamp": 1020, "sequence": 3, "x": 975, "y": 350, "pressure": 0, "touch": false}' "$output"
+
+on_pads ink "$padinfo" --watch | head -n 1 >"$work/first"
+expect "watching ends when nobody reads" "0" "${PIPESTATUS[0]}"
+expect "and leaves the pad reset" "open 0, misused 0
+ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
+
+expect "a wrong option" "2" "$("$padinfo" --wrong >"$work/usage" 2>&1; echo $?)"
+expect "a word too many" "2" "$("$padinfo" word >"$work/usage" 2>&1; echo $?)"
+expect "help" "usage: vela-padinfo 0" "$("$padinfo" --help | grep -o '^usage: vela-padinfo') $?"
+expect "output that cannot be written" "1" "$(on_pads usb "$padinfo" >/dev/full 2>&1; echo $?)"
+finish

@@ -1,0 +1,313 @@
+// docs/protocol.md against the code: the list of pads, and each worked example, which goes through
+// the SDK on a pad that knows nothing but the document's own bytes.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <fstream>
+#include <iomanip>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "giivela.h"
+#include "virtualpads/hidapi/VirtualBus.h"
+
+namespace {
+
+using namespace virtualpads;
+
+std::vector<std::string> linesOf(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
+}
+
+struct ListedPad {
+  std::string name;
+  int product;
+  int reportSize;
+  std::string classId;
+};
+
+// The cells of a row of a table, without the backquotes.
+std::vector<std::string> cellsOf(std::string row) {
+  std::erase(row, '`');
+  std::vector<std::string> cells;
+  std::istringstream rest(row);
+  for (std::string cell; std::getline(rest, cell, '|');) {
+    if (cell.size() > 2) cells.push_back(cell.substr(1, cell.size() - 2));
+  }
+  return cells;
+}
+
+// The rows of the document's list.
+std::vector<ListedPad> listedPads() {
+  std::vector<ListedPad> pads;
+  for (const std::string& line : linesOf(PROTOCOL)) {
+    if (!line.starts_with("| Vela ")) continue;
+    const std::vector<std::string> cells = cellsOf(line);
+    std::size_t end = 0;
+    const int product = std::stoi(cells.at(1), &end);
+    EXPECT_EQ(product, std::stoi(cells[1].substr(end + 2), nullptr, 16)) << line;
+    pads.push_back({cells[0], product, std::stoi(cells.at(2)), cells.at(4)});
+  }
+  return pads;
+}
+
+// "0A + 2 x 00 1D" is 0A 00 00 1D; "..." ends it.
+Bytes bytesOf(const std::string& text) {
+  Bytes bytes;
+  std::istringstream words(text);
+  for (std::string word; words >> word && word != "...";) {
+    std::size_t count = 1;
+    if (word == "+") {
+      words >> count >> word >> word;
+    }
+    bytes.insert(bytes.end(), count, static_cast<std::uint8_t>(std::stoi(word, nullptr, 16)));
+  }
+  return bytes;
+}
+
+struct ExampleLine {
+  std::string word;
+  std::string rest;
+};
+
+// The example lines of a pad's section.
+std::vector<ExampleLine> examplesOf(const std::string& name) {
+  std::vector<ExampleLine> examples;
+  bool here = false;
+  bool inBlock = false;
+  for (const std::string& line : linesOf(PROTOCOL)) {
+    if (line.starts_with("## ")) here = line == "## " + name;
+    if (line.starts_with("```")) {
+      inBlock = !inBlock;
+    } else if (here && inBlock) {
+      const std::size_t end = line.find(' ');
+      const std::size_t rest = line.find_first_not_of(' ', end);
+      examples.push_back({line.substr(0, end), rest == std::string::npos ? "" : line.substr(rest)});
+    }
+  }
+  return examples;
+}
+
+// A pad that answers with the document's `get` lines, keeps what is set of those reports, and takes
+// every report.
+class DocumentedPad : public PadModel {
+ public:
+  DocumentedPad(int product, const std::vector<ExampleLine>& examples)
+      : m_product(static_cast<std::uint16_t>(product)) {
+    for (const ExampleLine& example : examples) {
+      if (example.word != "get") continue;
+      const Bytes reply = bytesOf(example.rest);
+      m_replies[reply.at(0)] = reply;
+    }
+  }
+
+  Identity identity() const override { return {0x04DF, m_product, "documented"}; }
+  double widthInches() const override { return 1; }
+  double heightInches() const override { return 1; }
+  std::span<const std::uint8_t> reportDescriptor() const override { return {}; }
+  Bytes inputReport(const PenState&) override { return {}; }
+  std::optional<Bytes> getFeature(std::uint8_t id) override {
+    Bytes& reply = m_replies[id];
+    if (reply.empty()) reply = {id, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    return reply;
+  }
+  bool setFeature(std::span<const std::uint8_t> report) override {
+    m_replies[report[0]].assign(report.begin(), report.end());
+    return true;
+  }
+
+ private:
+  std::uint16_t m_product;
+  std::map<std::uint8_t, Bytes> m_replies;
+};
+
+// What the callback gets, for tests to take.
+class Samples {
+ public:
+  static Samples& instance() {
+    static Samples samples;
+    return samples;
+  }
+  static void handler(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t time,
+                      uint32_t sequence) {
+    Samples& samples = instance();
+    const std::lock_guard lock(samples.m_mutex);
+    samples.m_taken.push_back({{"x", x},
+                               {"y", y},
+                               {"pressure", pressure},
+                               {"touch", touch},
+                               {"time", time},
+                               {"sequence", sequence}});
+    samples.m_changed.notify_all();
+  }
+  std::map<std::string, std::int64_t> take() {
+    std::unique_lock lock(m_mutex);
+    if (!m_changed.wait_for(lock, std::chrono::seconds(30), [&] { return !m_taken.empty(); })) {
+      return {};
+    }
+    auto sample = m_taken.front();
+    m_taken.pop_front();
+    return sample;
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::deque<std::map<std::string, std::int64_t>> m_taken;
+};
+
+class Protocol : public testing::TestWithParam<int> {
+ protected:
+  Protocol() {
+    bus.reset();
+    bus.setReadTimeout(std::chrono::milliseconds(5));
+  }
+
+  const ListedPad listed = listedPads().at(static_cast<std::size_t>(GetParam()));
+  VirtualBus& bus = VirtualBus::instance();
+  gIIVela vela;
+
+  VirtualBus::Port open(std::shared_ptr<PadModel> pad) {
+    const VirtualBus::Port port = bus.plug(std::move(pad));
+    EXPECT_TRUE(vela.OpenProvider(std::string(listed.classId).data()));
+    vela.RegisterEventHandler(Samples::handler);
+    EXPECT_TRUE(vela.OpenConnection());
+    return port;
+  }
+
+  void close() {
+    vela.CloseConnection();
+    vela.CloseProvider();
+  }
+
+  // Whether this report was sent; one whose example ends in "..." begins so.
+  bool wasSent(const std::string& example) const {
+    const Bytes bytes = bytesOf(example);
+    const bool whole = !example.ends_with("...");
+    const auto sent = bus.calls({HidCall::SendFeature});
+    return std::ranges::any_of(sent, [&](const CallRecord& call) {
+      return (!whole || call.bytes.size() == bytes.size()) && call.bytes.size() >= bytes.size() &&
+             std::equal(bytes.begin(), bytes.end(), call.bytes.begin());
+    });
+  }
+
+  std::string serialText() {
+    const std::unique_ptr<char, decltype(&std::free)> serial(vela.GetSerialNumber(), std::free);
+    if (serial == nullptr) return "none";
+    if (listed.name != "Vela Vision") return serial.get();
+    std::ostringstream text;
+    for (int i = 0; i < 16; ++i) {
+      text << std::hex << std::setw(2) << std::setfill('0')
+           << int{static_cast<unsigned char>(serial.get()[i])};
+    }
+    return text.str();
+  }
+
+  static std::string range(int low, int high) {
+    return std::to_string(low) + " to " + std::to_string(high);
+  }
+
+  void checkSample(const std::string& expected) {
+    const auto sample = Samples::instance().take();
+    int fields = 0;
+    std::istringstream words(expected);
+    std::string name;
+    for (std::int64_t value = 0; words >> name >> value; words.ignore(1, ',')) {
+      const auto found = sample.find(name);
+      ASSERT_NE(found, sample.end()) << expected;
+      EXPECT_EQ(found->second, value) << expected;
+      ++fields;
+    }
+    EXPECT_TRUE(words.eof()) << expected;
+    EXPECT_GE(fields, 4) << expected;
+  }
+
+  void check(const ExampleLine& example, VirtualBus::Port port) {
+    const auto& [word, rest] = example;
+    if (word == "input") {
+      EXPECT_EQ(bytesOf(rest).size(), static_cast<std::size_t>(listed.reportSize)) << rest;
+      EXPECT_TRUE(bus.send(port, bytesOf(rest)));
+    } else if (word == "sample") {
+      checkSample(rest);
+    } else if (word == "set") {
+      EXPECT_TRUE(wasSent(rest)) << rest;
+    } else if (word == "clear") {
+      bus.clearLog();
+      vela.ClearInking();
+    } else if (word == "keep-alive") {
+      // Goes by the processor time that the process uses.
+      while (!wasSent("1A + 16 x 00")) {
+      }
+    } else if (word == "serial") {
+      EXPECT_EQ(serialText(), rest);
+    } else if (word == "width") {
+      EXPECT_DOUBLE_EQ(vela.GetPhysicalX(), std::stod(rest));
+    } else if (word == "height") {
+      EXPECT_DOUBLE_EQ(vela.GetPhysicalY(), std::stod(rest));
+    } else if (word == "x") {
+      EXPECT_EQ(range(vela.GetDataRangeMinX(), vela.GetDataRangeMaxX()), rest);
+    } else if (word == "y") {
+      EXPECT_EQ(range(vela.GetDataRangeMinY(), vela.GetDataRangeMaxY()), rest);
+    } else if (word == "pressure") {
+      EXPECT_EQ(range(vela.GetDataRangeMinZ(), vela.GetDataRangeMaxZ()), rest);
+    } else {
+      EXPECT_EQ(word, "get") << "no such example is known";
+    }
+  }
+};
+
+TEST(ProtocolList, NamesTheFourPads) {
+  std::vector<std::string> names;
+  for (const ListedPad& pad : listedPads()) names.push_back(pad.name);
+  EXPECT_THAT(names, testing::ElementsAre("Vela USB", "Vela II", "Vela Ink", "Vela Vision"));
+}
+
+TEST(ProtocolList, AgreesWithTheListOfPackaging) {
+  std::vector<std::string> listed;
+  for (const ListedPad& pad : listedPads()) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%04X %s", static_cast<unsigned>(pad.product),
+                  pad.name.c_str());
+    listed.emplace_back(line);
+  }
+  std::vector<std::string> packaged = linesOf(PADS_LIST);
+  std::erase_if(packaged, [](const std::string& line) { return line.starts_with("#"); });
+  EXPECT_EQ(listed, packaged);
+}
+
+TEST_P(Protocol, ListAgreesWithTheCode) {
+  const auto index = static_cast<short>(GetParam());
+  EXPECT_EQ(listed.name, vela.GetProviderDescription(index));
+  EXPECT_EQ(listed.classId, vela.GetProviderClassID(index));
+  open(makePad(static_cast<PadKind>(index)));
+  EXPECT_EQ(vela.GetNumDevices(), 1);
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, 1));
+  close();
+  EXPECT_EQ(bus.calls({HidCall::Open}).at(0).argument, listed.product);
+  EXPECT_EQ(bus.calls({HidCall::Read}).at(0).argument, listed.reportSize);
+}
+
+TEST_P(Protocol, ExamplesAreTrue) {
+  const std::vector<ExampleLine> examples = examplesOf(listed.name);
+  ASSERT_FALSE(examples.empty());
+  const VirtualBus::Port port = open(std::make_shared<DocumentedPad>(listed.product, examples));
+  for (const ExampleLine& example : examples) check(example, port);
+  close();
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, Protocol, testing::Range(0, 4));
+
+}  // namespace

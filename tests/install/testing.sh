@@ -1,0 +1,57 @@
+# shellcheck shell=bash
+# What the tests of installed things share. Sourced; $work is a fresh folder.
+set -u
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+skip() {
+  echo "SKIPPED: $*"
+  exit 77
+}
+
+expect() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] && return
+  failures=$((failures + 1))
+  printf '%s\n  expected: %s\n  got:      %s\n' "$1" "${2//$'\n'/$'\n            '}" \
+    "${3//$'\n'/$'\n            '}"
+}
+
+finish() {
+  [ $failures = 0 ] || exit 1
+  echo "all as expected"
+}
+
+# on_pads NAMES COMMAND...: with virtual pads attached; what is left of them is in $work/left.
+on_pads() {
+  local names=$1
+  shift
+  rm -f "$work/left"
+  env VELA_PADS="$names" VELA_LEFT="$work/left" ${PRELOAD:+LD_PRELOAD="$PRELOAD"} "$@"
+}
+
+# drive NAMES PATTERN ACT COMMAND...: on virtual pads; when the first line of its output matches, ACT
+# happens: the key Enter, or a signal of that name. Output and exit code go to $output and $code.
+drive() {
+  local names=$1 pattern=$2 act=$3 line
+  shift 3
+  rm -f "$work/left"
+  mkfifo "$work/in" "$work/out"
+  env VELA_PADS="$names" VELA_LEFT="$work/left" ${PRELOAD:+LD_PRELOAD="$PRELOAD"} "$@" \
+    <"$work/in" >"$work/out" 2>&1 &
+  local pid=$!
+  exec 3>"$work/in" 4<"$work/out"
+  output=
+  while IFS= read -r line <&4; do
+    output+=${output:+$'\n'}$line
+    # shellcheck disable=SC2053
+    if [ "$act" != done ] && [[ $line == $pattern ]]; then
+      if [ "$act" = Enter ]; then echo >&3; else kill "-$act" $pid; fi
+      act=done
+    fi
+  done
+  wait $pid
+  code=$?
+  exec 3>&- 4<&-
+  rm "$work/in" "$work/out"
+}
