@@ -5,6 +5,7 @@
 #include <memory>
 #include <string_view>
 #include <thread>
+#include <thread>
 #include <utility>
 
 #include "support/BusTest.h"

@@ -1,0 +1,275 @@
+// How long a pen sample takes from hid_read_timeout to the callback, and how many samples a second
+// go through decoding, queue and callback. On the USB pad's driver.
+//
+// The functions of hidapi that the driver calls are defined here instead of being linked: reports
+// come from memory, so that what is measured is the SDK and the system's threads, and no device.
+#include <benchmark/benchmark.h>
+#include <hidapi.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "velausb.h"
+
+struct hid_device_ {};
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::array<unsigned char, 6> kPenDown{0x20, 0x4E, 0x02, 0x27, 0x01, 0x40};
+
+// Where hid_read_timeout takes its reports from.
+class Source {
+ public:
+  // `count` reports are there at once; no more than `backlog` of them are under way between
+  // hid_read_timeout and the end of the callback.
+  void supply(long count, long backlog) {
+    {
+      const std::lock_guard lock(m_mutex);
+      m_delivered = 0;
+      m_backlog = backlog;
+      m_wanted = count;
+      m_left = count;
+    }
+    m_changed.notify_all();
+  }
+
+  // From now on reads fail, so that the connection closes.
+  void end() {
+    {
+      const std::lock_guard lock(m_mutex);
+      m_ended = true;
+    }
+    m_changed.notify_all();
+  }
+
+  void begin() { m_ended = false; }
+
+  int read(unsigned char* data) {
+    if (m_left == 0) {
+      std::unique_lock lock(m_mutex);
+      m_changed.wait(lock, [this] { return m_left > 0 || m_ended; });
+      if (m_left == 0) return 0;
+    }
+    while (m_wanted - m_left - m_delivered >= m_backlog) std::this_thread::yield();
+    --m_left;
+    std::memcpy(data, kPenDown.data(), kPenDown.size());
+    readReturns = Clock::now();
+    return static_cast<int>(kPenDown.size());
+  }
+
+  // In the callback.
+  void noteDelivery() {
+    callbackBegins = Clock::now();
+    if (++m_delivered < m_wanted) return;
+    // Locked, so that the waiting thread cannot miss it between its test and its wait.
+    const std::lock_guard lock(m_mutex);
+    m_changed.notify_all();
+  }
+
+  void waitForDelivery() {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_delivered >= m_wanted; });
+  }
+
+  // Of the last sample.
+  std::atomic<Clock::time_point> readReturns{};
+  std::atomic<Clock::time_point> callbackBegins{};
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::atomic<long> m_left{0};
+  std::atomic<long> m_wanted{0};
+  std::atomic<long> m_backlog{0};
+  std::atomic<long> m_delivered{0};
+  std::atomic<bool> m_ended{false};
+};
+
+Source source;
+
+void onPen(int32_t /*x*/, int32_t /*y*/, int32_t /*pressure*/, uint8_t /*touch*/,
+           uint32_t /*timestamp*/, uint32_t /*sequenceNumber*/) {
+  source.noteDelivery();
+}
+
+// A connection to the pad that reads from the source.
+class Connection {
+ public:
+  Connection() {
+    source.begin();
+    m_driver.OpenConnection(onPen);
+  }
+  ~Connection() {
+    source.end();
+    m_driver.CloseConnection();
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+ private:
+  velausb m_driver;
+};
+
+// A plain loop that looks every 500 microseconds whether something is there: the least that a
+// consumer which polls so can do on this machine.
+class PlainPoll {
+ public:
+  ~PlainPoll() {
+    m_stop = true;
+    m_thread.join();
+  }
+
+  void set() {
+    m_setAt = Clock::now();
+    m_set = true;
+  }
+
+  double waitForDelay() {
+    while (m_set) usleep(100);
+    return std::chrono::duration<double>(m_seenAt.load() - m_setAt.load()).count();
+  }
+
+ private:
+  void poll() {
+    while (!m_stop) {
+      if (m_set) {
+        m_seenAt = Clock::now();
+        m_set = false;
+      } else {
+        usleep(500);
+      }
+    }
+  }
+
+  std::atomic<bool> m_stop{false};
+  std::atomic<bool> m_set{false};
+  std::atomic<Clock::time_point> m_setAt{};
+  std::atomic<Clock::time_point> m_seenAt{};
+  std::thread m_thread{&PlainPoll::poll, this};
+};
+
+double milliseconds(std::vector<double>& seconds, double portion) {
+  std::sort(seconds.begin(), seconds.end());
+  const auto last = static_cast<double>(seconds.size() - 1);
+  return 1000 * seconds[static_cast<std::size_t>(portion * last)];
+}
+
+// From hid_read_timeout returning to the callback starting, the queue being empty. Reports come at
+// random times, the same for the plain loop.
+void delayToCallback(benchmark::State& state) {
+  std::vector<double> delays;
+  std::vector<double> plainDelays;
+  std::mt19937 random(20);  // any seed does
+  std::uniform_int_distribution<int> pause(2'000, 6'000);
+  {
+    const Connection connection;
+    PlainPoll plain;
+    for (auto _ : state) {
+      std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
+      plain.set();
+      source.supply(1, 1);
+      source.waitForDelivery();
+      const std::chrono::duration<double> delay =
+          source.callbackBegins.load() - source.readReturns.load();
+      delays.push_back(delay.count());
+      plainDelays.push_back(plain.waitForDelay());
+      state.SetIterationTime(delay.count());
+    }
+  }
+  state.counters["median_ms"] = milliseconds(delays, 0.5);
+  state.counters["p99_ms"] = milliseconds(delays, 0.99);
+  state.counters["plain_median_ms"] = milliseconds(plainDelays, 0.5);
+  state.counters["plain_p99_ms"] = milliseconds(plainDelays, 0.99);
+}
+BENCHMARK(delayToCallback)->UseManualTime()->Iterations(2'000)->Unit(benchmark::kMillisecond);
+
+// Samples a second, from the first read to the end of the last callback. The argument is how many
+// may be under way. With 64, which is what the kernel keeps for a reader, the processing loop
+// empties the queue ever again and sleeps, so the figure is that of its poll; with more the queue
+// is always busy; without a limit it may grow, and each append walks along it.
+void throughput(benchmark::State& state) {
+  constexpr long kSamples = 200'000;
+  const Connection connection;
+  for (auto _ : state) {
+    const auto begin = Clock::now();
+    source.supply(kSamples, state.range(0));
+    source.waitForDelivery();
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+  }
+  state.SetItemsProcessed(state.iterations() * kSamples);
+}
+BENCHMARK(throughput)
+    ->UseManualTime()
+    ->ArgName("backlog")
+    ->Arg(64)
+    ->Arg(1'000)
+    ->Arg(200'000)
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+extern "C" {
+
+int hid_init() {
+  return 0;
+}
+
+int hid_exit() {
+  return 0;
+}
+
+hid_device* hid_open(unsigned short /*vid*/, unsigned short /*pid*/, const wchar_t* /*serial*/) {
+  static hid_device device;
+  return &device;
+}
+
+void hid_close(hid_device* /*device*/) {}
+
+int hid_set_nonblocking(hid_device* /*device*/, int /*nonblock*/) {
+  return 0;
+}
+
+int hid_read_timeout(hid_device* /*device*/, unsigned char* data, size_t /*length*/,
+                     int /*milliseconds*/) {
+  return source.read(data);
+}
+
+// The driver of the USB pad does not get here.
+hid_device_info* hid_enumerate(unsigned short /*vid*/, unsigned short /*pid*/) {
+  std::abort();
+}
+
+void hid_free_enumeration(hid_device_info* /*devices*/) {
+  std::abort();
+}
+
+int hid_write(hid_device* /*device*/, const unsigned char* /*data*/, size_t /*length*/) {
+  std::abort();
+}
+
+int hid_get_feature_report(hid_device* /*device*/, unsigned char* /*data*/, size_t /*length*/) {
+  std::abort();
+}
+
+int hid_send_feature_report(hid_device* /*device*/, const unsigned char* /*data*/,
+                            size_t /*length*/) {
+  std::abort();
+}
+
+}  // extern "C"
+
+BENCHMARK_MAIN();
