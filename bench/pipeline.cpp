@@ -177,7 +177,7 @@ void delayToCallback(benchmark::State& state) {
   {
     const Connection connection;
     PlainPoll plain;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
       std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
       plain.set();
       source.supply(1, 1);
@@ -203,7 +203,7 @@ BENCHMARK(delayToCallback)->UseManualTime()->Iterations(2'000)->Unit(benchmark::
 void throughput(benchmark::State& state) {
   constexpr long kSamples = 200'000;
   const Connection connection;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const auto begin = Clock::now();
     source.supply(kSamples, state.range(0));
     source.waitForDelivery();

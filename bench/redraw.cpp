@@ -23,7 +23,8 @@ constexpr QSize kViewSize(265, 161);
 std::vector<QPoint> penPoints(int segments) {
   std::vector<QPoint> points;
   for (int sample = 0; static_cast<int>(points.size()) <= segments; ++sample) {
-    const double turn = sample * 0.063 + sample / 200 * 0.37;
+    const int round = sample / 200;
+    const double turn = sample * 0.063 + round * 0.37;
     const double reach = 0.05 + 0.9 * std::abs(sample % 200 - 100) / 100.0;
     const QPoint point(132 + static_cast<int>(130 * reach * std::cos(turn)),
                        80 + static_cast<int>(78 * reach * std::sin(turn)));
@@ -56,7 +57,7 @@ void viewRedraw(benchmark::State& state) {
     view.SetMoveTo(points[i].x(), points[i].y());
   }
   QImage image = canvas(static_cast<double>(state.range(1)) / 100);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     view.SetMoveTo(points.back().x(), points.back().y());
     QPainter painter(&image);
     view.drawRect(painter, view.rect());
@@ -66,7 +67,7 @@ void viewRedraw(benchmark::State& state) {
 
 void drawPlainly(benchmark::State& state, const QPainterPath& path) {
   QImage image = canvas(static_cast<double>(state.range(1)) / 100);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillRect(QRect(QPoint(0, 0), kViewSize), Qt::white);

@@ -225,7 +225,9 @@ struct WorkerFrame {
   static void startOwningArgument(Driver& driver, pthread_t& thread, void* (*entry)(void*),
                                   const char* failureLine) {
     std::unique_ptr<ThreadArg> argument(new ThreadArg{&driver, nullptr});
-    if (start(driver, thread, entry, argument.get(), failureLine)) argument.release();
+    if (start(driver, thread, entry, argument.get(), failureLine)) {
+      static_cast<void>(argument.release());
+    }
   }
 
   static void join(pthread_t& thread) {

@@ -89,7 +89,7 @@ constexpr InkPad::Options kFactoryOptions{0x03, 0x14, 0x2C, 0x01, 0x08, 0x00, 0x
 constexpr InkPad::SerialNumber kFactorySerial{0x31, 0x42, 0x53, 0x64, 0x75, 0x86, 0x97, 0xA8};
 
 std::size_t byteOfPixel(int x, int y) {
-  return static_cast<std::size_t>(y * InkPad::kLcdRowBytes + x / 8);
+  return static_cast<std::size_t>(y) * InkPad::kLcdRowBytes + static_cast<std::size_t>(x) / 8;
 }
 
 std::uint8_t bitOfPixel(int x) {

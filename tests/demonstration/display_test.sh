@@ -20,7 +20,7 @@ fail() {
 }
 
 shows_ink() {
-  import -window root png:- | convert png:- -depth 8 -format %c histogram:info:- | grep -q '#0000FF'
+  import -window "$window" ppm:- | convert ppm:- -depth 8 -format %c histogram:info:- | grep -q '#0000FF'
 }
 
 # The test's time limit ends these.
@@ -31,9 +31,9 @@ await_no_ink() {
   while shows_ink; do kill -0 $application || fail "the application has ended"; done
 }
 
+window=$(xdotool search --sync --onlyvisible --name '^Vela Pad Test$')
 await_ink
-xdotool search --sync --onlyvisible --name '^Vela Pad Test$' windowfocus --sync
-xdotool key alt+r
+xdotool windowfocus --sync "$window" key alt+r
 await_no_ink
 xdotool key alt+p Down Down Down alt+o
 await_ink

@@ -21,11 +21,13 @@ Vela Ink 0
 Vela Vision 0
 0"
 
-cmake -S "$source" -B "$work/build" -G "$GENERATOR" -DCMAKE_PREFIX_PATH="$prefix" \
-  -DCMAKE_BUILD_TYPE=Debug >"$work/log" 2>&1 && cmake --build "$work/build" >"$work/log" 2>&1 || {
+if ! {
+  cmake -S "$source" -B "$work/build" -G "$GENERATOR" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_BUILD_TYPE=Debug && cmake --build "$work/build"
+} >"$work/log" 2>&1; then
   cat "$work/log"
   exit 1
-}
+fi
 run() { # COMMAND...
   on_pads ii "$@" 2>&1
   echo "$?"

@@ -555,10 +555,10 @@ TEST_F(EngineTest, AReadAfterAFailurePausesFirst) {
   engine.ReadFile(buffer, 6, &count);
   EXPECT_EQ(pauses, (std::vector<long>{}));
   engine.ReadFile(buffer, 6, &count);
-  EXPECT_EQ(pauses, (std::vector<long>{25'000'000}));
+  EXPECT_EQ(pauses, (std::vector<long>{50'000'000}));
   ASSERT_TRUE(bus.send(port, {1, 2, 3, 4, 5, 6}));
   EXPECT_TRUE(engine.ReadFile(buffer, 6, &count));
-  EXPECT_EQ(pauses, (std::vector<long>{25'000'000, 25'000'000}));
+  EXPECT_EQ(pauses, (std::vector<long>{50'000'000, 50'000'000}));
   // The pad has recovered.
   engine.ReadFile(buffer, 6, &count);
   EXPECT_EQ(pauses.size(), 2U);
@@ -616,7 +616,7 @@ TEST_F(EngineTest, AFailedFeatureCallMakesTheNextReadPause) {
   int count = 0;
   EXPECT_EQ(engine.GetFeature(6, buffer), -1);
   engine.ReadFile(buffer, 6, &count);
-  EXPECT_EQ(pauses, (std::vector<long>{25'000'000}));
+  EXPECT_EQ(pauses, (std::vector<long>{50'000'000}));
   engine.CloseDevice();
 }
 

@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "virtualpads/kernel/FileDescriptor.h"
 
@@ -23,7 +25,9 @@ FileDescriptor listenForDevices() {
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = 1;
-  bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    throw std::system_error(errno, std::generic_category(), "listening for devices");
+  }
   return listener;
 }
 

@@ -35,7 +35,7 @@ std::string newPhysicalPath() {
 
 // Leaves the field's last byte zero, which ends the text.
 void copyText(std::uint8_t* field, std::size_t size, const std::string& text) {
-  std::memcpy(field, text.data(), std::min(text.size(), size - 1));
+  std::copy_n(text.data(), std::min(text.size(), size - 1), field);
 }
 
 uhid_event createEvent(const PadModel& model, const std::string& physicalPath) {

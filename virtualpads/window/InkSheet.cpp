@@ -2,7 +2,6 @@
 
 #include <QPainter>
 #include <QSizeF>
-#include <utility>
 
 namespace virtualpads {
 
@@ -17,7 +16,7 @@ constexpr double kThickest = 6;
 InkSheet::InkSheet(const PadModel& pad, QColor ink)
     : m_sheet((QSizeF(pad.widthInches(), pad.heightInches()) * kPixelsPerInch).toSize(),
               QImage::Format_ARGB32_Premultiplied),
-      m_ink(std::move(ink)) {
+      m_ink(ink) {
   wipe();
 }
 

@@ -5,7 +5,6 @@
 #include <memory>
 #include <string_view>
 #include <thread>
-#include <thread>
 #include <utility>
 
 #include "support/BusTest.h"
