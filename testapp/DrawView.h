@@ -82,9 +82,9 @@ class DrawView : public QWidget {
 
   QRectF m_frame;
 
-  // The ink's only store, for the GUI thread, and what came since the inbox was last emptied into
-  // it.
-  QPainterPath m_path;
+  QPainterPath m_path;  // the ink's only store; for the GUI thread
+
+  // What is not in the path yet, from any thread.
   std::mutex m_inboxMutex;
   std::vector<PathStep> m_inbox;
   std::vector<PathStep> m_emptied;  // the inbox's memory, used in turn

@@ -5,7 +5,6 @@
 #include <QStringDecoder>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 
 #include "FatalError.h"
 #include "Queue.h"
@@ -20,26 +19,15 @@ static void loadResources() {
 
 namespace {
 
-// The text of a description; nothing when it is null or ill-formed.
-std::optional<QString> decoded(const char* description) {
-  if (description == nullptr) {
-    return std::nullopt;
-  }
+// The text of a description, which must be there and be UTF-8.
+QString decoded(const char* description, int index) {
   using Flag = QStringConverter::Flag;
   QStringDecoder decoder(QStringConverter::Utf8, Flag::Stateless | Flag::ConvertInitialBom);
   QString text = decoder(description);
-  if (decoder.hasError()) {
-    return std::nullopt;
-  }
-  return text;
-}
-
-QString readable(const char* description, int index) {
-  const auto text = decoded(description);
-  if (!text) {
+  if (description == nullptr || decoder.hasError()) {
     FatalError(QStringLiteral("the description of provider %1 cannot be read").arg(index));
   }
-  return *text;
+  return text;
 }
 
 short providerIndex(int listPosition) {
@@ -94,7 +82,7 @@ void MainWindowController::OpenButton(QObject* /*sender*/) {
   const int position = m_prolist->currentIndex();
   gpadindex = position;
   const short index = providerIndex(position);
-  const QString description = readable(GetProviderDescription(velaobj, index), index);
+  const QString description = decoded(GetProviderDescription(velaobj, index), index);
   if (!OpenProvider(velaobj, GetProviderClassID(velaobj, index))) {
     fail("Failed to open provider " + description);
     return;
@@ -132,7 +120,7 @@ void MainWindowController::awakeFromNib() {
     const char* classid = GetProviderClassID(velaobj, index);
     const char* description = GetProviderDescription(velaobj, index);
     if (classid != nullptr && description != nullptr) {
-      m_prolist->addItem(readable(description, index));
+      m_prolist->addItem(decoded(description, index));
     }
   }
 }

@@ -2,7 +2,10 @@
 // find virtual pads where they look for real ones: those that VELA_PADS names. As soon as a program
 // has opened one, a pen draws a line on it and lifts. When the program ends, the file VELA_LEFT
 // gets what it left behind.
+#include <unistd.h>
+
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -28,6 +31,7 @@ std::array<std::shared_ptr<PadModel>, kKinds.size()> pads;
 
 void drawLine(VirtualBus::Port port) {
   if (!bus().waitUntilOpen(port)) return;
+  if (const char* const signal = std::getenv("VELA_SIGNAL")) kill(getpid(), std::atoi(signal));
   bus().sendPen(port, {.x = 0.25, .y = 0.5, .pressure = 0.5, .touch = true, .milliseconds = 1000});
   bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 1, .touch = true, .milliseconds = 1010});
   bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 0, .touch = false, .milliseconds = 1020});
@@ -38,11 +42,19 @@ void drawLine(VirtualBus::Port port) {
   if (wanted == nullptr) return;
   const std::string names = wanted;
   bus().setReadTimeout(std::chrono::milliseconds(20));
+  // Signals are the program's; the pens take none.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &before);
   for (std::size_t i = 0; i < kKinds.size(); ++i) {
     if (names.find(kNames.at(i)) == std::string::npos) continue;
     pads.at(i) = makePad(kKinds.at(i));
-    std::thread(drawLine, bus().plug(pads.at(i))).detach();
+    const VirtualBus::Port port = bus().plug(pads.at(i));
+    bus().setAccessible(port, std::getenv("VELA_LOCKED") == nullptr);
+    std::thread(drawLine, port).detach();
   }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 [[gnu::destructor]] void tell() {

@@ -40,6 +40,13 @@ for signal in INT TERM; do
 ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
 done
 
+mkfifo "$work/silent"
+exec 5<>"$work/silent"
+VELA_SIGNAL=15 on_pads ink "$capture" "$svg" "$csv" 2>"$work/prompt" <&5
+expect "a signal while the pad is being opened" "130" "$?"
+expect "it leaves the pad reset too" "open 0, misused 0
+ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
+
 expect "no pad" "No pad is attached. 1" "$(on_pads "" "$capture" "$svg" "$csv" 2>&1) $?"
 expect "one file only" "2" "$("$capture" "$svg" >"$work/usage" 2>&1; echo $?)"
 expect "help" "usage: vela-capture 0" "$("$capture" --help | grep -o '^usage: vela-capture') $?"

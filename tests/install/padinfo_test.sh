@@ -49,6 +49,10 @@ if command -v python3 >/dev/null; then
     python3 -c 'import json, sys; print(len(json.load(sys.stdin)))')"
 fi
 
+VELA_LOCKED=1 on_pads ii "$padinfo" --json >"$work/json" 2>"$work/errors"
+expect "what the SDK prints is kept out of the output" "[" "$(head -n 1 "$work/json")"
+expect "and shown" "velaii:opendevice failed" "$(head -n 1 "$work/errors")"
+
 for signal in INT TERM HUP; do
   drive vision "*up" $signal "$padinfo" --watch
   expect "watching until SIG$signal" "      1000 ms  #1    x   325  y   700  pressure  512  down

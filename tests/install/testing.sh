@@ -45,12 +45,13 @@ drive() {
   while IFS= read -r line <&4; do
     output+=${output:+$'\n'}$line
     # shellcheck disable=SC2053
-    if [ "$act" != done ] && [[ $line == $pattern ]]; then
+    if [ "$act" != none ] && [[ $line == $pattern ]]; then
       if [ "$act" = Enter ]; then echo >&3; else kill "-$act" $pid; fi
-      act=done
+      act=none
     fi
   done
   wait $pid
+  # shellcheck disable=SC2034
   code=$?
   exec 3>&- 4<&-
   rm "$work/in" "$work/out"

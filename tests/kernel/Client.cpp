@@ -5,9 +5,6 @@
 
 namespace {
 
-// Below the 63 unread reports that the kernel keeps.
-constexpr int kUnread = 48;
-
 bool isSample(const std::string& line) {
   return line.starts_with("sample ");
 }
@@ -41,19 +38,20 @@ std::vector<Client::Received> Client::received() const {
   return all;
 }
 
-void Client::waitForSamples(int count, std::size_t from) const {
+std::size_t Client::waitForSamples(int count, std::size_t from) const {
   for (int i = 0; i < count; ++i) {
     from = waitForLine(isSample, from) + 1;
   }
+  return from;
 }
 
 void Client::write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const {
   std::size_t nextLine = lineCount();
   for (int n = 0; n < count; ++n) {
-    if (n >= kUnread) {
-      nextLine = waitForLine(isSample, nextLine) + 1;
+    if (n >= kUnreadReports) {
+      nextLine = waitForSamples(1, nextLine);
     }
     pad.send(kind.report(first + n));
   }
-  waitForSamples(std::min(count, kUnread), nextLine);
+  waitForSamples(std::min(count, kUnreadReports), nextLine);
 }

@@ -26,9 +26,10 @@ class Client : public Program {
 
   // All samples so far.
   std::vector<Received> received() const;
-  // Waits for that many samples, looking from line number `from` on. Throws std::runtime_error when
-  // they don't come.
-  void waitForSamples(int count, std::size_t from) const;
+  // Waits for that many samples, looking from line number `from` on, and returns the number of the
+  // line after the last of them. Throws std::runtime_error when they don't come.
+  std::size_t waitForSamples(int count, std::size_t from) const;
+
   // Sends reports number `first` to `first` + `count` - 1, never more than the kernel keeps while
   // this client has yet to read them, and returns when the client has got as many samples. Throws
   // std::runtime_error when they don't come.

@@ -13,7 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kWaitLimit{30};
+constexpr std::chrono::seconds kWaitLimit{120};
 constexpr std::chrono::milliseconds kLookInterval{10};
 
 std::string titleOf(Display* display, Window window) {

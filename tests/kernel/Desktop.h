@@ -15,7 +15,7 @@ struct _XDisplay;
 // A key's name, as X11/keysym.h gives them.
 using KeyName = unsigned long;
 
-// One thread only. What waits gives up after 30 s and throws std::runtime_error.
+// One thread only. What waits gives up after 120 s and throws std::runtime_error.
 class Desktop {
  public:
   // Starts Xvfb.

@@ -9,7 +9,9 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,11 +51,17 @@ void report(const char* what, const TestPad& kind, const std::vector<std::int64_
               what, percentile(50), percentile(99), taken.size());
 }
 
-// Sends the samples at a pad's pace and returns when each was handed to the kernel.
-std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind) {
+// Sends the samples at a pad's pace and returns when each was handed to the kernel. `waitForNext`
+// returns when the reader has got one more sample; it holds the pen up where a reader falls so far
+// behind that the kernel would drop reports.
+std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind,
+                                     const std::function<void()>& waitForNext) {
   std::vector<std::int64_t> sent;
   auto next = Clock::now();
   for (int n = 0; n < kSamples; ++n) {
+    if (n >= kUnreadReports) {
+      waitForNext();
+    }
     std::this_thread::sleep_until(next += kSampleInterval);
     sent.push_back(now());
     pad.send(kind.report(n));
@@ -71,14 +79,16 @@ TEST_P(LatencyTest, HidapiAlone) {
   hid_device* const device = hid_open_path(pad->waitForNode().c_str());
   ASSERT_NE(device, nullptr);
   std::vector<std::int64_t> arrived;
+  std::counting_semaphore<> unclaimed(0);  // samples that arrived and nobody waited for
   std::thread reader([&] {
     std::array<unsigned char, 64> bytes{};
     while (arrived.size() < kSamples &&
            hid_read_timeout(device, bytes.data(), bytes.size(), 10000) > 0) {
       arrived.push_back(now());
+      unclaimed.release();
     }
   });
-  const auto sent = sendAtPace(*pad, kind);
+  const auto sent = sendAtPace(*pad, kind, [&] { unclaimed.acquire(); });
   reader.join();
   hid_close(device);
   report("to a hidapi reader", kind, sent, arrived);
@@ -87,9 +97,9 @@ TEST_P(LatencyTest, HidapiAlone) {
 TEST_P(LatencyTest, Callback) {
   Client client;
   client.connect(kind);
-  const std::size_t from = client.lineCount();
-  const auto sent = sendAtPace(*pad, kind);
-  client.waitForSamples(kSamples, from);
+  std::size_t nextLine = client.lineCount();
+  const auto sent = sendAtPace(*pad, kind, [&] { nextLine = client.waitForSamples(1, nextLine); });
+  client.waitForSamples(kUnreadReports, nextLine);
   std::vector<std::int64_t> called;
   for (const Client::Received& received : client.received()) {
     called.push_back(received.nanoseconds);

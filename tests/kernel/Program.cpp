@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds kWaitLimit{30};
+constexpr std::chrono::seconds kWaitLimit{120};
 
 struct Pipe {
   Pipe() {

@@ -23,7 +23,7 @@ struct ProgramOptions {
   bool unprivileged = false;                  // run as the user nobody
 };
 
-// All operations but wait may be called on any thread. Those that wait give up after 30 s.
+// All operations but wait may be called on any thread. Those that wait give up after 120 s.
 class Program {
  public:
   // Starts the program, found by its path.

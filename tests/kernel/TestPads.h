@@ -33,6 +33,10 @@ struct TestPad {
 // In the order of the providers.
 extern const std::array<TestPad, 4> kTestPads;
 
+// How far a test may send ahead of the program that reads; the kernel keeps 63 unread reports and
+// drops the others.
+constexpr int kUnreadReports = 48;
+
 // A pad of the same vendor that the SDK has no driver for.
 std::shared_ptr<virtualpads::PadModel> makeOtherPad();
 

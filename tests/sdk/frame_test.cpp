@@ -3,17 +3,12 @@
 #include "WorkerFrame.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,121 +17,11 @@
 #include "support/CapturedStream.h"
 #include "support/PadTest.h"
 #include "support/ScriptedPad.h"
+#include "support/ThreadCalls.h"
 #include "velaii.h"
 #include "velainkusb.h"
 #include "velausb.h"
 #include "virtualpads/PadModel.h"
-
-namespace {
-
-// What the SDK asks of the system's threads and signals. The threads of the tests are not seen.
-struct System {
-  std::mutex mutex;
-  std::vector<std::string> log;            // in the order of the calls
-  std::map<pthread_t, std::string> names;  // of the threads, after the order of their starts
-  std::vector<ThreadArg> arguments;        // of the starts
-  ThreadArg* lastArgument = nullptr;
-  std::vector<const pthread_attr_t*> attributes;
-  int starts = 0;
-  std::vector<int> failingStarts;                  // counted from 1
-  std::function<void(const std::string&)> onCall;  // what is logged, before it is done
-  std::vector<std::pair<int, int>> sigwaits;       // results and signals that come first
-
-  void note(const std::string& call) {
-    std::function<void(const std::string&)> then;
-    {
-      const std::lock_guard lock(mutex);
-      log.push_back(call);
-      then = onCall;
-    }
-    if (then) then(call);
-  }
-
-  std::string nameOf(pthread_t thread) {
-    const std::lock_guard lock(mutex);
-    return names[thread];
-  }
-
-  std::vector<std::string> calls() {
-    const std::lock_guard lock(mutex);
-    return log;
-  }
-};
-
-System& theSystem() {
-  static System* const system = new System;
-  return *system;
-}
-
-}  // namespace
-
-extern "C" {
-
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*entry)(void*), void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*entry)(void*), void* argument) {
-  System& system = theSystem();
-  std::string name;
-  bool fails = false;
-  {
-    const std::lock_guard lock(system.mutex);
-    name = std::array{"signal", "reading", "processing"}.at(
-        static_cast<std::size_t>(system.starts++ % 3));
-    system.lastArgument = static_cast<ThreadArg*>(argument);
-    system.arguments.push_back(*system.lastArgument);
-    system.attributes.push_back(attributes);
-    for (const int failing : system.failingStarts) fails = fails || failing == system.starts;
-  }
-  system.note("start " + name);
-  if (fails) return EAGAIN;
-  const int result = __real_pthread_create(thread, attributes, entry, argument);
-  const std::lock_guard lock(system.mutex);
-  system.names[*thread] = name;
-  return result;
-}
-
-int __real_pthread_join(pthread_t thread, void** value);
-int __wrap_pthread_join(pthread_t thread, void** value) {
-  theSystem().note("join " + theSystem().nameOf(thread));
-  return __real_pthread_join(thread, value);
-}
-
-int __real_pthread_kill(pthread_t thread, int signal);
-int __wrap_pthread_kill(pthread_t thread, int signal) {
-  theSystem().note((signal == SIGUSR1 ? "SIGUSR1 to " : "another signal to ") +
-                   theSystem().nameOf(thread));
-  return __real_pthread_kill(thread, signal);
-}
-
-int __real_sigprocmask(int how, const sigset_t* set, sigset_t* old);
-int __wrap_sigprocmask(int how, const sigset_t* set, sigset_t* old) {
-  std::string signals;
-  for (int signal = 1; signal < NSIG; ++signal) {
-    if (sigismember(set, signal) == 1) signals += signal == SIGUSR1 ? " SIGUSR1" : " another";
-  }
-  theSystem().note((how == SIG_BLOCK ? "block" : "other mask change") + signals +
-                   (old == nullptr ? "" : " and keep the old mask"));
-  return __real_sigprocmask(how, set, old);
-}
-
-int __real_sigwait(const sigset_t* set, int* signal);
-int __wrap_sigwait(const sigset_t* set, int* signal) {
-  System& system = theSystem();
-  system.note("sigwait");
-  {
-    const std::lock_guard lock(system.mutex);
-    if (!system.sigwaits.empty()) {
-      const std::pair<int, int> prepared = system.sigwaits.front();
-      system.sigwaits.erase(system.sigwaits.begin());
-      *signal = prepared.second;
-      return prepared.first;
-    }
-  }
-  return __real_sigwait(set, signal);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -147,6 +32,8 @@ using support::HidCall;
 using support::penRecorder;
 using support::recordPen;
 using support::ScriptedPad;
+using support::ThreadCalls;
+using Log = ThreadCalls::Log;
 
 // The points in which the drivers' frames differ.
 struct Usb {
@@ -187,30 +74,19 @@ class FrameTest : public support::PadTest {
  protected:
   using Driver = typename Kind::Driver;
 
+  // Earlier connections have left the signal blocked.
   FrameTest() {
-    System& system = theSystem();
-    system.log.clear();
-    system.names.clear();
-    system.arguments.clear();
-    system.attributes.clear();
-    system.starts = 0;
-    system.failingStarts.clear();
-    system.onCall = nullptr;
-    system.sigwaits.clear();
-    setSigusr1Blocked(false);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR1);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    threads.clearLog();
   }
 
   ~FrameTest() override {
     driver.reset();
     EXPECT_FALSE(queueExists());
     EXPECT_TRUE(waitForThreads(0));
-  }
-
-  static void setSigusr1Blocked(bool blocked) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
   }
 
   static bool sigusr1IsBlocked() {
@@ -234,20 +110,12 @@ class FrameTest : public support::PadTest {
     EXPECT_TRUE(bus.sendWhenRoom(port, report));
   }
 
-  // Lets `then` run when the SDK makes that call of the system.
-  void on(const std::string& call, std::function<void()> then) {
-    theSystem().onCall = [call, then](const std::string& made) {
-      if (made == call) then();
-    };
-  }
-
+  ThreadCalls threads{{"signal", "reading", "processing"}};
   std::unique_ptr<Driver> driver = std::make_unique<Driver>();
 };
 
 using Kinds = testing::Types<Usb, Ii, Ink>;
 TYPED_TEST_SUITE(FrameTest, Kinds);
-
-using Log = std::vector<std::string>;
 
 // Opening.
 
@@ -258,7 +126,7 @@ TYPED_TEST(FrameTest, WithoutAPadNothingIsStarted) {
   EXPECT_EQ(out.text(), TypeParam::kOpenFailureLine);
   EXPECT_EQ(err.text(), "");
   EXPECT_EQ(result, TypeParam::kOpenFailure);
-  EXPECT_EQ(theSystem().calls(), Log{});
+  EXPECT_EQ(this->threads.log(), Log{});
   EXPECT_FALSE(this->queueExists());
   EXPECT_FALSE(this->sigusr1IsBlocked());
 }
@@ -267,28 +135,27 @@ TYPED_TEST(FrameTest, AnOpenThatFailedIsClosedSafely) {
   const CapturedStream out(stdout);
   this->driver->OpenConnection(recordPen);
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(), Log{});
+  EXPECT_EQ(this->threads.log(), Log{});
 }
 
 TYPED_TEST(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
   const CapturedStream out(stdout);
   EXPECT_EQ(this->open(), 1);
-  Log calls = theSystem().calls();
-  std::erase(calls, "sigwait");  // made by the thread that is started
-  EXPECT_EQ(calls, (Log{"block SIGUSR1", "start signal", "start reading", "start processing"}));
+  EXPECT_EQ(this->threads.log(), (Log{"sigprocmask: block SIGUSR1", "start signal", "start reading",
+                                      "start processing"}));
   EXPECT_EQ(out.text(), "");
   this->driver->CloseConnection();
 }
 
 TYPED_TEST(FrameTest, ThreadsGetDefaultAttributesAndTheDriverAndAZeroWord) {
   this->open();
-  const System& system = theSystem();
-  ASSERT_EQ(system.arguments.size(), 3U);
-  for (const ThreadArg& argument : system.arguments) {
-    EXPECT_EQ(argument.driver, this->driver.get());
-    EXPECT_EQ(argument.zero, nullptr);
+  const std::vector<ThreadCalls::Start> starts = this->threads.starts();
+  ASSERT_EQ(starts.size(), 3U);
+  for (const ThreadCalls::Start& start : starts) {
+    EXPECT_EQ(start.attributes, nullptr);
+    EXPECT_EQ(start.content.driver, this->driver.get());
+    EXPECT_EQ(start.content.zero, nullptr);
   }
-  EXPECT_EQ(system.attributes, (std::vector<const pthread_attr_t*>(3)));
   this->driver->CloseConnection();
 }
 
@@ -353,17 +220,16 @@ TYPED_TEST(FrameTest, ASignalToTheProcessReachesNoHandlerAndEndsTheRunningState)
 }
 
 TYPED_TEST(FrameTest, AnotherSignalIsNotTheOneWaitedFor) {
-  theSystem().sigwaits = {{0, SIGUSR2}, {0, SIGHUP}};
+  this->threads.answerWaits({{0, SIGUSR2}, {0, SIGHUP}});
   this->open();
   this->driver->CloseConnection();
-  const Log calls = theSystem().calls();
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "sigwait"), 3);
+  EXPECT_EQ(this->threads.waits(), 3);
 }
 
 TYPED_TEST(FrameTest, WhenSigwaitFailsTheCloseHangsInItsLastJoin) {
-  theSystem().sigwaits = {{EINVAL, 0}};
+  this->threads.answerWaits({{EINVAL, 0}});
   Event lastJoin;
-  this->on("join reading", [&] { lastJoin.happen(); });
+  this->threads.on("join reading", [&] { lastJoin.happen(); });
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
   this->open();
@@ -414,10 +280,9 @@ TYPED_TEST(FrameTest, TheReadingThreadEndsWithItsFirstFailedReadAfterTheRunningS
 
 TYPED_TEST(FrameTest, ClosesInThisOrder) {
   this->open();
-  ASSERT_TRUE(comesTrue([] { return theSystem().calls().size() == 5; }));  // sigwait, too
-  theSystem().log.clear();
+  this->threads.clearLog();
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(),
+  EXPECT_EQ(this->threads.log(),
             (Log{"join processing", "SIGUSR1 to signal", "join signal", "join reading"}));
   EXPECT_FALSE(this->driver->GetRunningState());
 }
@@ -425,7 +290,7 @@ TYPED_TEST(FrameTest, ClosesInThisOrder) {
 TYPED_TEST(FrameTest, TheQueueOutlivesTheReadingThread) {
   bool existed = false;
   this->open();
-  this->on("join reading", [&] { existed = this->queueExists(); });
+  this->threads.on("join reading", [&] { existed = this->queueExists(); });
   this->driver->CloseConnection();
   EXPECT_TRUE(existed);
   EXPECT_FALSE(this->queueExists());
@@ -434,7 +299,7 @@ TYPED_TEST(FrameTest, TheQueueOutlivesTheReadingThread) {
 TYPED_TEST(FrameTest, TheDeviceIsOpenUntilTheReadingThreadHasEnded) {
   int open = -1;
   this->open();
-  this->on("join reading", [&] { open = this->bus.openHandles(); });
+  this->threads.on("join reading", [&] { open = this->bus.openHandles(); });
   this->driver->CloseConnection();
   EXPECT_EQ(open, 1);
   EXPECT_EQ(this->bus.openHandles(), 0);
@@ -447,7 +312,7 @@ TYPED_TEST(FrameTest, AStopIsSeenAfterTheDeliveryUnderWay) {
     delivering.happen();
     EXPECT_TRUE(joining.wait());
   });
-  this->on("join processing", [&] { joining.happen(); });
+  this->threads.on("join processing", [&] { joining.happen(); });
   this->open();
   for (int i = 0; i < 200; ++i) this->sendReport();
   EXPECT_TRUE(this->bus.waitUntilRead(this->port));
@@ -459,7 +324,7 @@ TYPED_TEST(FrameTest, AStopIsSeenAfterTheDeliveryUnderWay) {
 TYPED_TEST(FrameTest, WhileReportsComeTheCloseWaits) {
   this->bus.setReadTimeout(support::BusTest::kLongTimeout);
   Event lastJoin;
-  this->on("join reading", [&] { lastJoin.happen(); });
+  this->threads.on("join reading", [&] { lastJoin.happen(); });
   this->open();
   std::atomic<bool> closed{false};
   std::thread closing([&] {
@@ -483,7 +348,7 @@ TYPED_TEST(FrameTest, WhileReportsComeTheCloseWaits) {
 // Threads that do not start.
 
 TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsTold) {
-  theSystem().failingStarts = {1};
+  this->threads.failStarts({1});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
   EXPECT_EQ(this->open(), 1);
@@ -491,56 +356,54 @@ TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsTold) {
   EXPECT_EQ(err.text(), "");
   this->sendReport();
   EXPECT_TRUE(this->recorder.waitFor(1));
-  theSystem().log.clear();
+  this->threads.clearLog();
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(), (Log{"join processing", "join reading"}));
+  EXPECT_EQ(this->threads.log(), (Log{"join processing", "join reading"}));
   EXPECT_FALSE(this->driver->GetRunningState());
 }
 
 TYPED_TEST(FrameTest, AReadingThreadThatDoesNotStartIsTold) {
-  theSystem().failingStarts = {2};
+  this->threads.failStarts({2});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
   EXPECT_EQ(this->open(), 1);
   EXPECT_EQ(out.text(), TypeParam::kReadingLine);
   EXPECT_EQ(err.text(), "");
-  ASSERT_TRUE(comesTrue([] { return theSystem().calls().size() == 5; }));  // sigwait, too
-  theSystem().log.clear();
+  this->threads.clearLog();
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(), (Log{"join processing", "SIGUSR1 to signal", "join signal"}));
+  EXPECT_EQ(this->threads.log(), (Log{"join processing", "SIGUSR1 to signal", "join signal"}));
   EXPECT_EQ(this->bus.count(HidCall::Read), 0);
 }
 
 TYPED_TEST(FrameTest, AProcessingThreadThatDoesNotStartIsTold) {
-  theSystem().failingStarts = {3};
+  this->threads.failStarts({3});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
   EXPECT_EQ(this->open(), 1);
   EXPECT_EQ(out.text(), "create processdata failed\n");
   EXPECT_EQ(err.text(), "");
-  ASSERT_TRUE(comesTrue([] { return theSystem().calls().size() == 5; }));  // sigwait, too
-  theSystem().log.clear();
+  this->threads.clearLog();
   this->sendReport();
   EXPECT_TRUE(this->bus.waitUntilRead(this->port));
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(), (Log{"SIGUSR1 to signal", "join signal", "join reading"}));
+  EXPECT_EQ(this->threads.log(), (Log{"SIGUSR1 to signal", "join signal", "join reading"}));
   EXPECT_EQ(this->recorder.count(), 0U);
 }
 
 TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreToldInTurn) {
-  theSystem().failingStarts = {1, 2, 3};
+  this->threads.failStarts({1, 2, 3});
   const CapturedStream out(stdout);
   EXPECT_EQ(this->open(), 1);
   EXPECT_EQ(out.text(), std::string("create pollsignal failed\n") + TypeParam::kReadingLine +
                             "create processdata failed\n");
   EXPECT_TRUE(this->queueExists());
-  theSystem().log.clear();
+  this->threads.clearLog();
   EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(theSystem().calls(), Log{});
+  EXPECT_EQ(this->threads.log(), Log{});
 }
 
 TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
-  theSystem().failingStarts = {1, 2, 3};  // so that the driver may go
+  this->threads.failStarts({1, 2, 3});  // so that the driver may go
   const CapturedStream out(stdout);
   this->open();
   this->bus.clearLog();
@@ -550,7 +413,7 @@ TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
   EXPECT_TRUE(this->queueExists());
   // What the close would have released.
   TypeParam::kQueue.release();
-  delete theSystem().lastArgument;
+  delete this->threads.starts().back().argument;
 }
 
 // A client may lend the kind's queue a thread.
@@ -560,7 +423,7 @@ TYPED_TEST(FrameTest, WithoutAQueueProcessingReturns) {
 }
 
 TYPED_TEST(FrameTest, AThreadOfTheClientProcessesTheQueueAndEndsWithIt) {
-  theSystem().failingStarts = {3};
+  this->threads.failStarts({3});
   const CapturedStream out(stdout);
   this->open();
   std::atomic<bool> returned{false};

@@ -505,15 +505,31 @@ TEST_F(IiSerialTest, RequestIsReportTwoWithSeventeenBytes) {
 TEST_F(IiSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   pad->replies[2] = hex("02 E1 E2 E3 E4 E5 E6 E7 E8 01 02 03 04 05 06 07 08");
   openScripted();
-  _GUID serial{};
+  // The second one shows that nothing is written behind the first.
+  _GUID serials[2]{};
+  const _GUID& serial = serials[0];
   bool given = false;
-  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(&serial); }), kNothingWritten);
+  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(serials); }), kNothingWritten);
   driver.CloseConnection();
   EXPECT_TRUE(given);
   EXPECT_EQ(serial.Data1, 0x33C72A14U);
   EXPECT_EQ(serial.Data2, 0xD348);
   EXPECT_EQ(serial.Data3, 0x42C6);
   EXPECT_THAT(serial.Data4, ElementsAre(8, 7, 6, 5, 4, 3, 2, 1));
+  EXPECT_EQ(serials[1].Data1, 0U);
+}
+
+TEST_F(IiSerialTest, ReplyOfNoBytesIsToldWithTheReportId) {
+  openModel();
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
+  _GUID serial{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+  bool given = true;
+  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(&serial); }),
+            (Written{"GetFeature for R_SERIAL failed (2)\n", ""}));
+  driver.CloseConnection();
+  EXPECT_FALSE(given);
+  EXPECT_EQ(serial.Data1, 1U);
+  EXPECT_THAT(serial.Data4, ElementsAre(4, 5, 6, 7, 8, 9, 10, 11));
 }
 
 TEST_F(IiSerialTest, NullIsRefusedWithoutARequestOrALine) {

@@ -674,13 +674,16 @@ TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   bus.withModel(port, [&](PadModel&) {
     model->setSerialNumber({0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88});
   });
-  _GUID serial{};
-  EXPECT_TRUE(driver.GetSerialNumber(&serial));
+  // The second one shows that nothing is written behind the first.
+  _GUID serials[2]{};
+  const _GUID& serial = serials[0];
+  EXPECT_TRUE(driver.GetSerialNumber(serials));
   driver.CloseConnection();
   EXPECT_EQ(serial.Data1, 0x99F6F7C5U);
   EXPECT_EQ(serial.Data2, 0x1557);
   EXPECT_EQ(serial.Data3, 0x4D19);
   EXPECT_THAT(serial.Data4, ElementsAre(0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11));
+  EXPECT_EQ(serials[1].Data1, 0U);
 }
 
 TEST_F(InkSerialTest, NullAndAReplyOfNoBytesFailInSilence) {

@@ -492,6 +492,14 @@ TEST_F(VisionPadWindow, InksInPenMode) {
   EXPECT_EQ(colorAt(0.5, 0.4), kScreen);
 }
 
+TEST_F(VisionPadWindow, LeavesAGapBetweenTwoStrokes) {
+  setFeature(4, 1);
+  draw();
+  pad->inputReport({.x = 0.2, .y = 0.9, .pressure = 1, .touch = true, .milliseconds = 15});
+  EXPECT_TRUE(showsColor(0.2, 0.9, kInk));
+  EXPECT_EQ(colorAt(0.5, 0.7), kScreen);
+}
+
 TEST_F(VisionPadWindow, InksByTheModeAtTheMomentOfTheStroke) {
   draw();
   setFeature(4, 1);
