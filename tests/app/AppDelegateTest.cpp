@@ -95,7 +95,7 @@ TEST_F(AppDelegateTest, ClosingTheWindowClosesThePadBeforeTheApplicationEnds) {
   delegate.applicationDidFinishLaunching(nullptr);
   controller().OpenButton(nullptr);
   takeLog();
-  QTimer::singleShot(0, &delegate, [this] { controller().m_OpenButton->window()->close(); });
+  QTimer::singleShot(0, &delegate, [] { controller().m_OpenButton->window()->close(); });
   EXPECT_EQ(QApplication::exec(), 0);
   EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
 }

@@ -354,6 +354,23 @@ TYPED_TEST(QueueTest, DestructionDropsTheRecordsAndLeavesTheirSamplesAlone) {
   EXPECT_EQ(penRecorder().count(), 0U);
 }
 
+TYPED_TEST(QueueTest, DestructionDropsWhatWasAppendedBeforeAndAfterATake) {
+  std::array<std::unique_ptr<PEN_DATA>, 5> samples;
+  auto* const dropped = new TypeParam(recordPen<0>);
+  const long before = liveAllocations();
+  const auto append = [&](std::size_t i) {
+    tagDATA_RECORD* const record = numbered(static_cast<unsigned>(i + 1));
+    samples[i].reset(record->pData);
+    dropped->SetRecord(record);
+  };
+  for (const std::size_t i : {0U, 1U, 2U}) append(i);
+  EXPECT_EQ(dropped->GetRecord(true), samples[0].get());
+  for (const std::size_t i : {3U, 4U}) append(i);
+  delete dropped;
+  EXPECT_EQ(liveAllocations(), before - 1 + 5);  // the queue is gone, the samples are there
+  for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples[i]->bSequence, i + 1);
+}
+
 TEST(SampleCounterTest, RunsFromOneTo127AndAgain) {
   SampleCounter counter;
   for (int number = 1; number <= 127; ++number) ASSERT_EQ(counter.next(), number);

@@ -69,7 +69,7 @@ PadWindow::~PadWindow() {
 void PadWindow::receive(const WatchedPad::Event& event) {
   std::lock_guard lock(m_inboxMutex);
   if (m_inbox.empty()) {
-    QMetaObject::invokeMethod(&m_nextFrame, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&m_nextFrame, "start", Qt::QueuedConnection);
   }
   m_inbox.push_back(event);
 }
