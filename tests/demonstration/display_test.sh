@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # display_test.sh PROGRAM: in a real window the pen signs by itself on the first pad, and,
-# after somebody has reset and opened another one, on that. Needs a display, xdotool and ImageMagick.
+# after somebody has reset and opened another one, on that. The pad that is open is shown beside, and
+# may be written on. Needs a display, xdotool and ImageMagick.
 set -u
 program=$1
 for tool in xdotool import convert; do
@@ -19,13 +20,15 @@ fail() {
   exit 1
 }
 
+# In the whole window, or in the part of it that is given.
 shows_ink() {
-  import -window "$window" ppm:- | convert ppm:- -depth 8 -format %c histogram:info:- | grep -q '#0000FF'
+  import -window "$window" ppm:- | convert ppm:- ${1:+-crop "$1"} -depth 8 -format %c histogram:info:- |
+    grep -q '#0000FF'
 }
 
 # The test's time limit ends these.
 await_ink() {
-  until shows_ink; do kill -0 $application || fail "the application has ended"; done
+  until shows_ink "$@"; do kill -0 $application || fail "the application has ended"; done
 }
 await_no_ink() {
   while shows_ink; do kill -0 $application || fail "the application has ended"; done
@@ -33,10 +36,19 @@ await_no_ink() {
 
 window=$(xdotool search --sync --onlyvisible --name '^Vela Pad Test$')
 await_ink
+xdotool search --onlyvisible --name '^Vela USB$' || fail "the open pad is not shown beside"
 xdotool windowfocus --sync "$window" key alt+r
 await_no_ink
 xdotool key alt+p Down Down Down alt+o
 await_ink
+
+xdotool search --onlyvisible --name '^Vela USB$' && fail "the pad before is still shown"
+pad=$(xdotool search --onlyvisible --name '^Vela Vision$') || fail "the other pad is not shown beside"
+# Above all that the pen of the demonstration writes.
+above=280x30+100+130
+shows_ink $above && fail "the pen writes where it should not"
+xdotool mousemove --window "$pad" 200 50 mousedown 1 mousemove --window "$pad" 400 60 mouseup 1
+await_ink $above
 
 kill -TERM $application
 wait $application || fail "the application ended with status $?"

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "ApplicationWindow.h"
+#include "PadBeside.h"
 #include "SigningPen.h"
 #include "UnattendedRun.h"
 #include "virtualpads/PadModel.h"
@@ -17,6 +18,7 @@ namespace {
 
 using virtualpads::PadKind;
 using virtualpads::VirtualBus;
+using virtualpads::WatchedPad;
 
 class Demonstration : public QObject {
  public:
@@ -37,16 +39,20 @@ class Demonstration : public QObject {
  private:
   void begin(DrawView& view) {
     m_window.emplace(view);
-    std::vector<VirtualBus::Port> ports;
+    std::vector<DemonstrationPad> pads;
     for (auto kind : {PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
-      ports.push_back(VirtualBus::instance().plug(virtualpads::makePad(kind)));
+      auto pad = std::make_shared<WatchedPad>(virtualpads::makePad(kind));
+      pads.push_back({VirtualBus::instance().plug(pad), pad});
     }
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() == 1) {
-      m_pen = std::make_unique<SigningPen>(*m_window, std::move(ports));
+      m_pen = std::make_unique<SigningPen>(*m_window, pads);
+      m_padBeside = std::make_unique<PadBeside>(*m_window, pads, [this] { m_pen->standBack(); });
+      // No window may outlive the application object, which this one does.
+      connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { m_padBeside.reset(); });
       m_window->open.click();
     } else if (arguments.size() == 3 && arguments[1] == "--unattended") {
-      QCoreApplication::exit(runUnattended(*m_window, ports, arguments[2]));
+      QCoreApplication::exit(runUnattended(*m_window, pads, arguments[2]));
     } else {
       std::fputs("usage: vela-demonstration [--unattended DIRECTORY]\n", stderr);
       QCoreApplication::exit(2);
@@ -55,6 +61,7 @@ class Demonstration : public QObject {
 
   std::optional<ApplicationWindow> m_window;
   std::unique_ptr<SigningPen> m_pen;
+  std::unique_ptr<PadBeside> m_padBeside;
 };
 
 void prepare() {

@@ -9,32 +9,39 @@
 #include <vector>
 
 #include "ApplicationWindow.h"
-#include "virtualpads/hidapi/VirtualBus.h"
+#include "DemonstrationPad.h"
+#include "virtualpads/PadModel.h"
 
 namespace demonstration {
 
 // Writes from the moment the application is connected until it is reset: the signature, a pause,
-// the signature again at the same place. For the GUI thread.
+// the signature again at the same place. It stands back while somebody else writes. For the GUI
+// thread.
 class SigningPen : public QObject {
  public:
-  // `ports` holds the pads in the order of the application's provider list.
-  SigningPen(ApplicationWindow& window, std::vector<virtualpads::VirtualBus::Port> ports);
+  // `pads` are in the order of the application's provider list.
+  SigningPen(ApplicationWindow& window, std::vector<DemonstrationPad> pads);
+
+  // Somebody else writes on the open pad: this pen is lifted, and begins a new signature once the
+  // other one has been away for some seconds.
+  void standBack();
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
-  void beginSignature();
+  void beginSignature(int inMilliseconds);
   void write();
 
   ApplicationWindow& m_window;
-  const std::vector<virtualpads::VirtualBus::Port> m_ports;
+  const std::vector<DemonstrationPad> m_pads;
   const std::vector<virtualpads::PenState> m_signature;
   virtualpads::VirtualBus::Port m_port = 0;  // the pad that the application has open
   std::size_t m_written = 0;                 // samples of the signature that are on the pad
   int m_signatures = 0;                      // signatures that are finished
   std::uint32_t m_padClock = 0;  // the pad's milliseconds at the beginning of the signature
-  QElapsedTimer m_sinceBegin;
+  int m_wait = 0;                // milliseconds from m_sinceWait to that beginning
+  QElapsedTimer m_sinceWait;
   QTimer m_timer;
 };
 

@@ -60,11 +60,12 @@ QImage lcdPicture(const virtualpads::InkPad& pad) {
 // One provider's turn at the window.
 class ProviderRun {
  public:
-  ProviderRun(ApplicationWindow& window, int provider, VirtualBus::Port port,
+  ProviderRun(ApplicationWindow& window, int provider, const DemonstrationPad& pad,
               const QString& directory)
       : m_window(window),
         m_provider(provider),
-        m_port(port),
+        m_port(pad.port),
+        m_pad(*pad.pad),
         m_name(window.providers.itemText(provider)),
         m_prefix(QString("%1/%2-%3")
                      .arg(directory)
@@ -135,8 +136,8 @@ class ProviderRun {
             ink == Ink::Present ? "shows no ink" : "shows ink where none should be");
     ++m_step;
     save(m_window.window.grab().toImage(), QString("%1-%2").arg(m_step).arg(step));
-    VirtualBus::instance().withModel(m_port, [this, step](virtualpads::PadModel& pad) {
-      if (auto* inkPad = dynamic_cast<virtualpads::InkPad*>(&pad)) {
+    m_pad.look([this, step](const virtualpads::PadModel& pad) {
+      if (auto* inkPad = dynamic_cast<const virtualpads::InkPad*>(&pad)) {
         save(lcdPicture(*inkPad), QString("%1-%2-lcd").arg(m_step).arg(step));
       }
     });
@@ -151,6 +152,7 @@ class ProviderRun {
   ApplicationWindow& m_window;
   const int m_provider;
   const VirtualBus::Port m_port;
+  const virtualpads::WatchedPad& m_pad;
   const QString m_name;
   const QString m_prefix;
   int m_step = 0;
@@ -158,14 +160,14 @@ class ProviderRun {
 
 }  // namespace
 
-int runUnattended(ApplicationWindow& window, const std::vector<VirtualBus::Port>& ports,
+int runUnattended(ApplicationWindow& window, const std::vector<DemonstrationPad>& pads,
                   const QString& directory) {
   try {
-    if (window.providers.count() != std::ssize(ports)) {
+    if (window.providers.count() != std::ssize(pads)) {
       throw StepFailed("the list does not show one provider for each pad");
     }
-    for (int provider = 0; provider < std::ssize(ports); ++provider) {
-      ProviderRun(window, provider, ports[static_cast<std::size_t>(provider)], directory).run();
+    for (int provider = 0; provider < std::ssize(pads); ++provider) {
+      ProviderRun(window, provider, pads[static_cast<std::size_t>(provider)], directory).run();
     }
   } catch (const StepFailed& failure) {
     std::fprintf(stderr, "vela-demonstration: %s\n", failure.what());

@@ -6,18 +6,17 @@
 #include <vector>
 
 #include "ApplicationWindow.h"
-#include "virtualpads/hidapi/VirtualBus.h"
+#include "DemonstrationPad.h"
 
 namespace demonstration {
 
 // For every provider: chooses it in the list, presses Open, signs, presses Clear, signs again,
 // presses Reset. Saves a picture of the window after each step, and of the ink pad's LCD where
-// there is one, as PNG files in `directory`, and prints their paths. `ports` holds the pads in the
-// order of the provider list. Returns the exit status for the program: 0, or 1 after one line on
+// there is one, as PNG files in `directory`, and prints their paths. `pads` are in the order of the
+// provider list. Returns the exit status for the program: 0, or 1 after one line on
 // standard error that names the step that did not come about. For the GUI thread, inside the event
 // loop.
-int runUnattended(ApplicationWindow& window,
-                  const std::vector<virtualpads::VirtualBus::Port>& ports,
+int runUnattended(ApplicationWindow& window, const std::vector<DemonstrationPad>& pads,
                   const QString& directory);
 
 }  // namespace demonstration

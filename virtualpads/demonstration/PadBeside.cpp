@@ -1,0 +1,40 @@
+#include "PadBeside.h"
+
+#include <utility>
+
+namespace demonstration {
+
+namespace {
+
+constexpr int kGap = 12;
+
+}  // namespace
+
+PadBeside::PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pads,
+                     std::function<void()> written)
+    : m_window(window), m_pads(std::move(pads)), m_written(std::move(written)) {
+  // A list that shows another provider changes nothing about the pad that is open: Reset is enabled
+  // exactly while there is one.
+  connect(&window.providers, &QComboBox::currentIndexChanged, this, [this] {
+    if (!m_window.reset.isEnabled()) showChosenPad();
+  });
+  connect(&window.reset, &QPushButton::clicked, this, &PadBeside::showChosenPad);
+  showChosenPad();
+}
+
+void PadBeside::showChosenPad() {
+  const auto& chosen = m_pads.at(static_cast<std::size_t>(m_window.providers.currentIndex()));
+  m_padWindow.reset();
+  m_padWindow = std::make_unique<virtualpads::PadWindow>(
+      chosen.pad, [this, &chosen](const virtualpads::PenState& pen) {
+        m_written();
+        virtualpads::VirtualBus::instance().send(chosen.port, chosen.pad->inputReport(pen));
+      });
+  // The application is what is looked at, and it ends with its own window.
+  m_padWindow->setAttribute(Qt::WA_ShowWithoutActivating);
+  m_padWindow->setAttribute(Qt::WA_QuitOnClose, false);
+  m_padWindow->move(m_window.window.frameGeometry().topRight() + QPoint(kGap, 0));
+  m_padWindow->show();
+}
+
+}  // namespace demonstration

@@ -1,0 +1,37 @@
+// The pad on the screen, beside the application: the one that is chosen in the application's list,
+// and while the application is connected the one that it has open. Whoever likes writes on it with
+// the mouse.
+#ifndef VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
+#define VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
+
+#include <QObject>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "ApplicationWindow.h"
+#include "DemonstrationPad.h"
+#include "virtualpads/window/PadWindow.h"
+
+namespace demonstration {
+
+// For the GUI thread.
+class PadBeside : public QObject {
+ public:
+  // `pads` are in the order of the application's provider list. `written` is called for each sample
+  // that somebody writes on the pad's window.
+  PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pads,
+            std::function<void()> written);
+
+ private:
+  void showChosenPad();
+
+  ApplicationWindow& m_window;
+  const std::vector<DemonstrationPad> m_pads;
+  const std::function<void()> m_written;
+  std::unique_ptr<virtualpads::PadWindow> m_padWindow;
+};
+
+}  // namespace demonstration
+
+#endif
