@@ -120,7 +120,7 @@ TEST(LatencyToTheWindowTest, Ink) {
   constexpr int kFirstColumn = 10;
   constexpr int kStep = 3;
   constexpr int kSteps = 70;
-  constexpr std::chrono::seconds kInkLimit{10};
+  constexpr std::chrono::seconds kInkLimit{60};
   const TestPad& kind = kTestPads[0];
   const auto pad = plugged(kind.kind);
   Desktop desktop;
