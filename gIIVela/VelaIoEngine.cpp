@@ -11,7 +11,7 @@ namespace {
 // Where hidapi times out after a second, it fails at once on a pad that has been unplugged, and the
 // reading loops try again for as long as the connection is open. This pause before the next read
 // keeps that from taking a whole core. It is short enough that a pad which recovers has not filled
-// the 64 reports that the kernel keeps for it.
+// the 63 reports that the kernel keeps for it.
 constexpr std::chrono::milliseconds kPauseAfterFailure{50};
 
 struct ReportSize {

@@ -47,12 +47,12 @@ SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0038.*", TAG+="uaccess"' "$(grep '^[^#]
 manual() {
   local page
   command -v man >/dev/null || skip "man is not installed"
-  for page in vela-testapp vela-padinfo vela-capture; do
+  for page in vela-testapp vela-padinfo vela-capture vela-virtual-pad; do
     expect "$page" "" "$(man --warnings -E UTF-8 -l "$share/man/man1/$page.1.gz" 2>&1 >"$work/page")"
     expect "$page tells its name" "1" "$(grep -c "^ *$page [-‐−] " "$work/page")"
     expect "$page is there" "0" "$([ -x "$prefix/bin/$page" ]; echo $?)"
   done
-  for page in padinfo capture; do
+  for page in padinfo capture virtual-pad; do
     man -l "$share/man/man1/vela-$page.1.gz" 2>/dev/null | col -b >"$work/page"
     for option in $("$prefix/bin/vela-$page" --help | grep -o -- '--[a-z]*'); do
       grep -q -- "$option" "$work/page"

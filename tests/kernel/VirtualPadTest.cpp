@@ -171,7 +171,7 @@ TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
   std::vector<Bytes> received;
   {
     const Node node(path);
-    // At once: the kernel keeps only 64 unread reports.
+    // At once: the kernel keeps only 63 unread reports.
     auto stroke = std::async(std::launch::async, [&node] {
       std::vector<Bytes> reports;
       do {

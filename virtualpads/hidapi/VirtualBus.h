@@ -3,7 +3,7 @@
 //
 // A program linked with the hidapi face instead of hidapi sees the pads plugged here. The face
 // behaves as hidapi 0.13 on Linux's hidraw does: a read waits up to its time-out and returns 0 when
-// nothing came, fails at once with -1 after an unplug, each open handle keeps at most 64 unread
+// nothing came, fails at once with -1 after an unplug, each open handle keeps at most 63 unread
 // input reports and the ones that come on top are dropped in silence, a feature call on an
 // unplugged pad gives -1, a feature reply is cut to the caller's buffer.
 //
@@ -72,7 +72,7 @@ class VirtualBus {
  public:
   using Port = int;
   static constexpr int kAlways = -1;
-  static constexpr std::size_t kUnreadReports = 64;  // what an open handle keeps
+  static constexpr std::size_t kUnreadReports = 63;  // what an open handle keeps
 
   static VirtualBus& instance();
 
@@ -89,7 +89,7 @@ class VirtualBus {
   void setAccessible(Port port, bool accessible);
 
   // Puts an input report on the wire, for each handle that is open on the port. False when all of
-  // them lost it: none is open, each already holds 64 unread reports, the pad is unplugged or the
+  // them lost it: none is open, each already holds 63 unread reports, the pad is unplugged or the
   // report is empty.
   bool send(Port port, const Bytes& report);
   // The same, but waits while a reader has no room. False when the pad is unplugged or not open.

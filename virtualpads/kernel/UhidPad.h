@@ -94,7 +94,7 @@ class UhidPad {
 
   // Puts an input report on the wire. False when the pad is not plugged or the report is longer
   // than the 4096 bytes that uhid can carry. The kernel drops the report silently where no program
-  // has the node open, and for each program that has 64 unread ones: the sender has to pace itself
+  // has the node open, and for each program that has 63 unread ones: the sender has to pace itself
   // by what the reader confirms.
   bool send(const Bytes& report);
   // The same, with the model's report for that pen state.
