@@ -42,9 +42,11 @@ class Pen {
   // The number of the last sample that the callback has taken completely.
   std::int32_t last() const { return m_last; }
 
-  // Waits until the callback has taken that many more.
-  void waitForMore(std::int32_t samples) const {
-    const std::int32_t wanted = m_last + samples;
+  // Catches up, and waits until the callback has taken that many more; fewer than kFarAhead, which
+  // the pen would not go on to write.
+  void waitForMore(std::int32_t samples) {
+    catchUp();
+    const std::int32_t wanted = m_caughtUp + samples;
     for (std::int32_t seen = m_last; seen < wanted; seen = m_last) m_last.wait(seen);
   }
 
