@@ -2,7 +2,10 @@
 
 #include <QPaintEvent>
 #include <QPainter>
+#include <array>
 #include <cmath>
+
+#include "PixelCanvas.h"
 
 namespace {
 
@@ -16,6 +19,39 @@ double within(double most, double value) {
 
 QRect rounded(const QRectF& frame) {
   return {qRound(frame.x()), qRound(frame.y()), qRound(frame.width()), qRound(frame.height())};
+}
+
+// Strokes the path. A pen leaves strokes of a single segment each, many thousands in the end, most
+// of them where there is ink enough already: those are passed over, for they would not change a
+// pixel.
+void strokeInk(PixelCanvas& canvas, const QPainterPath& path, const QPen& pen) {
+  std::array<QLineF, 64> segments;
+  int count = 0;
+  QPainter& painter = canvas.painter();
+  painter.setPen(pen);
+  const auto drawSegments = [&] {
+    painter.drawLines(segments.data(), count);
+    count = 0;
+  };
+  const double reach = pen.widthF() / 2;
+  const QRgb colour = pen.color().rgb();
+  for (int begin = 0, end = 0; begin < path.elementCount(); begin = end) {
+    end = begin + 1;
+    while (end < path.elementCount() && path.elementAt(end).isLineTo()) ++end;
+    if (end - begin == 2) {
+      const QLineF segment(path.elementAt(begin), path.elementAt(begin + 1));
+      const QRectF touched =
+          QRectF(segment.p1(), segment.p2()).normalized().adjusted(-reach, -reach, reach, reach);
+      if (segment.p1() == segment.p2() || canvas.isAll(touched, colour)) continue;
+      segments[static_cast<std::size_t>(count++)] = segment;
+      if (count == std::ssize(segments)) drawSegments();
+    } else if (end - begin > 2) {
+      QPainterPath stroke(path.elementAt(begin));
+      for (int i = begin + 1; i < end; ++i) stroke.lineTo(path.elementAt(i));
+      painter.strokePath(stroke, pen);
+    }
+  }
+  drawSegments();
 }
 
 }  // namespace
@@ -61,11 +97,12 @@ void DrawView::SetLineTo(std::int32_t x, std::int32_t ypos) {
 }
 
 void DrawView::drawRect(QPainter& painter, const QRect& /*dirty*/) {
-  setbgwhite(painter);
-  QPen ink = painter.pen();
+  PixelCanvas canvas(painter, bounds());
+  setbgwhite(canvas.painter());
+  QPen ink = canvas.painter().pen();
   ink.setColor(Qt::blue);
-  painter.setRenderHint(QPainter::Antialiasing);
-  painter.strokePath(path(), ink);
+  canvas.painter().setRenderHint(QPainter::Antialiasing);
+  strokeInk(canvas, path(), ink);
 }
 
 void DrawView::resize(double w, double height) {

@@ -182,6 +182,67 @@ TEST_F(DrawViewTest, LineFromFarOutsideCrossesTheView) {
   expectAll(picture(), {0, 29, 120, 2}, kBlue);
 }
 
+// Where a pen has been often, the view passes over what adds no ink. The toolkit, which is given
+// the same segments, passes over none.
+TEST_F(DrawViewTest, MuchInkLooksAsIfEachSegmentHadBeenStroked) {
+  QPainterPath segments;
+  for (int i = 0; i < 4000; ++i) {
+    // A step of 7, 3, -5 and so on, over two thirds of the view and beyond its left end.
+    const QPoint from((i * 37) % 90 - 10, (i * 53) % 80);
+    const QPoint to(from + QPoint((i * 11) % 13 - 6, (i * 7) % 11 - 5));
+    line(from.x(), from.y(), to.x(), to.y());
+    segments.moveTo(from);
+    segments.lineTo(to);
+  }
+  for (const double scale : {1.0, 1.25, 1.5, 2.0}) {
+    QImage expected((QSizeF(view.size()) * scale).toSize(), QImage::Format_RGB32);
+    expected.setDevicePixelRatio(scale);
+    QPainter painter(&expected);
+    view.setbgwhite(painter);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.strokePath(segments, QPen(Qt::blue, 2, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    painter.end();
+    EXPECT_EQ(picture(scale), expected) << "at scale " << scale;
+  }
+}
+
+// As a view lies in a window that is scaled by a fraction.
+TEST_F(DrawViewTest, InkIsCrispWhereverTheViewLies) {
+  line(10, 10, 30, 10);
+  QImage image(300, 200, QImage::Format_RGB32);
+  image.setDevicePixelRatio(1.5);
+  image.fill(Qt::magenta);
+  QPainter painter(&image);
+  painter.translate(7, 5);
+  view.drawRect(painter, view.rect());
+  painter.end();
+  // Units 17 to 37 and 14 to 16, half as much again.
+  expectAll(image, QRect(26, 21, 29, 3), kBlue);
+  expectAll(image, QRect(25, 20, 31, 1), kWhite);
+  expectAll(image, QRect(25, 24, 31, 1), kWhite);
+  expectAll(image, QRect(0, 0, 9, 200), QColor(Qt::magenta));
+  expectAll(image, QRect(192, 0, 108, 200), QColor(Qt::magenta));
+}
+
+TEST_F(DrawViewTest, PainterIsLeftWithItsTransform) {
+  QImage image(120, 80, QImage::Format_RGB32);
+  QPainter painter(&image);
+  painter.translate(3, 4);
+  view.drawRect(painter, view.rect());
+  EXPECT_EQ(painter.worldTransform(), QTransform::fromTranslate(3, 4));
+}
+
+TEST_F(DrawViewTest, ViewLargerThanAnyScreenIsPainted) {
+  view.setGeometry(0, 0, 1'000'000, 1'000'000);
+  line(10, 10, 30, 10);
+  QImage image(120, 80, QImage::Format_RGB32);
+  QPainter painter(&image);
+  view.drawRect(painter, view.rect());
+  painter.end();
+  expectAll(image, QRect(10, 9, 20, 2), kBlue);
+  expectAll(image, QRect(40, 5, 80, 75), kWhite);
+}
+
 TEST_F(DrawViewTest, WholeViewIsPaintedWhateverIsDirty) {
   line(20, 30, 60, 30);
   QImage image(120, 80, QImage::Format_RGB32);
