@@ -1,9 +1,10 @@
 // How long one redraw of the drawing view takes, by the number of segments that it shows, next to
-// the same picture drawn by QPainter::drawPath as it comes.
+// the same picture drawn by QPainter::drawPath and by Cairo as they come.
 //
 // The ink is what a pen leaves: short segments between whole points, all over the view of a USB
 // pad.
 #include <benchmark/benchmark.h>
+#include <cairo.h>
 
 #include <QApplication>
 #include <QImage>
@@ -96,6 +97,31 @@ void plainDrawPathOfSegments(benchmark::State& state) {
   drawPlainly(state, path);
 }
 
+// The same subpaths stroked by Cairo as one path.
+void cairoStroke(benchmark::State& state) {
+  const auto points = penPoints(static_cast<int>(state.range(0)));
+  const double scale = static_cast<double>(state.range(1)) / 100;
+  const QSize size = canvas(scale).size();
+  cairo_surface_t* surface =
+      cairo_image_surface_create(CAIRO_FORMAT_RGB24, size.width(), size.height());
+  for ([[maybe_unused]] auto _ : state) {
+    cairo_t* cairo = cairo_create(surface);
+    cairo_scale(cairo, scale, scale);
+    cairo_set_source_rgb(cairo, 1, 1, 1);
+    cairo_paint(cairo);
+    cairo_set_source_rgb(cairo, 0, 0, 1);
+    cairo_set_line_width(cairo, 2);
+    for (std::size_t i = 1; i < points.size(); ++i) {
+      cairo_move_to(cairo, points[i - 1].x(), points[i - 1].y());
+      cairo_line_to(cairo, points[i].x(), points[i].y());
+    }
+    cairo_stroke(cairo);
+    cairo_destroy(cairo);
+  }
+  cairo_surface_destroy(surface);
+  countSegments(state, static_cast<int>(state.range(0)));
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"segments", "scale%"})->Unit(benchmark::kMillisecond);
   for (const int scale : {100, 200}) {
@@ -107,6 +133,7 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(viewRedraw)->Apply(sizes);
 BENCHMARK(plainDrawPathOfSegments)->Apply(sizes);
+BENCHMARK(cairoStroke)->Apply(sizes);
 // Joined, a million segments take minutes.
 BENCHMARK(plainDrawPath)
     ->ArgNames({"segments", "scale%"})
