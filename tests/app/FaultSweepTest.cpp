@@ -38,6 +38,7 @@ namespace {
 using support::callsExpected;
 using support::callsMade;
 using support::comesTrue;
+using support::failAt;
 using support::FaultPoint;
 using support::ThreadCalls;
 using support::Written;
@@ -391,7 +392,7 @@ class FaultSweepTest : public testing::Test {
     bus.setReadTimeout(std::chrono::milliseconds(1));
     port = bus.plug(virtualpads::makePad(pad.kind));
     ThreadCalls threads(pad.threads);
-    if (point) failAt(bus, pad.calls, *point);
+    if (point) failAt(bus, pad.calls, point->position, {Fault::Kind::Return, point->value});
     arrange(threads);
     Sight sight;
     EXPECT_EQ(writtenBy([&] { sight = live(pad, outcome.silent); }),

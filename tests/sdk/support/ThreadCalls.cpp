@@ -104,7 +104,10 @@ struct ReplacedThreadCalls {
       fails = calls.m_failingStarts.contains(static_cast<int>(calls.m_starts.size()));
     }
     calls.note("start " + name);
-    if (fails) return EAGAIN;
+    if (fails) {
+      *thread = pthread_self();  // as the system may leave there what means nothing
+      return EAGAIN;
+    }
     const int result = __real_pthread_create(thread, attributes, entry, argument);
     const std::lock_guard lock(calls.m_mutex);
     calls.m_threads[*thread] = name;

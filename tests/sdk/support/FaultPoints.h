@@ -1,0 +1,119 @@
+// A table of the calls into hidapi that a program makes, so that one after the other can be made to
+// fail. Reads are not in it: they come at any time.
+#ifndef TESTS_SDK_SUPPORT_FAULTPOINTS_H
+#define TESTS_SDK_SUPPORT_FAULTPOINTS_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "virtualpads/hidapi/VirtualBus.h"
+
+namespace support {
+
+// The name of a call: "init", "open" and so on, or "get 3" and "set 3" for feature report 3.
+inline std::string nameOf(const virtualpads::CallRecord& call) {
+  using virtualpads::HidCall;
+  switch (call.call) {
+    case HidCall::Init:
+      return "init";
+    case HidCall::Exit:
+      return "exit";
+    case HidCall::Enumerate:
+      return "enumerate";
+    case HidCall::FreeEnumeration:
+      return "free enumeration";
+    case HidCall::Open:
+      return "open";
+    case HidCall::Close:
+      return "close";
+    case HidCall::SetNonblocking:
+      return "set nonblocking";
+    case HidCall::GetFeature:
+      return "get " + std::to_string(call.bytes.at(0));
+    case HidCall::SendFeature:
+      return "set " + std::to_string(call.bytes.at(0));
+    case HidCall::Read:
+      return "read";
+    case HidCall::Write:
+      return "write";
+  }
+  return {};
+}
+
+inline virtualpads::HidCall kindOf(std::string_view name) {
+  using virtualpads::HidCall;
+  constexpr std::pair<std::string_view, HidCall> kKinds[] = {
+      {"init", HidCall::Init},
+      {"exit", HidCall::Exit},
+      {"enumerate", HidCall::Enumerate},
+      {"free enumeration", HidCall::FreeEnumeration},
+      {"open", HidCall::Open},
+      {"close", HidCall::Close},
+      {"set nonblocking", HidCall::SetNonblocking},
+  };
+  for (const auto& [known, kind] : kKinds) {
+    if (known == name) return kind;
+  }
+  return name.starts_with("get") ? HidCall::GetFeature : HidCall::SendFeature;
+}
+
+// Lets the call at that position of the table, whose entries have a `name`, meet the fault. The
+// program is about to begin with the first of them.
+template <class Table>
+void failAt(virtualpads::VirtualBus& bus, const Table& table, std::size_t position,
+            virtualpads::Fault fault) {
+  const virtualpads::HidCall kind = kindOf(table[position].name);
+  int nth = 0;
+  for (std::size_t i = 0; i <= position; ++i) nth += kindOf(table[i].name) == kind ? 1 : 0;
+  bus.fail(kind, fault, nth);
+}
+
+// A call that returns a value instead of doing its work.
+struct FaultPoint {
+  std::size_t position;
+  int value;
+};
+
+// Whether the call has returned that. A null pointer is logged as 0, and so is the end of the two
+// calls that have no result to fail with.
+inline bool hasFailed(const virtualpads::VirtualBus& bus, FaultPoint point) {
+  using virtualpads::HidCall;
+  const virtualpads::CallRecord call = bus.calls().at(point.position);
+  switch (call.call) {
+    case HidCall::Open:
+    case HidCall::Enumerate:
+    case HidCall::Close:
+    case HidCall::FreeEnumeration:
+      return call.result == 0;
+    default:
+      return call.result == point.value;
+  }
+}
+
+// The names of the calls that have been made.
+inline std::vector<std::string> callsMade(const virtualpads::VirtualBus& bus) {
+  std::vector<std::string> names;
+  for (const virtualpads::CallRecord& call : bus.calls()) names.push_back(nameOf(call));
+  return names;
+}
+
+// The names of the calls to be made when the one at `position` meets a fault, whose outcome tells
+// how many of the following ones are left out (`skips`) and whether it is made again (`repeated`).
+template <class Table, class Outcome>
+std::vector<std::string> callsExpected(const Table& table, const Outcome& outcome,
+                                       std::size_t position) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    if (i > position && i <= position + outcome.skips) continue;
+    names.emplace_back(table[i].name);
+    if (i == position && outcome.repeated) names.emplace_back(table[i].name);
+  }
+  return names;
+}
+
+}  // namespace support
+
+#endif
