@@ -1,0 +1,26 @@
+// What a fuzz target claims to hold for every input.
+#ifndef TESTS_FUZZ_EXPECT_H
+#define TESTS_FUZZ_EXPECT_H
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace fuzz {
+
+// Standard error as it was at the start; libFuzzer is told to close the program's own.
+inline std::FILE* const complaints = fdopen(dup(STDERR_FILENO), "w");
+
+// Ends the program, which is a finding, when the claim does not hold.
+inline void expect(bool holds, const char* claim, const char* file = __builtin_FILE(),
+                   int line = __builtin_LINE()) {
+  if (holds) return;
+  std::fprintf(complaints, "%s:%d: this does not hold: %s\n", file, line, claim);
+  std::fflush(complaints);
+  std::abort();
+}
+
+}  // namespace fuzz
+
+#endif

@@ -1,0 +1,35 @@
+// Input reports of the ink pad; see reports.h.
+#include "reports.h"
+#include "velainkusb.h"
+
+namespace {
+
+struct InkPad {
+  using Driver = velainkusb;
+  static constexpr std::size_t reportSize = 8;
+  static constexpr auto starts = fuzz::kSignalFirst;
+  static constexpr bool hasClock = false;
+
+  std::optional<fuzz::Sample> sample(fuzz::ByteSpan report) {
+    if (report.size() != reportSize) return std::nullopt;
+    const bool touch = report[1] % 2 == 1;
+    const bool dropped = first && !touch;
+    first = false;
+    if (dropped) return std::nullopt;
+    return fuzz::Sample{
+        .x = static_cast<std::int16_t>(fuzz::littleWord(report, 2)),
+        .y = static_cast<std::int16_t>(fuzz::littleWord(report, 4)),
+        .pressure = report[6],
+        .touch = touch,
+        .sequence = report[7],
+    };
+  }
+
+  bool first = true;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  return fuzz::feedReports<InkPad>({data, size});
+}
