@@ -2,7 +2,8 @@
 //
 // A client lists the providers, opens one by its class id, registers a pen callback, opens the
 // connection; later closes the connection and the provider. Nothing here throws on its own. Every
-// operation on the pad gives its failure value, in silence, while no provider is open.
+// operation on the pad gives its failure value, in silence, while no provider is open. An open
+// provider serves for one connection: before the next one, close and open it again.
 //
 // Threads: all operations belong to one thread, the client's. The callback runs on a thread of the
 // SDK (see PenEventHandler.h).
@@ -46,7 +47,8 @@ class GIIVELA_API gIIVela {
 
   // Opens the pad and starts the delivery to the registered handler. False when no provider is
   // open, and, after a line on standard output, when no handler is registered. True in all other
-  // cases, also when the pad could not be opened, on purpose: it then stays silent.
+  // cases, also when the pad could not be opened, on purpose: it then stays silent. SIGUSR1 stays
+  // blocked in the calling thread.
   virtual bool OpenConnection();
 
   // The number of providers: 4.
@@ -60,9 +62,9 @@ class GIIVELA_API gIIVela {
   // Does nothing: the table is fixed.
   virtual void SetProviderDescription(char* classid, char* description);
 
-  // Opens the first provider whose class id begins with the text, which must not be null; so a
-  // shortened id serves, and the empty text opens provider 0. Case matters. False when there is
-  // none. A provider that is open is not closed: close it before.
+  // Opens the first provider whose class id begins with the text, which must not be null and is not
+  // written to; so a shortened id serves, and the empty text opens provider 0. Case matters. False
+  // when there is none. A provider that is open is not closed: close it before.
   virtual bool OpenProvider(char* classid);
 
   // Closes the open provider, whose connection the client has closed before.
@@ -71,13 +73,15 @@ class GIIVELA_API gIIVela {
   // The number of attached pads of the open provider's kind; 0 without one.
   virtual short GetNumDevices();
 
-  // The pad's serial number in memory from malloc that the caller frees; null when it has none or
-  // cannot be read. Hexadecimal text of up to 32 digits; for the vision pad 16 raw bytes, which are
-  // not a text and have no terminator.
+  // The pad's serial number in memory from malloc that the caller frees. Hexadecimal text of up to
+  // 32 digits for the pad II and the ink pad, which ends in 16 zeros when the pad is not connected
+  // or its request fails; null for a reply of no bytes. 16 raw bytes for the vision pad, which are
+  // not a text and have no terminator; null when they cannot be read. Null for the USB pad, which
+  // has none.
   virtual char* GetSerialNumber();
 
   // The ends of the ranges of x, y and pressure (z) in device units, asked of the driver at every
-  // call; 0 when it does not tell.
+  // call; 0 when it does not tell, as the vision pad's without a connection.
   virtual int GetDataRangeMinX();
   virtual int GetDataRangeMinY();
   virtual int GetDataRangeMinZ();
@@ -86,7 +90,7 @@ class GIIVELA_API gIIVela {
   virtual int GetDataRangeMaxZ();
 
   // The size of the writing surface in inches as the pad states it, so any double; 0.0 without an
-  // open provider.
+  // open provider, and before a connection for the pad II and the vision pad.
   virtual double GetPhysicalX();
   virtual double GetPhysicalY();
 
@@ -94,7 +98,9 @@ class GIIVELA_API gIIVela {
   // which leaves an earlier one in place.
   virtual bool RegisterEventHandler(PenEventHandler handler);
 
-  // Clears the ink that the pad shows. False when no provider is open or the pad refused.
+  // Clears the ink that the pad shows. False when no provider is open, and for the vision pad also
+  // without a connection or when it took no bytes; an error counts as success. True for a pad that
+  // shows no ink.
   virtual bool ClearInking();
 
  private:
