@@ -289,8 +289,10 @@ TEST_F(InkCloseTest, SecondCloseTellsOfTheResetAndIsSafe) {
 TEST_F(InkCloseTest, ResetBeforeOpenTellsZeroAndSendsNothing) {
   plugModel();
   bus.clearLog();
-  EXPECT_EQ(writtenBy([&] { driver.ResetVelaInkDevice(); }),
+  int reset = -9;
+  EXPECT_EQ(writtenBy([&] { reset = driver.ResetVelaInkDevice(); }),
             (Written{"ResetvelaInkDevice m_handle is 0\n", ""}));
+  EXPECT_EQ(reset, 0);
   EXPECT_TRUE(bus.calls().empty());
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/PadTest.h"
+#include "support/Patience.h"
 #include "support/ScriptedPad.h"
 #include "support/Written.h"
 #include "virtualpads/PadModel.h"
@@ -18,6 +19,8 @@ namespace {
 
 using support::called;
 using support::Calls;
+using support::comesTrue;
+using support::Event;
 using support::HidCall;
 using support::kNothingWritten;
 using support::recordPen;
@@ -300,6 +303,27 @@ TEST_F(UsbStreamTest, EachDriverObjectDropsItsFirstReport) {
   ASSERT_TRUE(recorder.waitFor(2));
   next.CloseConnection();
   EXPECT_EQ(pens(), (std::vector<Pen>{{0, 0, 2, 0}, {0, 0, 4, 0}}));
+}
+
+TEST_F(UsbStreamTest, QueuedSampleHoldsNothingElse) {
+  Event taken;
+  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
+  open();
+  send("20 5A 00 2D 00 01");
+  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  send("20 4E 02 27 01 7F");
+  std::unique_ptr<PEN_DATA> sample;
+  EXPECT_TRUE(comesTrue([&] {
+    sample.reset(pUSBDataHandler.lease()->GetRecord(true));
+    return sample != nullptr;
+  }));
+  EXPECT_EQ(sample->bReserved, 0);
+  EXPECT_EQ(sample->bFlags & 1, 1);
+  EXPECT_EQ(sample->wX, 16383);
+  EXPECT_EQ(sample->wY, 16383);
+  EXPECT_EQ(sample->bPressure, 0x7F);
+  EXPECT_EQ(sample->bSequence, recorder.samples()[0].sequence % 127 + 1);
+  taken.happen();
 }
 
 TEST_F(UsbStreamTest, AnIncompleteReportIsNoSampleAndTakesNoNumber) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/PadTest.h"
+#include "support/Patience.h"
 #include "support/ScriptedPad.h"
 #include "support/TimeControl.h"
 #include "support/Written.h"
@@ -45,6 +46,8 @@ using support::Bytes;
 using support::called;
 using support::CallRecord;
 using support::Calls;
+using support::comesTrue;
+using support::Event;
 using support::Fault;
 using support::hex;
 using support::HidCall;
@@ -779,6 +782,29 @@ TEST_F(VisionSampleTest, FieldsAreBigEndianAndTheTimeStampIsThePads) {
   EXPECT_EQ(counted(recorder.samples()),
             (std::vector<Sample>{{0x1234, 0x8001, 0x03FF, 1, 0}, {65535, 2, 65535, 1, 1}}));
   EXPECT_THAT(recorder.timeStamps(), ElementsAre(0x89ABCDEFU, 1U));
+}
+
+TEST_F(VisionSampleTest, QueuedSampleIsARecordOfItsKind) {
+  Event taken;
+  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
+  openModel();
+  send("01 80 00 01 00 02 00 03 00 00 00 04");
+  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  send("01 80 12 34 80 01 03 FF 89 AB CD EF");
+  std::unique_ptr<tagVISDATA_RECORD> record;
+  EXPECT_TRUE(comesTrue([&] {
+    record.reset(pVisionDataHandler.lease()->GetRecord(true));
+    return record != nullptr;
+  }));
+  EXPECT_EQ(record->dwLength, 12U);
+  EXPECT_EQ(record->pen.bKind, 1);
+  EXPECT_EQ(record->pen.bTouch, 1);
+  EXPECT_EQ(record->pen.wX, 0x1234);
+  EXPECT_EQ(record->pen.wY, 0x8001);
+  EXPECT_EQ(record->pen.wPressure, 0x03FF);
+  EXPECT_EQ(record->pen.dwTimeStamp, 0x89ABCDEFU);
+  taken.happen();
+  driver.CloseConnection();
 }
 
 TEST_F(VisionSampleTest, LiftedPenIsReportedWhereItLastTouched) {
