@@ -3,8 +3,8 @@
 #include <QCoreApplication>
 #include <QIcon>
 #include <QStringDecoder>
-#include <cstdint>
 #include <cstdio>
+#include <utility>
 
 #include "FatalError.h"
 #include "Queue.h"
@@ -31,7 +31,7 @@ QString decoded(const char* description, int index) {
 }
 
 short providerIndex(int listPosition) {
-  if (listPosition < INT16_MIN || listPosition > INT16_MAX) {
+  if (!std::in_range<short>(listPosition)) {
     FatalError(QStringLiteral("the list position %1 is no provider index").arg(listPosition));
   }
   return static_cast<short>(listPosition);

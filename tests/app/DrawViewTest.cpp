@@ -243,6 +243,19 @@ TEST_F(DrawViewTest, ViewLargerThanAnyScreenIsPainted) {
   expectAll(image, QRect(40, 5, 80, 75), kWhite);
 }
 
+TEST_F(DrawViewTest, TurnedViewIsPainted) {
+  line(10, 30, 50, 30);
+  QImage image(80, 120, QImage::Format_RGB32);
+  QPainter painter(&image);
+  painter.translate(80, 0);
+  painter.rotate(90);
+  view.drawRect(painter, view.rect());
+  painter.end();
+  expectAll(image, QRect(49, 10, 2, 40), kBlue);
+  expectAll(image, QRect(51, 10, 20, 40), kWhite);
+  expectAll(image, QRect(48, 10, 1, 40), kWhite);
+}
+
 TEST_F(DrawViewTest, WholeViewIsPaintedWhateverIsDirty) {
   line(20, 30, 60, 30);
   QImage image(120, 80, QImage::Format_RGB32);

@@ -314,22 +314,26 @@ TEST_F(FacadeTest, DestructionLeavesTheDriverAlone) {
 
 TEST_F(FacadeTest, AnotherFacadeTakesTheDriversAway) {
   plug(makePad(PadKind::Usb));
-  for (const int provider : {kUsb, kIi, kInk, kVision}) openProvider(provider);
-  const std::unique_ptr<velausb> usb(m_pvelausb);
-  const std::unique_ptr<velaii> ii(m_pvelaii);
-  const std::unique_ptr<velainkusb> ink(m_pvelaink);
-  const std::unique_ptr<velavision> vision(m_pvelavision);
-  openProvider(kUsb);
-  const std::unique_ptr<velausb> second(m_pvelausb);
   facade->RegisterEventHandler(recordPen);
+  for (const int current : {kUsb, kIi, kInk, kVision}) {
+    SCOPED_TRACE(current);
+    for (const int provider : {kUsb, kIi, kInk, kVision}) {
+      if (provider != current) openProvider(provider);
+    }
+    openProvider(current);
+    const std::unique_ptr<velausb> usb(m_pvelausb);
+    const std::unique_ptr<velaii> ii(m_pvelaii);
+    const std::unique_ptr<velainkusb> ink(m_pvelaink);
+    const std::unique_ptr<velavision> vision(m_pvelavision);
 
-  const gIIVela other;
-  EXPECT_EQ(drivers(), (std::array<bool, 4>{}));
-  bus.clearLog();
-  expectNoAnswers();
-  EXPECT_FALSE(facade->OpenConnection());
-  facade->CloseProvider();
-  EXPECT_EQ(bus.calls(), Calls{});
+    const gIIVela other;
+    EXPECT_EQ(drivers(), (std::array<bool, 4>{}));
+    bus.clearLog();
+    expectNoAnswers();
+    EXPECT_FALSE(facade->OpenConnection());
+    facade->CloseProvider();
+    EXPECT_EQ(bus.calls(), Calls{});
+  }
 }
 
 TEST_F(FacadeTest, ADriverThatCannotBeMadeChangesNothing) {

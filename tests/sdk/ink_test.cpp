@@ -43,8 +43,6 @@ using virtualpads::makePad;
 using virtualpads::PadKind;
 using virtualpads::PadModel;
 
-constexpr std::uint16_t kProduct = 48;
-
 // What the pad holds before it is opened: bits set wherever no field is, so that it shows what is
 // carried along.
 constexpr std::string_view kOptionsBefore = "A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF";
