@@ -38,6 +38,7 @@ namespace {
 using support::callsExpected;
 using support::callsMade;
 using support::comesTrue;
+using support::expectPoints;
 using support::failAt;
 using support::FaultPoint;
 using support::ThreadCalls;
@@ -60,11 +61,7 @@ struct Outcome {
   bool absent = false;             // no pad is found, so that there is no connection
 };
 
-struct HidapiCall {
-  const char* name;
-  Outcome failed = {};                  // null or -1
-  std::optional<Outcome> nothing = {};  // 0, where that is not what succeeds
-};
+using HidapiCall = support::HidapiCall<Outcome>;
 
 struct Pad {
   const char* name;
@@ -434,22 +431,9 @@ class FaultSweepTest : public testing::Test {
   // Each call into hidapi but the reads fails in turn. Returns how many faults were tried.
   int sweepCalls(const Pad& pad) {
     warmUp(pad);
-    int points = 0;
-    for (std::size_t position = 0; position < pad.calls.size(); ++position) {
-      const HidapiCall& call = pad.calls[position];
-      const std::string trace = std::string(call.name) + ", call " + std::to_string(position + 1);
-      {
-        SCOPED_TRACE(trace + " fails");
-        expectOutcome(pad, call.failed, FaultPoint{position, -1});
-        ++points;
-      }
-      if (call.nothing) {
-        SCOPED_TRACE(trace + " brings nothing");
-        expectOutcome(pad, *call.nothing, FaultPoint{position, 0});
-        ++points;
-      }
-    }
-    return points;
+    return support::sweepCalls(pad.calls, [&](const Outcome& outcome, FaultPoint point) {
+      expectOutcome(pad, outcome, point);
+    });
   }
 
   // Now and then Qt keeps something more, or less, for its next window: so many allocations from
@@ -464,12 +448,6 @@ class FaultSweepTest : public testing::Test {
   support::TimeControl time;
   QtMessages messages;
 };
-
-// Writes the number of faults tried into the test's report.
-void expectPoints(int points, int expected) {
-  testing::Test::RecordProperty("fault_points", points);
-  EXPECT_EQ(points, expected);
-}
 
 TEST_F(FaultSweepTest, EachCallOfTheUsbPad) {
   expectPoints(sweepCalls(kUsb), 7);

@@ -35,6 +35,7 @@ namespace {
 
 using support::callsExpected;
 using support::callsMade;
+using support::expectPoints;
 using support::failAt;
 using support::Fault;
 using support::FaultPoint;
@@ -63,12 +64,7 @@ struct Outcome {
   long unfreed = 0;               // samples that stay allocated, as a queue's destruction has it
 };
 
-// A call into hidapi.
-struct HidapiCall {
-  const char* name;
-  Outcome failed = {};                  // null or -1
-  std::optional<Outcome> nothing = {};  // 0, where that is not what succeeds
-};
+using HidapiCall = support::HidapiCall<Outcome>;
 
 struct Pad {
   const char* name;
@@ -711,22 +707,9 @@ class FaultSweepTest : public support::PadTest {
   // Each call into hidapi but the reads fails in turn. Returns how many faults were tried.
   int sweepCalls(const Pad& pad) {
     warmUp(pad);
-    int points = 0;
-    for (std::size_t position = 0; position < pad.calls.size(); ++position) {
-      const HidapiCall& call = pad.calls[position];
-      const std::string trace = std::string(call.name) + ", call " + std::to_string(position + 1);
-      {
-        SCOPED_TRACE(trace + " fails");
-        expectOutcome(pad, call.failed, FaultPoint{position, -1});
-        ++points;
-      }
-      if (call.nothing) {
-        SCOPED_TRACE(trace + " brings nothing");
-        expectOutcome(pad, *call.nothing, FaultPoint{position, 0});
-        ++points;
-      }
-    }
-    return points;
+    return support::sweepCalls(pad.calls, [&](const Outcome& outcome, FaultPoint point) {
+      expectOutcome(pad, outcome, point);
+    });
   }
 
   // The pad is pulled out in each call into hidapi but the reads in turn, so that this one and all
@@ -855,12 +838,6 @@ class FaultSweepTest : public support::PadTest {
 
   std::optional<support::TimeControl> time;
 };
-
-// Writes the number of faults tried into the test's report.
-void expectPoints(int points, int expected) {
-  testing::Test::RecordProperty("fault_points", points);
-  EXPECT_EQ(points, expected);
-}
 
 TEST_F(FaultSweepTest, EachCallOfTheUsbPad) {
   expectPoints(sweepCalls(kUsb), 7);

@@ -3,7 +3,10 @@
 #ifndef TESTS_SDK_SUPPORT_FAULTPOINTS_H
 #define TESTS_SDK_SUPPORT_FAULTPOINTS_H
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -60,8 +63,16 @@ inline virtualpads::HidCall kindOf(std::string_view name) {
   return name.starts_with("get") ? HidCall::GetFeature : HidCall::SendFeature;
 }
 
-// Lets the call at that position of the table, whose entries have a `name`, meet the fault. The
-// program is about to begin with the first of them.
+// An entry of the table, and what becomes of the program when the call fails.
+template <class Outcome>
+struct HidapiCall {
+  const char* name;
+  Outcome failed{};                  // null or -1
+  std::optional<Outcome> nothing{};  // 0, where that is not what succeeds
+};
+
+// Lets the call at that position of the table meet the fault. The program is about to begin with
+// the first of them.
 template <class Table>
 void failAt(virtualpads::VirtualBus& bus, const Table& table, std::size_t position,
             virtualpads::Fault fault) {
@@ -112,6 +123,34 @@ std::vector<std::string> callsExpected(const Table& table, const Outcome& outcom
     if (i == position && outcome.repeated) names.emplace_back(table[i].name);
   }
   return names;
+}
+
+// Calls expectOutcome with each way in which each call of the table fails and with what should
+// become of it. Returns how many faults were tried.
+template <class Outcome, class ExpectOutcome>
+int sweepCalls(const std::vector<HidapiCall<Outcome>>& table, ExpectOutcome expectOutcome) {
+  int points = 0;
+  for (std::size_t position = 0; position < table.size(); ++position) {
+    const HidapiCall<Outcome>& call = table[position];
+    const std::string trace = std::string(call.name) + ", call " + std::to_string(position + 1);
+    {
+      SCOPED_TRACE(trace + " fails");
+      expectOutcome(call.failed, FaultPoint{position, -1});
+      ++points;
+    }
+    if (call.nothing) {
+      SCOPED_TRACE(trace + " brings nothing");
+      expectOutcome(*call.nothing, FaultPoint{position, 0});
+      ++points;
+    }
+  }
+  return points;
+}
+
+// Writes the number of faults tried into the test's report.
+inline void expectPoints(int points, int expected) {
+  testing::Test::RecordProperty("fault_points", points);
+  EXPECT_EQ(points, expected);
 }
 
 }  // namespace support
