@@ -26,8 +26,8 @@ class PixelCanvas {
   QPainter& painter() { return m_image.isNull() ? m_target : m_painter; }
 
   // Whether all pixels that the rectangle touches have that colour already, so that painting it
-  // there changes nothing; false where that cannot be told. Coordinates are the target's, any
-  // double is allowed.
+  // there changes nothing; false where that cannot be told. The rectangle is in the target's
+  // coordinates and may lie outside the area, where there are no pixels.
   bool isAll(const QRectF& rectangle, QRgb colour) const;
 
  private:

@@ -206,6 +206,19 @@ TEST_F(DrawViewTest, MuchInkLooksAsIfEachSegmentHadBeenStroked) {
   }
 }
 
+TEST_F(DrawViewTest, LongStrokesHaveAGapBetweenThem) {
+  for (const int y : {20, 60}) {
+    view.SetMoveTo(20, y);
+    view.SetLineTo(40, y);
+    view.SetLineTo(60, y);
+    view.SetLineTo(80, y);
+  }
+  const QImage image = picture();
+  expectAll(image, {20, 19, 60, 2}, kBlue);
+  expectAll(image, {1, 21, 118, 38}, kWhite);
+  expectAll(image, {20, 59, 60, 2}, kBlue);
+}
+
 // As a view lies in a window that is scaled by a fraction.
 TEST_F(DrawViewTest, InkIsCrispWhereverTheViewLies) {
   line(10, 10, 30, 10);
@@ -222,14 +235,6 @@ TEST_F(DrawViewTest, InkIsCrispWhereverTheViewLies) {
   expectAll(image, QRect(25, 24, 31, 1), kWhite);
   expectAll(image, QRect(0, 0, 9, 200), QColor(Qt::magenta));
   expectAll(image, QRect(192, 0, 108, 200), QColor(Qt::magenta));
-}
-
-TEST_F(DrawViewTest, PainterIsLeftWithItsTransform) {
-  QImage image(120, 80, QImage::Format_RGB32);
-  QPainter painter(&image);
-  painter.translate(3, 4);
-  view.drawRect(painter, view.rect());
-  EXPECT_EQ(painter.worldTransform(), QTransform::fromTranslate(3, 4));
 }
 
 TEST_F(DrawViewTest, ViewLargerThanAnyScreenIsPainted) {
@@ -423,6 +428,25 @@ TEST_F(ShownViewTest, RequestsUpToTheRedrawAreOne) {
   EXPECT_EQ(view.path().elementCount(), 20'000);
 }
 
+TEST_F(ShownViewTest, RequestIsMadeOnceAndAgainAfterTheRedraw) {
+  int requests = 0;
+  QObject::connect(&view, &DrawView::redrawRequested, [&] { ++requests; });
+  for (int i = 0; i < 3; ++i) line(20, 30, 60, 30);
+  EXPECT_EQ(requests, 1);
+  takeRedraws();
+  line(20, 30, 60, 30);
+  EXPECT_EQ(requests, 2);
+}
+
+// Else the redraw could come too early, and there might be no other.
+TEST_F(ShownViewTest, LineIsThereWhenItsRedrawIsAskedFor) {
+  int elements = 0;
+  QObject::connect(&view, &DrawView::redrawRequested,
+                   [&] { elements = view.path().elementCount(); });
+  line(20, 30, 60, 30);
+  EXPECT_EQ(elements, 2);
+}
+
 TEST_F(ShownViewTest, InkOfAnotherThreadIsShown) {
   std::thread([this] { line(20, 30, 60, 30); }).join();
   takeRedraws();
@@ -490,6 +514,12 @@ TEST_F(FrameTest, NewFrameIsTold) {
   view.setGeometry(200, 150, 100, 100);
   view.resize(2.0, 1.0);
   EXPECT_EQ(told, QRectF(178, 164, 144, 72));
+}
+
+TEST_F(FrameTest, SizeOfLessThanAUnitIsKept) {
+  view.setGeometry(10, 20, 100, 80);
+  view.resize(0.5 / 72, 0.25 / 72);
+  EXPECT_EQ(view.frame().size(), QSizeF(0.5, 0.25));
 }
 
 TEST_F(FrameTest, ZeroSizeIsAPoint) {
