@@ -140,4 +140,10 @@ TEST(GlobalQueueTest, IsOneFreshQueue) {
   EXPECT_EQ(&gQueue(), &gQueue());
 }
 
+// No test of this program writes to them.
+TEST(PenInputTest, BeginsAtTheFirstPadWithoutAStroke) {
+  EXPECT_EQ(gpadindex, 0);
+  EXPECT_EQ(firstPoint, 0);
+}
+
 }  // namespace
