@@ -157,6 +157,7 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
 
 TEST_F(WindowTest, WindowHasATitleAndAnIconInEverySize) {
   EXPECT_EQ(window->windowTitle(), "Vela Pad Test");
+  EXPECT_EQ(window->windowIcon().availableSizes().size(), 7);
   for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
     const QImage icon = window->windowIcon().pixmap(size).toImage();
     EXPECT_EQ(icon.size(), QSize(size, size));

@@ -147,6 +147,15 @@ TYPED_TEST(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
   this->driver->CloseConnection();
 }
 
+// Else the first reports would find none and be lost.
+TYPED_TEST(FrameTest, TheQueueIsThereBeforeTheReadingThread) {
+  bool existed = false;
+  this->threads.on("start reading", [&] { existed = this->queueExists(); });
+  this->open();
+  EXPECT_TRUE(existed);
+  this->driver->CloseConnection();
+}
+
 TYPED_TEST(FrameTest, ThreadsGetDefaultAttributesAndTheDriverAndAZeroWord) {
   this->open();
   const std::vector<ThreadCalls::Start> starts = this->threads.starts();

@@ -52,6 +52,15 @@ TEST_F(VisionFrameTest, BlocksTheSignalOfTheThreadThenStartsThreeThreads) {
   driver.CloseConnection();
 }
 
+// Else the first reports would find none and be lost.
+TEST_F(VisionFrameTest, QueueIsThereBeforeTheReadingThread) {
+  bool existed = false;
+  threads.on("start reading", [&] { existed = static_cast<bool>(pVisionDataHandler); });
+  open();
+  EXPECT_TRUE(existed);
+  driver.CloseConnection();
+}
+
 TEST_F(VisionFrameTest, ReadingThreadIsTheFirstToStart) {
   threads.failStarts({1});
   EXPECT_EQ(open(), (Written{"", "create getdata failed\n"}));
