@@ -324,6 +324,7 @@ TEST_F(UsbStreamTest, QueuedSampleHoldsNothingElse) {
   EXPECT_EQ(sample->bPressure, 0x7F);
   EXPECT_EQ(sample->bSequence, recorder.samples()[0].sequence % 127 + 1);
   taken.happen();
+  driver.CloseConnection();  // the callback may still be waiting for `taken`
 }
 
 TEST_F(UsbStreamTest, AnIncompleteReportIsNoSampleAndTakesNoNumber) {
