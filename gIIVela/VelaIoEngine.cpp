@@ -2,6 +2,7 @@
 
 #include <hidapi.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -23,6 +24,8 @@ struct ReportSize {
 constexpr ReportSize kInputReportSizes[] = {
     {18, 6}, {31, 11}, {48, 8}, {56, 17}, {67, 8}, {87, 8}, {24577, 8},
 };
+static_assert(std::ranges::max(kInputReportSizes, {}, &ReportSize::bytes).bytes ==
+              kMaxInputReportSize);
 
 }  // namespace
 

@@ -31,7 +31,7 @@ struct tagVISDATA_RECORD {
   std::uint32_t dwLength;  // payload bytes in use: kPenLength or kShortLength
   union {
     VISPEN_DATA pen;
-    std::uint8_t bytes[20];  // of a short record; 2, 3 and 4 are for the second callback
+    std::uint8_t bytes[20] = {};  // of a short record; 2, 3 and 4 are for the second callback
   };
   tagVISDATA_RECORD* pNext;
 };

@@ -10,7 +10,8 @@
 //   Queue()        static: the SharedQueue of its kind
 //   kWorkerLines   static: the lines for threads that do not start
 //   the fields m_nOpenStatus, m_sigset, m_wReportSize, m_nLastResult, m_thPollSignal, m_thProcData,
-//   m_thGetData, m_bFirstReport, m_pProcArg, m_bRunning, m_mutex, m_pEngine, m_pfnCallback
+//   m_thGetData, m_pProcArg, m_bRunning, m_mutex, m_pEngine, m_pfnCallback, and m_bFirstReport
+//   where the first report may be dropped
 //
 // A thread id of zero means that the thread does not run; it is zero before the start, after a
 // start that failed and after the join.
@@ -38,7 +39,7 @@ struct ThreadArg {
 
 // The lines, line ends included, that tell of threads and where they go.
 struct WorkerLines {
-  std::FILE* stream;
+  std::FILE* const* stream;      // standard output or standard error
   const char* signalThread;      // the signal thread did not start
   const char* readingThread;     // the reading thread did not start
   const char* processingThread;  // the processing thread did not start
@@ -155,7 +156,7 @@ struct WorkerFrame {
       const int error = sigwait(&driver.m_sigset, &signal);
       if (error != 0) {
         const WorkerLines& lines = Driver::kWorkerLines;
-        if (lines.signalWait != nullptr) std::fprintf(lines.stream, lines.signalWait, error);
+        if (lines.signalWait != nullptr) std::fprintf(*lines.stream, lines.signalWait, error);
         return;
       }
     }
@@ -217,7 +218,7 @@ struct WorkerFrame {
     driver.m_nLastResult = pthread_create(&thread, nullptr, entry, argument);
     if (driver.m_nLastResult == 0) return true;
     thread = pthread_t{};
-    std::fputs(failureLine, Driver::kWorkerLines.stream);
+    std::fputs(failureLine, *Driver::kWorkerLines.stream);
     return false;
   }
 

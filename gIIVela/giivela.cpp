@@ -1,9 +1,10 @@
 #include "giivela.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <type_traits>
+#include <iterator>
 
 #include "velaii.h"
 #include "velainkusb.h"

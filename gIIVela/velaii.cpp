@@ -65,8 +65,8 @@ double ratio(unsigned short numerator, unsigned short divisor) {
 
 constinit SharedQueue<IICDataHandler> pDataHandler;
 
-const WorkerLines velaii::kWorkerLines{
-    .stream = stdout,
+constinit const WorkerLines velaii::kWorkerLines{
+    .stream = &stdout,
     .signalThread = "create pollsignal failed\n",
     .readingThread = "create getdata_thread failed\n",
     .processingThread = "create processdata failed\n",

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <span>
 #include <vector>
 
 #include "ByteOrder.h"
@@ -70,20 +72,24 @@ LCD_SCREEN screenOf(const unsigned char (&picture)[9600]) {
   return screen;
 }
 
-LCD_SCREEN defaultBitmap = screenOf(sign_bits);
-LCD_SCREEN defaultBitmap2 = screenOf(welcome_bits);
-LCD_SCREEN defaultBitmap3 = screenOf(name_bits);
-
-// The pictures, each with the rectangle to ink in.
+// A picture with the rectangle to ink in.
 struct DefaultBitmap {
   LCD_RECT region;
   LCD_SCREEN* picture;
 };
-DefaultBitmap defaultBitmapArray[] = {
-    {{20, 51, 295, 188}, &defaultBitmap},
-    {{0, 0, 319, 239}, &defaultBitmap2},
-    {{0, 0, 319, 239}, &defaultBitmap3},
-};
+
+// Made at the first use, for a client may open the pad before main begins.
+std::span<DefaultBitmap, 3> defaultBitmapArray() {
+  static LCD_SCREEN defaultBitmap = screenOf(sign_bits);
+  static LCD_SCREEN defaultBitmap2 = screenOf(welcome_bits);
+  static LCD_SCREEN defaultBitmap3 = screenOf(name_bits);
+  static DefaultBitmap all[] = {
+      {{20, 51, 295, 188}, &defaultBitmap},
+      {{0, 0, 319, 239}, &defaultBitmap2},
+      {{0, 0, 319, 239}, &defaultBitmap3},
+  };
+  return all;
+}
 
 std::uint8_t withBits(std::uint8_t byte, int mask, int bits) {
   return static_cast<std::uint8_t>((byte & ~mask) | (bits & mask));
@@ -93,8 +99,8 @@ std::uint8_t withBits(std::uint8_t byte, int mask, int bits) {
 
 constinit SharedQueue<InkCDataHandler> pInkDataHandler;
 
-const WorkerLines velainkusb::kWorkerLines{
-    .stream = stdout,
+constinit const WorkerLines velainkusb::kWorkerLines{
+    .stream = &stdout,
     .signalThread = "create pollsignal failed\n",
     .readingThread = "create getdata_thread failed\n",
     .processingThread = "create processdata failed\n",
@@ -120,7 +126,7 @@ int velainkusb::OpenConnection() {
   m_nOpenStatus = m_pEngine->OpenDevice(kVelaVendorId, kProductId);
   if (m_nOpenStatus <= 0) return 0;
   WorkerFrame::prepare(*this, sigprocmask);
-  DefaultBitmap& startUp = defaultBitmapArray[2];
+  DefaultBitmap& startUp = defaultBitmapArray()[2];
   DrawBitmap(startUp.picture);
   SetInkingRegion(&startUp.region);
   SetInkTraceOpt(2, 500);

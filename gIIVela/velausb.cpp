@@ -41,8 +41,8 @@ std::int16_t rescaled(int raw, RawRange range) {
 
 constinit SharedQueue<CDataHandler> pUSBDataHandler;
 
-const WorkerLines velausb::kWorkerLines{
-    .stream = stdout,
+constinit const WorkerLines velausb::kWorkerLines{
+    .stream = &stdout,
     .signalThread = "create pollsignal failed\n",
     .readingThread = "create userData failed\n",
     .processingThread = "create processdata failed\n",

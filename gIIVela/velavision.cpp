@@ -126,8 +126,8 @@ VISPEN_DATA decodedPen(const unsigned char* report) {
 
 constinit SharedQueue<VisionCDataHandler> pVisionDataHandler;
 
-const WorkerLines velavision::kWorkerLines{
-    .stream = stderr,
+constinit const WorkerLines velavision::kWorkerLines{
+    .stream = &stderr,
     .signalThread = "create pollsignal failed\n",
     .readingThread = "create getdata failed\n",
     .processingThread = "create processdata failed\n",
@@ -337,7 +337,10 @@ void velavision::usrSignalHandler() {
     // With another id the previous sample is queued once more; this is meant.
     if (report[kInputId] == kPenId) pen = decodedPen(report.data());
     WorkerFrame::queueRecord<velavision>([&pen] {
-      return new tagVISDATA_RECORD{tagVISDATA_RECORD::kPenLength, {pen}, nullptr};
+      auto* const record = new tagVISDATA_RECORD{};  // what the sample leaves of it stays zero
+      record->dwLength = tagVISDATA_RECORD::kPenLength;
+      record->pen = pen;
+      return record;
     });
   });
 }

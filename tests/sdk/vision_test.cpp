@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -803,6 +804,7 @@ TEST_F(VisionSampleTest, QueuedSampleIsARecordOfItsKind) {
   EXPECT_EQ(record->pen.wY, 0x8001);
   EXPECT_EQ(record->pen.wPressure, 0x03FF);
   EXPECT_EQ(record->pen.dwTimeStamp, 0x89ABCDEFU);
+  EXPECT_THAT(std::span(record->bytes).last(8), Each(0));
   taken.happen();
   driver.CloseConnection();
 }
