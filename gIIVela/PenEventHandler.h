@@ -10,8 +10,8 @@
  * - x, y: position in device units, y downward; GetDataRangeMinX and its like tell the ranges
  * - pressure: pen pressure in device units, 0 upward
  * - touch: 1 while the pen touches the pad, 0 when it does not
- * - timestamp: milliseconds, wrapping at 2^32: the wall clock at delivery for the USB pad, the pad
- * II and the ink pad, the pad's own clock for the vision pad
+ * - timestamp: for the USB pad, the pad II and the ink pad the wall clock at delivery in
+ * milliseconds, wrapping at 2^32; for the vision pad the pad's own clock, in the pad's unit
  * - sequenceNumber: the sample's number: 1 to 127 and again from 1 for the USB pad and the pad II,
  * 1 to 255, 0, 1 and so on for the vision pad, both counted on over all connections of the process;
  * for the ink pad 0 to 255 as the pad gives it
