@@ -157,6 +157,43 @@ TYPED_TEST(PadsFlowTest, PadIsPulledOutWhileThePenMovesAndTheConnectionCloses) {
   EXPECT_EQ(driver.CloseConnection(), 0);
 }
 
+TYPED_TEST(PadsFlowTest, ConnectionClosesWhileThePenMoves) {
+  this->plugPad();
+  typename TypeParam::Driver driver;
+  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
+  std::atomic<bool> stop{false};
+  std::thread pen([&] {
+    for (int i = 0; !stop; ++i) this->bus.sendWhenRoom(this->port, TypeParam::report(i));
+  });
+  EXPECT_TRUE(this->recorder.waitFor(1000));
+  std::thread closing([&] { EXPECT_EQ(driver.CloseConnection(), 0); });
+  EXPECT_TRUE(comesTrue([&] { return !driver.GetRunningState(); }));
+  const std::size_t delivered = this->recorder.count();
+  EXPECT_TRUE(this->bus.waitForReturned(HidCall::Read,
+                                        this->bus.count(HidCall::Read) + 100));  // it reads on
+  stop = true;
+  pen.join();
+  closing.join();
+  EXPECT_EQ(this->recorder.count(), delivered);
+}
+
+// Both have the pad open, so each reads the report; the queue and its callback are the first one's.
+TYPED_TEST(PadsFlowTest, SecondObjectOfTheKindDeliversToTheFirstOnesCallback) {
+  support::penRecorder<1>().reset();
+  this->plugPad();
+  typename TypeParam::Driver first;
+  typename TypeParam::Driver second;
+  ASSERT_EQ(first.OpenConnection(recordPen), 1);
+  ASSERT_EQ(second.OpenConnection(support::recordPen<1>), 1);
+  ASSERT_TRUE(this->bus.sendWhenRoom(this->port, TypeParam::report(0)));
+  EXPECT_TRUE(this->recorder.waitFor(2));
+  EXPECT_EQ(second.CloseConnection(), 0);
+  EXPECT_FALSE(static_cast<bool>(TypeParam::kQueue));
+  EXPECT_EQ(first.CloseConnection(), 0);
+  EXPECT_EQ(this->recorder.count(), 2U);
+  EXPECT_EQ(support::penRecorder<1>().count(), 0U);
+}
+
 TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
   const auto connectOnce = [&] {
     this->plugPad();

@@ -52,6 +52,20 @@ TEST_F(VisionFrameTest, BlocksTheSignalOfTheThreadThenStartsThreeThreads) {
   driver.CloseConnection();
 }
 
+TEST_F(VisionFrameTest, PadThatDoesNotOpenLeavesTheSignalAlone) {
+  bus.fail(HidCall::Open, {}, 1, 4);
+  EXPECT_EQ(open(), (Written{"", "Velavision:OpenConnection failed\n"}));
+  EXPECT_THAT(threads.log(), IsEmpty());
+}
+
+TEST_F(VisionFrameTest, SignalIsBlockedBeforeTheSetUpThatFails) {
+  bus.fail(HidCall::GetFeature, {support::Fault::Kind::Return, -1});
+  open();
+  EXPECT_EQ(opened, 0);
+  EXPECT_THAT(threads.log(), ElementsAre("pthread_sigmask: block SIGUSR1"));
+  driver.CloseConnection();
+}
+
 // Else the first reports would find none and be lost.
 TEST_F(VisionFrameTest, QueueIsThereBeforeTheReadingThread) {
   bool existed = false;
