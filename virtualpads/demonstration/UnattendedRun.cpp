@@ -13,6 +13,7 @@
 
 #include "virtualpads/InkPad.h"
 #include "virtualpads/PenStrokes.h"
+#include "virtualpads/window/LcdImage.h"
 
 namespace demonstration {
 
@@ -46,15 +47,6 @@ bool hasBlue(const QImage& picture) {
     }
   }
   return false;
-}
-
-QImage lcdPicture(const virtualpads::InkPad& pad) {
-  using virtualpads::InkPad;
-  const InkPad::Picture lcd = pad.lcdImage();
-  QImage image(lcd.data(), InkPad::kLcdWidth, InkPad::kLcdHeight, InkPad::kLcdRowBytes,
-               QImage::Format_MonoLSB);
-  image.setColorTable({qRgb(206, 216, 196), qRgb(24, 32, 24)});
-  return image.copy();
 }
 
 // One provider's turn at the window.
@@ -108,27 +100,35 @@ class ProviderRun {
     button.click();
   }
 
-  // Returns when the whole signature is in the view. It ends with a tap on the corner: a tap draws
-  // no line, but it leaves the view's path at its origin, where no other stroke comes near.
+  // Returns when the whole signature is in the view. It ends with a tap where it began, which draws
+  // nothing anywhere, but leaves the view's path at its first point.
   void sign() const {
     auto samples = virtualpads::signature();
-    const auto end = samples.back().milliseconds;
-    samples.push_back({.pressure = 0.5, .touch = true, .milliseconds = end + 200});
-    samples.push_back({.milliseconds = end + 205});
+    auto tap = samples.front();
+    tap.milliseconds = samples.back().milliseconds + 200;
+    samples.push_back(tap);
+    tap.touch = false;
+    tap.milliseconds += 5;
+    samples.push_back(tap);
 
     auto& bus = VirtualBus::instance();
     auto pen = std::async(std::launch::async, [&bus, &samples, port = m_port] {
       return std::ranges::all_of(samples,
                                  [&](const auto& sample) { return bus.sendPen(port, sample); });
     });
-    const bool shown = waitUntil([this] {
-      const QPainterPath& path = m_window.view.path();
-      return path.elementCount() > 1 && path.currentPosition() == QPointF(0, 0);
-    });
+    const bool shown = waitUntil([this] { return endsWithTap(m_window.view.path()); });
     // Frees a pen that still waits for a reader.
     if (!shown) bus.unplug(m_port);
     require(pen.get(), "did not take the pen's reports");
     require(shown, "did not bring the whole signature into the window");
+  }
+
+  // While a stroke goes on, the path's last two points are one place.
+  static bool endsWithTap(const QPainterPath& path) {
+    const int count = path.elementCount();
+    if (count < 3) return false;
+    const QPointF last = path.elementAt(count - 1);
+    return last == path.elementAt(0) && last != path.elementAt(count - 2);
   }
 
   void picture(const char* step, Ink ink) {
@@ -138,7 +138,8 @@ class ProviderRun {
     save(m_window.window.grab().toImage(), QString("%1-%2").arg(m_step).arg(step));
     m_pad.look([this, step](const virtualpads::PadModel& pad) {
       if (auto* inkPad = dynamic_cast<const virtualpads::InkPad*>(&pad)) {
-        save(lcdPicture(*inkPad), QString("%1-%2-lcd").arg(m_step).arg(step));
+        save(lcdImage(inkPad->lcdImage(), virtualpads::kLitLcd),
+             QString("%1-%2-lcd").arg(m_step).arg(step));
       }
     });
   }

@@ -4,6 +4,7 @@
 #include <QPainter>
 
 #include "virtualpads/window/HexText.h"
+#include "virtualpads/window/LcdImage.h"
 
 namespace virtualpads {
 
@@ -12,21 +13,7 @@ namespace {
 constexpr QSize kThumbnail(104, 78);
 constexpr double kHidden = 0.35;
 
-struct LcdColors {
-  QRgb light;
-  QRgb dark;
-};
-constexpr LcdColors kLit{0xFFE3EBD9, 0xFF1A2419};
-constexpr LcdColors kUnlit{0xFF98A293, 0xFF262C26};
 constexpr LcdColors kOnPaper{0xFFFFFFFF, 0xFF000000};
-
-QImage lcdImage(const InkPad::Picture& bitmap, const LcdColors& colors) {
-  QImage image = QImage(bitmap.data(), InkPad::kLcdWidth, InkPad::kLcdHeight, InkPad::kLcdRowBytes,
-                        QImage::Format_MonoLSB)
-                     .copy();
-  image.setColorTable({colors.light, colors.dark});
-  return image;
-}
 
 QString onOff(bool on) {
   return on ? "on" : "off";
@@ -127,7 +114,7 @@ void InkPortrait::showState(const PadModel& pad) {
   m_ink.thumbnail->setBitmap(lcdImage(inkPad.ink(), kOnPaper), true);
   m_ink.caption->setText("Ink");
 
-  m_surface = {.picture = lcdImage(inkPad.lcdImage(), backlight.on ? kLit : kUnlit),
+  m_surface = {.picture = lcdImage(inkPad.lcdImage(), backlight.on ? kLitLcd : kUnlitLcd),
                .pixels = true};
   const QRect whole(0, 0, InkPad::kLcdWidth, InkPad::kLcdHeight);
   if (toQRect(region) != whole) {
