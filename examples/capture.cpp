@@ -16,6 +16,7 @@ constexpr const char* kHelp =
     "usage: vela-capture [--pad NAME] FILE.svg FILE.csv\n"
     "  --pad NAME  the pad to sign on, when several are attached:\n"
     "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
+    "  --help      print this\n"
     "Sign, then press Enter. Ctrl+C ends without writing anything.\n";
 
 constexpr double kPointsPerInch = 72;

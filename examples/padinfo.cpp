@@ -17,7 +17,8 @@ constexpr const char* kHelp =
     "usage: vela-padinfo [--json] [--watch] [--pad NAME]\n"
     "  --json      in JSON\n"
     "  --watch     show the samples of the first pad until Ctrl+C\n"
-    "  --pad NAME  only the pads of that name: Vela USB, Vela II, Vela Ink, Vela Vision\n";
+    "  --pad NAME  only the pads of that name: Vela USB, Vela II, Vela Ink, Vela Vision\n"
+    "  --help      print this\n";
 
 constexpr short kVision = 3;
 

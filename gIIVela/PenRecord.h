@@ -28,6 +28,7 @@ struct tagDATA_RECORD {
 // used on several threads.
 class SampleCounter {
  public:
+  // The next number.
   std::uint8_t next() {
     int number = m_next.load(std::memory_order_relaxed);
     while (!m_next.compare_exchange_weak(number, number > 126 ? 1 : number + 1)) {

@@ -28,8 +28,10 @@ class SharedQueue {
   class Lease {
    public:
     Lease() = default;
+    // Moving hands the right on.
     Lease(Lease&& other) noexcept
         : m_owner(other.m_owner), m_leased(std::exchange(other.m_leased, nullptr)) {}
+    // The same; the right that was here goes with the other lease.
     Lease& operator=(Lease&& other) noexcept {
       std::swap(m_owner, other.m_owner);
       std::swap(m_leased, other.m_leased);
@@ -38,7 +40,9 @@ class SharedQueue {
     ~Lease() {
       if (m_leased != nullptr) m_owner->giveBack(*m_leased);
     }
+    // Whether it is one.
     explicit operator bool() const { return m_leased != nullptr; }
+    // The queue; only where it is one.
     Queue* operator->() const { return &m_leased->queue; }
 
    private:
@@ -57,6 +61,7 @@ class SharedQueue {
     if (m_current == nullptr) m_current = new Counted{Queue(arguments...)};
   }
 
+  // A lease of the queue, empty when there is none.
   Lease lease() {
     const PthreadLock lock(m_mutex);
     if (m_current == nullptr) return {};
@@ -64,6 +69,7 @@ class SharedQueue {
     return {this, m_current};
   }
 
+  // Whether there is a queue.
   explicit operator bool() {
     const PthreadLock lock(m_mutex);
     return m_current != nullptr;

@@ -105,7 +105,7 @@ TEST(Permission, IsMissedInOneClearLine) {
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink"}, .unprivileged = true});
   program.waitForLine(
       "vela-virtual-pad: /dev/uhid may not be opened; this permits it until the next start: "
-      "sudo chown $USER /dev/uhid (docs/virtual-pads.md has a rule that lasts)");
+      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)");
   EXPECT_EQ(program.wait(), 1);
 }
 

@@ -30,7 +30,7 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
   std::optional<PadKind> pad;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string argument = arguments[i];
-    if (argument == "--help" || argument == "-h") {
+    if (argument == "--help") {
       line.help = true;
       return line;
     }

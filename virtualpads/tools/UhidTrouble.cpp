@@ -11,7 +11,7 @@ std::string uhidTrouble(const std::system_error& error) {
   if (error.code() == std::errc::permission_denied ||
       error.code() == std::errc::operation_not_permitted) {
     return "/dev/uhid may not be opened; this permits it until the next start: "
-           "sudo chown $USER /dev/uhid (docs/virtual-pads.md has a rule that lasts)";
+           "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)";
   }
   return std::string("the pad can't be plugged: ") + error.what();
 }

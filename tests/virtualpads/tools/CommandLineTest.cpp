@@ -27,7 +27,6 @@ TEST(CommandLine, NamesARecordingBeforeOrAfterThePad) {
 
 TEST(CommandLine, AsksForHelpWhateverElseItSays) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--help"}).help);
-  EXPECT_TRUE(parseCommandLine(Arguments{"-h"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--help", "--nonsense"}).help);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).help);
 }

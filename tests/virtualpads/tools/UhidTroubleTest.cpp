@@ -21,7 +21,7 @@ TEST(UhidTrouble, TellsHowToGetTheMissingDevice) {
 TEST(UhidTrouble, TellsHowToGetPermission) {
   const std::string line =
       "/dev/uhid may not be opened; this permits it until the next start: "
-      "sudo chown $USER /dev/uhid (docs/virtual-pads.md has a rule that lasts)";
+      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)";
   EXPECT_EQ(troubleOf(EACCES), line);
   EXPECT_EQ(troubleOf(EPERM), line);
 }
