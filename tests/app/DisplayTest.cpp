@@ -14,9 +14,9 @@ const QColor kWhite(255, 255, 255);
 const QColor kBlack(0, 0, 0);
 const QColor kBlue(0, 0, 255);
 
-class DisplayTest : public testing::TestWithParam<int> {
+class DisplayTest : public testing::TestWithParam<double> {
  protected:
-  static int scale() { return GetParam(); }
+  static double scale() { return GetParam(); }
 
   static QProcessEnvironment environment() {
     auto environment = QProcessEnvironment::systemEnvironment();
@@ -106,7 +106,7 @@ TEST_P(DisplayTest, PersonSignsClearsSignsAgainAndQuits) {
   EXPECT_FALSE(end.crashed);
   EXPECT_EQ(end.status, 0);
   EXPECT_EQ(end.printed, "");
-  EXPECT_EQ(end.lastSaid, "desk: opened 2, closed 2, open 0");
+  EXPECT_EQ(end.lastSaid, "desk: opened 2, closed 2, open 0, providers 0");
 }
 
 TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
@@ -117,9 +117,9 @@ TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
   click("m_OpenButton");
   ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
   desk.order("close");
-  EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0");
+  EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
 }
 
-INSTANTIATE_TEST_SUITE_P(Scales, DisplayTest, testing::Values(1, 2));
+INSTANTIATE_TEST_SUITE_P(Scales, DisplayTest, testing::Values(1, 1.5, 2));
 
 }  // namespace

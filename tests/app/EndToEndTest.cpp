@@ -2,7 +2,9 @@
 // does and sees, from the pad's raw reports to the pixels.
 #include <gmock/gmock.h>
 
+#include <QAction>
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QTest>
 #include <memory>
 #include <thread>
@@ -105,10 +107,11 @@ struct Pad {
   PadKind kind;
   const char* provider;
   QSize view;
-  int left;  // where a line from a quarter to three quarters of the width begins and ends in the
-             // view,
+  // Where in the view a line lies that goes from a quarter to three quarters of the pad's width, in
+  // the middle of its height.
+  int left;
   int right;
-  int middle;  // and how far down it lies when it is in the middle of the height
+  int middle;
 };
 
 void PrintTo(const Pad& pad, std::ostream* out) {
@@ -166,14 +169,13 @@ TEST_P(EveryPadTest, WritingIsSeenUntilItIsWiped) {
   expectLine(true);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Pads, EveryPadTest,
-    // 32767 units across, 140 and 200 of them a view unit; the vision pad has 1300 by 1400, 4
-    // and 7.
-    testing::Values(Pad{PadKind::Usb, "Vela USB", {265, 161}, 58, 175, 81},
-                    Pad{PadKind::Ii, "Vela II", {265, 161}, 58, 175, 81},
-                    Pad{PadKind::Ink, "Vela Ink", {224, 164}, 58, 175, 81},
-                    Pad{PadKind::Vision, "Vela Vision", {324, 202}, 81, 243, 100}));
+// 32767 units across, 140 and 200 of them a view unit; the vision pad has 1300 by 1400, 4 and 7.
+const auto kPads = testing::Values(Pad{PadKind::Usb, "Vela USB", {265, 161}, 58, 175, 81},
+                                   Pad{PadKind::Ii, "Vela II", {265, 161}, 58, 175, 81},
+                                   Pad{PadKind::Ink, "Vela Ink", {224, 164}, 58, 175, 81},
+                                   Pad{PadKind::Vision, "Vela Vision", {324, 202}, 81, 243, 100});
+
+INSTANTIATE_TEST_SUITE_P(Pads, EveryPadTest, kPads);
 
 // --- failures ---
 
@@ -199,16 +201,30 @@ TEST_F(EndToEndTest, OpenWorksOnceThePadIsPluggedIn) {
   EXPECT_TRUE(waitForPoints(3));
 }
 
-TEST_F(EndToEndTest, QuittingAfterAFailedOpenIsSafe) {
+TEST_F(EndToEndTest, ResettingAfterAFailedOpenClosesTheProvider) {
   CaptureStdout();
   clickOpen();
-  controller().ResetButton(nullptr);
   GetCapturedStdout();
+  ASSERT_NE(m_pvelausb, nullptr);
+  controller().ResetButton(nullptr);
+  EXPECT_EQ(m_pvelausb, nullptr);
+  expectIdle();
+}
+
+TEST_F(EndToEndTest, QuittingAfterAFailedOpenClosesTheProviderAndEnds) {
+  CaptureStdout();
+  clickOpen();
+  GetCapturedStdout();
+  ASSERT_NE(m_pvelausb, nullptr);
+  auto* quit = window->findChild<QAction*>("quit");
+  QMetaObject::invokeMethod(quit, &QAction::trigger, Qt::QueuedConnection);
+  EXPECT_EQ(QApplication::exec(), 0);
+  EXPECT_EQ(m_pvelausb, nullptr);
   expectIdle();
 }
 
 // Opening it reports success, so the window is connected; nothing comes, and all can be closed.
-class UnopenablePadTest : public EndToEndTest, public testing::WithParamInterface<Pad> {};
+class UnopenablePadTest : public EveryPadTest {};
 
 TEST_P(UnopenablePadTest, LooksConnectedAndIsResetSafely) {
   const auto port = bus.plug(virtualpads::makePad(GetParam().kind));
@@ -230,27 +246,46 @@ TEST_P(UnopenablePadTest, LooksConnectedAndIsResetSafely) {
   EXPECT_TRUE(waitForPoints(3));
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, UnopenablePadTest,
-                         testing::Values(Pad{PadKind::Usb, "Vela USB", {}, 0, 0, 0},
-                                         Pad{PadKind::Ii, "Vela II", {}, 0, 0, 0},
-                                         Pad{PadKind::Ink, "Vela Ink", {}, 0, 0, 0},
-                                         Pad{PadKind::Vision, "Vela Vision", {}, 0, 0, 0}));
+INSTANTIATE_TEST_SUITE_P(Pads, UnopenablePadTest, kPads);
 
-TEST_F(EndToEndTest, UnpluggedPadIsResetAndWorksWhenItIsBack) {
-  auto port = bus.plug(virtualpads::makePad(PadKind::Usb));
-  clickOpen();
-  writeLine(port, 0.5);
-  ASSERT_TRUE(waitForPoints(3));
+class UnpluggedPadTest : public EveryPadTest {
+ protected:
+  UnpluggedPadTest() { plugAndWrite(); }
+
+  void plugAndWrite() {
+    port = bus.plug(virtualpads::makePad(GetParam().kind));
+    choose(GetParam().provider);
+    clickOpen();
+    writeLine(port, 0.5);
+    EXPECT_TRUE(waitForPoints(3));
+  }
+
+  VirtualBus::Port port;
+};
+
+TEST_P(UnpluggedPadTest, IsResetAndWorksWhenItIsBack) {
   bus.unplug(port);
   clickClear();
   EXPECT_EQ(view().path().elementCount(), 0);
   clickReset();
   expectIdle();
-  port = bus.plug(virtualpads::makePad(PadKind::Usb));
-  clickOpen();
-  writeLine(port, 0.5);
-  EXPECT_TRUE(waitForPoints(3));
+  plugAndWrite();
 }
+
+TEST_P(UnpluggedPadTest, IsResetWithinFourSeconds) {
+  bus.setReadTimeout({});  // that of real pads
+  const long reads = bus.count(HidCall::Read);
+  ASSERT_TRUE(bus.waitForBegun(HidCall::Read, reads + 2));
+  bus.unplug(port);
+  QElapsedTimer clock;
+  clock.start();
+  clickReset();
+  EXPECT_LT(clock.elapsed(), 4000);
+  expectIdle();
+  EXPECT_EQ(bus.openHandles(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, UnpluggedPadTest, kPads);
 
 // --- a pad that streams as fast as it is read ---
 

@@ -22,7 +22,7 @@ void expectQuietEnd(DeskProcess& desk) {
   EXPECT_FALSE(end.crashed);
   EXPECT_EQ(end.status, 0);
   EXPECT_EQ(end.printed, "");
-  EXPECT_EQ(end.lastSaid, "desk: opened 1, closed 1, open 0");
+  EXPECT_EQ(end.lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
 }
 
 TEST(PrintingTest, LineIsOutAtOnceThroughAPipe) {
@@ -84,17 +84,19 @@ TEST(EndTest, SignalEndsAnIdleApplicationToo) {
   const auto end = desk.end();
   EXPECT_FALSE(end.crashed);
   EXPECT_EQ(end.status, 0);
-  EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0");
+  EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
 }
 
 TEST(EndTest, ProviderLeftOpenByAFailureIsClosed) {
   DeskProcess desk;
   desk.order("click m_OpenButton");
   EXPECT_EQ(desk.printedLine(), "No device Vela USB found\n");
+  EXPECT_EQ(desk.order("providers"), "1");
   desk.order("close");
   const auto end = desk.end();
   EXPECT_FALSE(end.crashed);
   EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
 }
 
 TEST(EndTest, BrokenInvariantStopsTheProcess) {

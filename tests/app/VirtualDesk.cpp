@@ -1,7 +1,7 @@
 // Linked with the application's own main, the virtual pads and nothing else, this makes a program
 // that is the application but takes orders on standard input: what a person at its desk would do to
 // pads and window. Each order is a line; the answer is a line on standard error, "desk: " and what
-// was asked for, or "desk: done". When the process ends it tells how the pads were left.
+// was asked for, or "desk: done". When the process ends it tells how pads and providers were left.
 //
 //   plug KIND            0 to 3 in the order of the provider list; answers the port
 //   lock PORT            the pad's node may not be opened
@@ -12,6 +12,7 @@
 //   wait-enabled NAME    until that widget is enabled
 //   where NAME           answers the widget's middle on the screen, in device pixels
 //   window               answers the window's id for the window system
+//   providers            answers how many providers are open
 //   destroy NAME         that widget
 //   close                the window
 //   quit                 by the menu
@@ -28,6 +29,7 @@
 
 #include "DrawView.h"
 #include "MainWindowController.h"
+#include "giivela.h"
 #include "virtualpads/PadModel.h"
 #include "virtualpads/hidapi/VirtualBus.h"
 
@@ -40,12 +42,18 @@ void answer(const QString& text) {
   std::fprintf(stderr, "desk: %s\n", qPrintable(text));
 }
 
-void tellHowPadsAreLeft() {
+int openProviders() {
+  return (m_pvelausb != nullptr) + (m_pvelaii != nullptr) + (m_pvelaink != nullptr) +
+         (m_pvelavision != nullptr);
+}
+
+void tellWhatIsLeft() {
   const VirtualBus& bus = VirtualBus::instance();
-  answer(QStringLiteral("opened %1, closed %2, open %3")
+  answer(QStringLiteral("opened %1, closed %2, open %3, providers %4")
              .arg(bus.count(HidCall::Open))
              .arg(bus.count(HidCall::Close))
-             .arg(bus.openHandles()));
+             .arg(bus.openHandles())
+             .arg(openProviders()));
 }
 
 // Takes the orders, once the window is on the screen.
@@ -130,6 +138,8 @@ class Desk : public QObject {
       return QStringLiteral("%1 %2").arg(qRound(middle.x())).arg(qRound(middle.y()));
     } else if (verb == "window") {
       return QString::number(view().window()->winId());
+    } else if (verb == "providers") {
+      return QString::number(openProviders());
     } else if (verb == "destroy") {
       delete named(order);
     } else if (verb == "close") {
@@ -149,7 +159,7 @@ void openDesk() {
   // Made before it is registered below, so that it is still there then. Pads seem quiet sooner
   // here.
   VirtualBus::instance().setReadTimeout(std::chrono::milliseconds(10));
-  std::atexit(tellHowPadsAreLeft);
+  std::atexit(tellWhatIsLeft);
   qApp->installEventFilter(new Desk(qApp));
 }
 

@@ -4,12 +4,6 @@
 # may be written on. Needs a display, xdotool and ImageMagick.
 set -u
 program=$1
-for tool in xdotool import convert; do
-  command -v $tool >/dev/null || {
-    echo "SKIPPED: $tool is not installed"
-    exit 77
-  }
-done
 
 "$program" &
 application=$!
