@@ -5,7 +5,7 @@
 # Packages for running the application, for the tests, and for the deep checks.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev qt6-base-dev qt6-wayland fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libcairo2-dev libx11-dev libxtst-dev
-  xvfb xauth xdotool imagemagick qemu-system-x86 busybox-static cpio
+  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind dpkg-dev lintian debootstrap"

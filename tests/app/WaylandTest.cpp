@@ -1,0 +1,207 @@
+// The application in a window of a Wayland compositor, looked at on the compositor's screen. The
+// compositor, weston without a monitor, has neither mouse nor keyboard, so the buttons are pressed
+// from inside.
+#include <gmock/gmock.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QImage>
+#include <QLibraryInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <cstdio>
+#include <ostream>
+
+#include "DeskProcess.h"
+
+namespace {
+
+const QColor kWhite(255, 255, 255);
+const QColor kBlack(0, 0, 0);
+const QColor kBlue(0, 0, 255);
+
+class Weston {
+ public:
+  explicit Weston(int scale) {
+    m_environment.insert("XDG_RUNTIME_DIR", m_directory.path());
+    m_environment.insert("WAYLAND_DISPLAY", kSocket);
+    m_environment.insert("XDG_PICTURES_DIR", m_directory.path());
+    m_process.setProcessEnvironment(m_environment);
+    m_process.setProcessChannelMode(QProcess::MergedChannels);
+    // Without --debug no pictures of the screen may be taken.
+    const QString arguments =
+        "--backend=headless-backend.so --use-pixman --width=1280 --height=1024 --scale=%1 "
+        "--socket=%2 --no-config --idle-time=0 --debug";
+    m_process.start("weston", arguments.arg(scale).arg(kSocket).split(' '));
+    // Weston goes on to write its log when the socket is there.
+    while (!QFile::exists(m_directory.filePath(kSocket))) {
+      if (!m_process.waitForReadyRead()) {
+        ADD_FAILURE() << "weston has not started: " << m_log.toStdString();
+        return;
+      }
+      m_log += m_process.readAll();
+    }
+  }
+
+  ~Weston() {
+    m_process.terminate();
+    m_process.waitForFinished();
+  }
+
+  Weston(const Weston&) = delete;
+  Weston& operator=(const Weston&) = delete;
+
+  // For a program that shows its windows there.
+  const QProcessEnvironment& environment() const { return m_environment; }
+
+  QImage screen() const {
+    QProcess shooter;
+    shooter.setProcessEnvironment(m_environment);
+    shooter.setWorkingDirectory(m_directory.path());
+    shooter.start("weston-screenshooter", QStringList());
+    EXPECT_TRUE(shooter.waitForFinished());
+    EXPECT_EQ(shooter.exitCode(), 0);
+    QDir pictures(m_directory.path(), "wayland-screenshot-*.png");
+    const QString name = pictures.entryList().value(0);
+    const QImage seen(pictures.filePath(name));
+    EXPECT_FALSE(seen.isNull());
+    pictures.remove(name);
+    return seen.convertToFormat(QImage::Format_RGB32);
+  }
+
+ private:
+  static constexpr auto kSocket = "wayland-test";
+
+  QTemporaryDir m_directory;
+  QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+  QProcess m_process;
+  QByteArray m_log;
+};
+
+// The pixels of that colour, in the smallest rectangle that has them all.
+QRect extent(const QImage& picture, const QColor& colour) {
+  QRect found;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      if (picture.pixel(x, y) == colour.rgb()) found |= QRect(x, y, 1, 1);
+    }
+  }
+  return found;
+}
+
+struct Scale {
+  int compositor;
+  double application;  // on top of the compositor's
+  double sum;
+};
+
+void PrintTo(const Scale& scale, std::ostream* out) {
+  *out << scale.compositor << " times " << scale.application;
+}
+
+class WaylandTest : public testing::TestWithParam<Scale> {
+ protected:
+  QProcessEnvironment environment() const {
+    auto environment = weston.environment();
+    environment.insert("QT_QPA_PLATFORM", "wayland");
+    environment.insert("QT_SCALE_FACTOR", QString::number(GetParam().application));
+    return environment;
+  }
+
+  // The line from a quarter to three quarters of the USB pad's width, in the middle of its height.
+  void writeLine(const std::string& port) {
+    desk.order("pen " + port + " 0.25 0.5 1");
+    desk.order("pen " + port + " 0.75 0.5 1");
+    desk.order("pen " + port + " 0.75 0.5 0");
+    ASSERT_EQ(desk.order("wait-points 3"), "done");
+  }
+
+  // Waits until the screen shows ink, or none, and returns where.
+  testing::AssertionResult waitForInk(bool wanted) {
+    for (int i = 0; i < 300; ++i) {
+      seen = weston.screen();
+      ink = extent(seen, kBlue);
+      if (ink.isEmpty() != wanted) return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << (wanted ? "no ink" : "ink is left");
+  }
+
+  // In view units the line is 117 by 2. Left of it are 57 white ones and then the view's black
+  // frame, right of it 89. Where a line begins between two pixels, one of them is a blend.
+  void expectLine() const {
+    const double scale = GetParam().sum;
+    EXPECT_NEAR(ink.width(), 117 * scale, 1);
+    EXPECT_NEAR(ink.height(), 2 * scale, 1);
+    EXPECT_NEAR(ink.left() - frameFrom(ink.left(), -1), 57 * scale + 1, 1);
+    EXPECT_NEAR(frameFrom(ink.right(), 1) - ink.right(), 89 * scale + 1, 1);
+    const int middle = ink.center().x();
+    EXPECT_EQ(seen.pixelColor(middle, ink.top() - 2), kWhite);
+    EXPECT_EQ(seen.pixelColor(middle, ink.bottom() + 2), kWhite);
+  }
+
+  // Where the white ends, if one goes from beside that end of the line in steps of -1 or 1.
+  int frameFrom(int end, int step) const {
+    const int row = ink.center().y();
+    int x = end + 2 * step;
+    while (seen.valid(x, row) && seen.pixelColor(x, row) == kWhite) x += step;
+    EXPECT_EQ(seen.pixelColor(x, row), kBlack) << "at " << x << ", " << row;
+    return x;
+  }
+
+  Weston weston{GetParam().compositor};
+  DeskProcess desk{environment()};
+  QImage seen;
+  QRect ink;
+};
+
+TEST_P(WaylandTest, PersonSignsClearsSignsAgainResetsAndQuits) {
+  const std::string port = desk.order("plug 0");
+  desk.order("click m_OpenButton");
+  ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
+  writeLine(port);
+  ASSERT_TRUE(waitForInk(true));
+  expectLine();
+
+  desk.order("click m_ClearButton");
+  ASSERT_TRUE(waitForInk(false));
+  writeLine(port);
+  ASSERT_TRUE(waitForInk(true));
+  expectLine();
+
+  desk.order("click m_ResetButton");
+  ASSERT_EQ(desk.order("wait-enabled m_OpenButton"), "done");
+  ASSERT_TRUE(waitForInk(false));
+
+  desk.order("quit");
+  const auto end = desk.end();
+  EXPECT_FALSE(end.crashed);
+  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.printed, "");
+  EXPECT_EQ(end.lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
+}
+
+INSTANTIATE_TEST_SUITE_P(Scales, WaylandTest,
+                         testing::Values(Scale{1, 1, 1}, Scale{1, 1.5, 1.5}, Scale{2, 1, 2}));
+
+// What this test needs and the system lacks; empty when all is there.
+QString missing() {
+  for (const char* tool : {"weston", "weston-screenshooter"}) {
+    if (QStandardPaths::findExecutable(tool).isEmpty()) return tool;
+  }
+  const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms",
+                       "libqwayland*");
+  return platforms.isEmpty() ? "Qt's plugin for Wayland" : "";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const QCoreApplication application(argc, argv);
+  if (!missing().isEmpty()) {
+    std::printf("SKIPPED: %s is not installed\n", qPrintable(missing()));
+    return 77;
+  }
+  testing::InitGoogleMock(&argc, argv);
+  return RUN_ALL_TESTS();
+}
