@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # unattended_test.sh PROGRAM: the unattended run leaves the pictures that it promises, equal ones where
-# the window is in the same state, and says so when it cannot.
+# the window is in the same state, with text in them, and says so when it cannot.
 set -u
 program=$1
 scratch=$(mktemp -d)
@@ -33,6 +33,27 @@ for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
 done
 lcd=$scratch/3-vela-ink
 cmp -s "$lcd-2-open-lcd.png" "$lcd-3-signed-lcd.png" && fail "no signature on the LCD"
+if command -v convert >/dev/null; then
+  corner() { convert "$1" -crop 20x20+0+0 +repage rgb:- | cksum; }
+  [ "$(corner "$lcd-2-open-lcd.png")" = "$(corner "$lcd-3-signed-lcd.png")" ] ||
+    fail "ink on the LCD where nobody signs"
+else
+  echo "there is no convert here; the LCD's corner was not looked at"
+fi
+
+# With a font the window looks different than without any. That is a matter of fontconfig, which the
+# toolkit does not use on macOS.
+if [ "$(uname)" != Darwin ]; then
+  echo '<fontconfig/>' >"$scratch/fonts.conf"
+  mkdir "$scratch/boxes"
+  mkfifo "$scratch/paths"
+  FONTCONFIG_FILE=$scratch/fonts.conf "$program" --unattended "$scratch/boxes" >"$scratch/paths" &
+  read -r first <"$scratch/paths"
+  kill -KILL $!
+  wait $!
+  cmp -s "$first" "$scratch/${first##*/}"
+  [ $? = 1 ] || fail "no font for the text in the pictures"
+fi
 
 # The platform may add lines of its own before the last one.
 "$program" --unattended "$scratch/missing" 2>"$scratch/printed" && fail "success without pictures"

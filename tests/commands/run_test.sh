@@ -1,0 +1,162 @@
+#!/usr/bin/env bash
+# run_test.sh DEMONSTRATION: what ./run does from the first line to the last, in a tree of its own. Real are
+# the script, what it shares with the other commands, the list of pads and, where pictures are asked for, the
+# demonstration. Stand-ins on the PATH are the package manager, CMake, which "builds" by laying the programs
+# where they belong, and what tells the system's name; and the script looks for pads in a folder of the test.
+set -u
+demonstration=$1
+cd "$(dirname "$0")/../.." || exit
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+tree=$scratch/tree
+hidraw=$scratch/hidraw
+mkdir -p "$tree/packaging" "$hidraw" "$scratch/bin" "$scratch/programs"
+cp -R scripts "$tree"
+cp packaging/pads.list "$tree/packaging"
+sed "s|/sys/class/hidraw|$hidraw|" run >"$tree/run"
+grep -q "$hidraw" "$tree/run" || {
+  echo "./run does not look for pads where this test thinks"
+  exit 1
+}
+chmod +x "$tree/run"
+
+stand_in() { # PATH: with what is on standard input for a script
+  rm -f "$1"
+  { echo '#!/bin/sh' && cat; } >"$1"
+  chmod +x "$1"
+}
+stand_in "$scratch/bin/uname" <<<"echo \"\${SYSTEM:-Linux}\""
+stand_in "$scratch/bin/id" <<<'echo 0'
+touch "$scratch/installed"
+stand_in "$scratch/bin/dpkg-query" <<<"sed 's/^/installed /' '$scratch/installed'"
+stand_in "$scratch/bin/apt-get" <<END
+echo "apt-get \$1" >>'$scratch/asked'
+[ "\$1" = update ] || printf '%s\n' "\$@" >>'$scratch/installed'
+END
+stand_in "$scratch/bin/ioreg" <<<"echo '+-o Pad'; echo '  \"VendorID\" = 1247'; echo '  \"ProductID\" = 48'"
+stand_in "$scratch/bin/cmake" <<END
+echo "cmake \$*" >>'$scratch/asked'
+[ "\$1" = --build ] || exit 0
+for target; do
+  case \$target in
+    testapp) folder=build/run/testapp ;;
+    vela-demonstration) folder=build/run/virtualpads/demonstration ;;
+    *) continue ;;
+  esac
+  mkdir -p \$folder
+  ln -sf '$scratch/programs/'\$target \$folder
+done
+END
+
+failures=0
+expect() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] && return
+  failures=$((failures + 1))
+  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
+}
+
+# run [NAME=VALUE...]: sets $status, $said to what ./run said itself, $printed to all other lines, $asked to
+# what it asked of the package manager and of CMake.
+run() {
+  rm -f "$scratch/asked"
+  env -u DISPLAY -u WAYLAND_DISPLAY PATH="$scratch/bin:$PATH" "$@" "$tree/run" >"$scratch/output" 2>&1
+  status=$?
+  said=$(grep '^run: ' "$scratch/output")
+  printed=$(grep -v '^run: ' "$scratch/output")
+  asked=$(cat "$scratch/asked")
+}
+built='cmake --preset run
+cmake --build --preset run --target testapp vela-demonstration'
+building='run: configuring build/run
+run: building in build/run'
+
+# --- no display: pictures ---
+
+no_display='run: no display: the application runs unseen on virtual pads, each step leaves a picture'
+pictures=$(
+  for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
+    for step in 1-chosen 2-open 3-signed 4-cleared 5-signed-again 6-reset; do
+      echo "build/pictures/$pad-$step.png"
+      [ $pad = 3-vela-ink ] && echo "build/pictures/$pad-$step-lcd.png"
+    done
+  done)
+expect_pictures() { # WHEN
+  expect "$1, the exit status" 0 $status
+  expect "$1, the paths of the pictures" "$pictures" "$printed"
+  for picture in $pictures; do
+    [ -s "$tree/$picture" ] || expect "$1" "a picture $picture" "none"
+  done
+  expect "$1, what else is among them" 30 "$(find "$tree/build/pictures" -type f | wc -l)"
+}
+
+ln -s "$demonstration" "$scratch/programs/vela-demonstration"
+run
+expect_pictures "without a display"
+expect "what is installed" 1 "$(grep -c "^run: installing: g++ cmake ninja-build .* fonts-dejavu-core $" <<<"$said")"
+expect "what is said beside that" "$building
+$no_display
+run: done: 30 pictures in $tree/build/pictures" "$(tail -n +2 <<<"$said")"
+expect "what is asked for" "apt-get update
+apt-get install
+$built" "$asked"
+
+# The second time the package manager is left alone, and CMake is not told to begin afresh.
+touch "$tree/build/pictures/old.png"
+run
+expect_pictures "a second time"
+expect "what is said a second time" "run: all needed packages are installed
+$building
+$no_display
+run: done: 30 pictures in $tree/build/pictures" "$said"
+expect "what is asked for a second time" "$built" "$asked"
+
+stand_in "$scratch/programs/vela-demonstration" <<<'exit 1'
+run
+expect "the exit status when the pictures fail" 1 $status
+expect "what is said last when the pictures fail" "run: the run failed" "$(tail -n 1 <<<"$said")"
+
+# --- a display: the application on the pad that is attached, else the demonstration ---
+
+for program in testapp vela-demonstration; do
+  stand_in "$scratch/programs/$program" <<<"echo \"this is $program, \$# arguments\""
+done
+expect_started() { # WHEN PROGRAM
+  expect "$1, the exit status" 0 $status
+  expect "$1, what is started" "this is $2, 0 arguments" "$printed"
+  expect "$1, what is said last" "run: done: the application has ended" "$(tail -n 1 <<<"$said")"
+}
+
+for display in DISPLAY WAYLAND_DISPLAY; do
+  run $display=x
+  expect_started "without a pad, in $display" vela-demonstration
+done
+run SYSTEM=Darwin
+expect_started "with a pad on macOS" testapp
+
+attach() { # NODE
+  mkdir -p "$hidraw/$1/device"
+  echo "HID_ID=0003:000004DF:00000030" >"$hidraw/$1/device/uevent"
+}
+attach null # a node that everybody may open
+run DISPLAY=x
+expect_started "with a pad" testapp
+expect "what is said with a pad" "run: all needed packages are installed
+$building
+run: a pad is attached: starting the application on it
+run: done: the application has ended" "$said"
+
+attach no-such-node
+run DISPLAY=x
+expect_started "with a pad that may not be opened" testapp
+expect "what is said of a pad that may not be opened" \
+  "run: you may not open /dev/no-such-node; README.md tells under 'Trouble-shooting' how to mend that" \
+  "$(grep 'may not' <<<"$said")"
+
+stand_in "$scratch/programs/testapp" <<<'exit 3'
+run DISPLAY=x
+expect "the exit status when the application fails" 1 $status
+expect "what is said last when the application fails" "run: the application ended with status 3" \
+  "$(tail -n 1 <<<"$said")"
+
+[ $failures = 0 ]
