@@ -59,11 +59,19 @@ struct WorkerFrame {
     driver.m_pEngine->GetDataReportSize(&driver.m_wReportSize);
   }
 
-  // Creates the kind's queue if there is none and starts the three threads; `loop` is the driver's
-  // reading loop. A thread that does not start is told in its line and holds nothing else up.
+  // Creates the kind's queue from these arguments if there is none. The driver counts as connected
+  // from here on: its close releases the queue.
+  template <class Driver, class... Arguments>
+  static void createQueue(Driver& driver, Arguments... arguments) {
+    driver.m_pProcArg = new ThreadArg{&driver, nullptr};
+    Driver::Queue().createIfNull(arguments...);
+  }
+
+  // Creates the queue and starts the three threads; `loop` is the driver's reading loop. A thread
+  // that does not start is told in its line and holds nothing else up.
   template <auto loop, class Driver>
   static void startWorkers(Driver& driver) {
-    Driver::Queue().createIfNull(driver.m_pfnCallback);
+    createQueue(driver, driver.m_pfnCallback);
     startSignalThread(driver);
     startReadingThread<loop>(driver);
     startProcessingThread(driver);
@@ -83,7 +91,6 @@ struct WorkerFrame {
 
   template <class Driver>
   static void startProcessingThread(Driver& driver) {
-    driver.m_pProcArg = new ThreadArg{&driver, nullptr};
     start(driver, driver.m_thProcData, procdata_thread<Driver>, driver.m_pProcArg,
           Driver::kWorkerLines.processingThread);
   }

@@ -168,7 +168,7 @@ int velavision::OpenConnection() {
     fputs("Velavision:OpenConnection failed in USB commnication\n", stderr);
     return 0;
   }
-  pVisionDataHandler.createIfNull(m_pfnCallback, m_pfnAuxCallback, m_pEngine);
+  WorkerFrame::createQueue(*this, m_pfnCallback, m_pfnAuxCallback, m_pEngine);
   WorkerFrame::startReadingThread<&velavision::usrSignalHandler>(*this);
   WorkerFrame::startSignalThread(*this);
   WorkerFrame::startProcessingThread(*this);

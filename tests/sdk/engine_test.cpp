@@ -522,6 +522,20 @@ TEST_F(EngineTest, WriteFileWithBadArgumentsSpeaksOfReading) {
   engine.CloseDevice();
 }
 
+TEST_F(EngineTest, OneByteIsEnoughToReadOrToWrite) {
+  const auto port = plugUsbPad();
+  engine.OpenDevice(1247, 18);
+  ASSERT_TRUE(bus.send(port, {0x20}));
+  unsigned char buffer[1] = {};
+  int count = 77;
+  EXPECT_TRUE(engine.ReadFile(buffer, 1, &count));
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(buffer[0], 0x20);
+  bus.fail(HidCall::Write, {Fault::Kind::Return, 1});
+  EXPECT_TRUE(engine.WriteFile(buffer, 1, &count));
+  engine.CloseDevice();
+}
+
 TEST_F(EngineTest, WriteFileIsTrueFromOneByteOn) {
   plugUsbPad();
   engine.OpenDevice(1247, 18);

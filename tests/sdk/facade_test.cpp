@@ -263,6 +263,24 @@ TEST_F(FacadeTest, OpeningAProviderMakesItsDriverAndClosingDeletesIt) {
   EXPECT_EQ(drivers(), (std::array<bool, 4>{}));
 }
 
+TEST_F(FacadeTest, AClosedProviderIsForgotten) {
+  plug(makePad(PadKind::Usb));
+  openProvider(kUsb);
+  facade->CloseProvider();
+  const auto another = std::make_unique<velausb>();
+  m_pvelausb = another.get();
+  expectNoAnswers();
+  facade->CloseProvider();
+  EXPECT_EQ(m_pvelausb, another.get());
+  m_pvelausb = nullptr;
+}
+
+// The ink pad's would say that it resets a pad that is not open.
+TEST_F(FacadeTest, ClosingTheProviderDoesNotCloseAConnection) {
+  openProvider(kInk);
+  EXPECT_EQ(writtenBy([&] { facade->CloseProvider(); }), kNothingWritten);
+}
+
 TEST_F(FacadeTest, ClosingNoProviderTouchesNothing) {
   bus.clearLog();
   facade->CloseProvider();
@@ -366,6 +384,7 @@ TEST_F(FacadeTest, WithoutAProviderNothingIsAnsweredAndNothingAsked) {
 TEST_F(FacadeTest, AfterTheProviderIsClosedNothingIsAnswered) {
   plug(makePad(PadKind::Usb));
   openProvider(kUsb);
+  EXPECT_EQ(facade->GetDataRangeMaxX(), 32767);
   facade->CloseProvider();
   bus.clearLog();
   expectNoAnswers();

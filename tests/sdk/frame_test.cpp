@@ -7,13 +7,16 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "support/AllocationCount.h"
 #include "support/CapturedStream.h"
 #include "support/PadTest.h"
 #include "support/ScriptedPad.h"
@@ -409,6 +412,39 @@ TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreToldInTurn) {
   this->threads.clearLog();
   EXPECT_EQ(this->driver->CloseConnection(), 0);
   EXPECT_EQ(this->threads.log(), Log{});
+}
+
+// The driver's own allocations after the signal has been blocked: an argument for a thread, the
+// queue, an argument for another thread.
+TEST(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
+  auto& bus = support::VirtualBus::instance();
+  bus.reset();
+  bus.setReadTimeout(std::chrono::milliseconds(1));
+  bus.plug(std::make_shared<ScriptedPad>(Usb::kProduct));
+  for (const int allocation : {1, 2, 3}) {
+    ThreadCalls threads{{"signal", "reading", "processing"}};
+    velausb driver;
+    threads.on("sigprocmask: block SIGUSR1", [&] { support::failAllocation(allocation); });
+    EXPECT_THROW(driver.OpenConnection(recordPen), std::bad_alloc);
+    EXPECT_EQ(threads.starts().size(), 0U);
+    EXPECT_EQ(driver.CloseConnection(), 0);
+    EXPECT_FALSE(static_cast<bool>(pUSBDataHandler));
+    EXPECT_EQ(bus.openHandles(), 0);
+  }
+}
+
+// Closing what has not been opened is no reason to take the queue from one that has.
+TYPED_TEST(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
+  this->open();
+  typename TypeParam::Driver other;
+  this->bus.fail(HidCall::Open, {});
+  const CapturedStream out(stdout);
+  EXPECT_EQ(other.OpenConnection(recordPen), TypeParam::kOpenFailure);
+  EXPECT_EQ(other.CloseConnection(), 0);
+  EXPECT_TRUE(this->queueExists());
+  this->sendReport();
+  EXPECT_TRUE(this->recorder.waitFor(1));
+  this->driver->CloseConnection();
 }
 
 TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {

@@ -194,6 +194,19 @@ TYPED_TEST(PadsFlowTest, SecondObjectOfTheKindDeliversToTheFirstOnesCallback) {
   EXPECT_EQ(support::penRecorder<1>().count(), 0U);
 }
 
+// A driver object is good for one connection; in a second one it reads until its first time-out.
+TYPED_TEST(PadsFlowTest, RunningStateDoesNotComeBack) {
+  this->plugPad();
+  typename TypeParam::Driver driver;
+  for (const int threads : {3, 2}) {
+    EXPECT_EQ(driver.OpenConnection(recordPen), 1);
+    EXPECT_EQ(driver.GetRunningState(), threads == 3);
+    EXPECT_TRUE(this->waitForThreads(threads));
+    driver.CloseConnection();
+    EXPECT_FALSE(driver.GetRunningState());
+  }
+}
+
 TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
   const auto connectOnce = [&] {
     this->plugPad();

@@ -323,6 +323,7 @@ TYPED_TEST(QueueTest, IsNotLockedDuringTheCallback) {
   penRecorder().reset([&] {
     if (penRecorder().count() > 1) return;
     std::thread other([&] {
+      EXPECT_EQ(this->queue.GetRecord(true), nullptr);
       this->queue.SetRecord(numbered(2));
       appended = true;
     });
