@@ -3,8 +3,10 @@
 
 #include <QObject>
 
-// Turns SIGINT and SIGTERM, from the moment it is made, into a Qt signal on the GUI thread. Make
-// one for the process, after the application object.
+// From the moment it is made, no signal that ends programs leaves a pad open: SIGINT, SIGTERM and,
+// unless the process was started to outlive its terminal, SIGHUP become a Qt signal on the GUI
+// thread, and a line that nobody reads any more is lost without SIGPIPE. Make one for the process,
+// after the application object.
 class TerminationSignals : public QObject {
   Q_OBJECT
 

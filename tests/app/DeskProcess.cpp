@@ -12,8 +12,13 @@ constexpr auto kNoAnswer = "no answer";
 
 }  // namespace
 
-DeskProcess::DeskProcess(const QProcessEnvironment& environment) {
+DeskProcess::DeskProcess(const QProcessEnvironment& environment,
+                         const std::function<void()>& prepare) {
   m_process.setProcessEnvironment(environment);
+  m_process.setChildProcessModifier([prepare] {
+    ::signal(SIGHUP, SIG_DFL);
+    prepare();
+  });
   m_process.start(TESTAPP_ON_VIRTUAL_PADS);
   EXPECT_EQ(answer(), "open");
 }

@@ -3,13 +3,16 @@
 #define TESTS_APP_DESKPROCESS_H
 
 #include <QProcess>
+#include <functional>
 #include <string>
 
 class DeskProcess {
  public:
-  // Starts the application and waits until its window is shown.
+  // Starts the application and waits until its window is shown. `prepare` runs in the new process
+  // before the application does; a hangup is not ignored there.
   explicit DeskProcess(
-      const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
+      const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
+      const std::function<void()>& prepare = [] {});
 
   // Kills it if it still runs.
   ~DeskProcess();

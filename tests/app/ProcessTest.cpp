@@ -1,6 +1,7 @@
 // The application as a process: its standard output, its signals, its end.
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include "DeskProcess.h"
 
@@ -54,7 +55,7 @@ TEST(EndTest, SuccessfulRunPrintsNothing) {
 class PadTest : public testing::TestWithParam<int> {};
 
 TEST_P(PadTest, TerminationSignalLeavesThePadClosed) {
-  for (const int number : {SIGTERM, SIGINT}) {
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     DeskProcess desk;
     connectPad(desk, GetParam());
     desk.signal(number);
@@ -85,6 +86,31 @@ TEST(EndTest, SignalEndsAnIdleApplicationToo) {
   EXPECT_FALSE(end.crashed);
   EXPECT_EQ(end.status, 0);
   EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
+}
+
+TEST(EndTest, OutlivesItsTerminalWhenItIsToldTo) {
+  DeskProcess desk(QProcessEnvironment::systemEnvironment(), [] { signal(SIGHUP, SIG_IGN); });
+  desk.signal(SIGHUP);
+  // The first order may be taken together with the signal.
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(desk.order("providers"), "0");
+  desk.order("close");
+  EXPECT_EQ(desk.end().status, 0);
+}
+
+TEST(EndTest, LineThatNobodyReadsEndsNothing) {
+  const auto printToNobody = [] {
+    int ends[2];
+    if (pipe(ends) == 0) dup2(ends[1], STDOUT_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+  };
+  DeskProcess desk(QProcessEnvironment::systemEnvironment(), printToNobody);
+  desk.order("click m_OpenButton");  // of a pad that is not there, which is told in a line
+  EXPECT_EQ(desk.order("providers"), "1");
+  desk.order("close");
+  const auto end = desk.end();
+  EXPECT_FALSE(end.crashed);
+  EXPECT_EQ(end.status, 0);
 }
 
 TEST(EndTest, ProviderLeftOpenByAFailureIsClosed) {
