@@ -9,7 +9,7 @@ debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libcairo2-d
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind dpkg-dev lintian debootstrap"
-brew_run="cmake ninja pkg-config hidapi qt"
+brew_run="cmake ninja pkgconf hidapi qt"
 brew_check="$brew_run googletest google-benchmark cairo"
 
 say() { printf '%s: %s\n' "$command_name" "$*"; }
@@ -76,7 +76,7 @@ install_with_brew() {
 # On a system whose package manager is not known here: goes on when all is there, else lists it.
 require_tools() {
   local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw Qt6Widgets" missing="" item
-  [ "$1" = run ] || modules="$modules gtest gmock benchmark cairo"
+  [ "$1" = run ] || modules="$modules gtest gmock benchmark cairo x11 xtst"
   for item in $tools; do
     command -v "$item" >/dev/null || missing="$missing $item"
   done

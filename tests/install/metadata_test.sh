@@ -21,9 +21,11 @@ desktop() {
 appstream() {
   local file=$share/metainfo/org.example.vela.testapp.metainfo.xml
   command -v appstreamcli >/dev/null || skip "appstreamcli is not installed"
-  # The one thing amiss: the owner has chosen no licence, for the metadata neither.
+  # The one thing amiss: the owner has chosen no licence, for the metadata neither. Versions from 1.0 on
+  # would like a home page and the developer too, which there are not.
   expect "appstreamcli validate" "E: org.example.vela.testapp:~: metadata-license-missing" \
-    "$(appstreamcli validate --no-net --pedantic "$file" 2>&1 | grep '^[EWIP]:')"
+    "$(appstreamcli validate --no-net --pedantic "$file" 2>&1 | grep '^[EWIP]:' |
+      grep -v -e url-homepage-missing -e developer-info-missing)"
   expect "its desktop entry is there" "vela-testapp.desktop" "$(ls "$share/applications")"
   expect "its devices" "usb:v04DFp0012d* usb:v04DFp001Fd* usb:v04DFp0030d* usb:v04DFp0038d*" \
     "$(sed -n 's,.*<modalias>\(.*\)</modalias>,\1,p' "$file" | xargs -d '\n')"
@@ -46,7 +48,8 @@ SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0038.*", TAG+="uaccess"' "$(grep '^[^#]
 
 manual() {
   local page
-  command -v man >/dev/null || skip "man is not installed"
+  # Minimal systems have a stand-in for it.
+  man --version 2>/dev/null | grep -q '^man [0-9]' || skip "man is not installed"
   for page in vela-testapp vela-padinfo vela-capture vela-virtual-pad; do
     expect "$page" "" "$(man --warnings -E UTF-8 -l "$share/man/man1/$page.1.gz" 2>&1 >"$work/page")"
     expect "$page tells its name" "1" "$(grep -c "^ *$page [-‐−] " "$work/page")"

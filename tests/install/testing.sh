@@ -5,6 +5,12 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
 
+# The list of libraries to preload has blanks between them, so none may have one in its path.
+if [ -n "${PRELOAD:-}" ]; then
+  ln -s "$PRELOAD" "$work/attached_pads.so"
+  PRELOAD=$work/attached_pads.so
+fi
+
 skip() {
   echo "SKIPPED: $*"
   exit 77
