@@ -55,6 +55,22 @@ if [ "$(uname)" != Darwin ]; then
   [ $? = 1 ] || fail "no font for the text in the pictures"
 fi
 
+# Told to end in the middle of a signature, it does, and does not wait half a minute for the rest of it.
+SECONDS=0
+mkdir "$scratch/ended"
+mkfifo "$scratch/told"
+"$program" --unattended "$scratch/ended" >"$scratch/told" 2>"$scratch/printed" &
+{
+  read -r _ && read -r _ # before the signature two pictures are made
+  kill -TERM $!
+  cat >/dev/null
+} <"$scratch/told"
+wait $! && fail "success without a signature"
+[ $SECONDS -lt 25 ] || fail "it took $SECONDS s to end"
+[ "$(tail -n 1 "$scratch/printed")" = \
+  "vela-demonstration: Vela USB was closed before the signature was whole" ] ||
+  fail "no clear line about the end: $(cat "$scratch/printed")"
+
 # The platform may add lines of its own before the last one.
 "$program" --unattended "$scratch/missing" 2>"$scratch/printed" && fail "success without pictures"
 [ "$(tail -n 1 "$scratch/printed")" = \

@@ -23,7 +23,13 @@ PadBeside::PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pa
 }
 
 void PadBeside::showChosenPad() {
-  const auto& chosen = m_pads.at(static_cast<std::size_t>(m_window.providers.currentIndex()));
+  const int provider = m_window.providers.currentIndex();
+  if (provider == m_shown) {
+    m_padWindow->show();  // somebody may have closed it
+    return;
+  }
+  m_shown = provider;
+  const auto& chosen = m_pads.at(static_cast<std::size_t>(provider));
   m_padWindow.reset();
   m_padWindow = std::make_unique<virtualpads::PadWindow>(
       chosen.pad, [this, &chosen](const virtualpads::PenState& pen) {

@@ -30,6 +30,7 @@ class PadBeside : public QObject {
   const std::vector<DemonstrationPad> m_pads;
   const std::function<void()> m_written;
   std::unique_ptr<virtualpads::PadWindow> m_padWindow;
+  int m_shown = -1;  // the provider whose pad that is
 };
 
 }  // namespace demonstration

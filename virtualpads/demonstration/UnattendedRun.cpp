@@ -116,11 +116,15 @@ class ProviderRun {
       return std::ranges::all_of(samples,
                                  [&](const auto& sample) { return bus.sendPen(port, sample); });
     });
-    const bool shown = waitUntil([this] { return endsWithTap(m_window.view.path()); });
+    const auto shown = [this] { return endsWithTap(m_window.view.path()); };
+    const auto ended = [this] { return !m_window.reset.isEnabled(); };  // by a signal
+    waitUntil([&] { return shown() || ended(); });
     // Frees a pen that still waits for a reader.
-    if (!shown) bus.unplug(m_port);
-    require(pen.get(), "did not take the pen's reports");
-    require(shown, "did not bring the whole signature into the window");
+    if (!shown()) bus.unplug(m_port);
+    const bool taken = pen.get();
+    require(!ended(), "was closed before the signature was whole");
+    require(taken, "did not take the pen's reports");
+    require(shown(), "did not bring the whole signature into the window");
   }
 
   // While a stroke goes on, the path's last two points are one place.

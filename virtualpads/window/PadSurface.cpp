@@ -144,10 +144,14 @@ void PadSurface::hideEvent(QHideEvent*) {
 }
 
 void PadSurface::press(const QSinglePointEvent& event, double pressure) {
+  if (m_writer == event.pointingDevice()) {
+    lift();  // the desktop has kept the lift to itself
+  }
   if (m_writer != nullptr || !surfaceRect().contains(event.position())) {
     return;
   }
   m_writer = event.pointingDevice();
+  m_writerGone = connect(m_writer, &QObject::destroyed, this, &PadSurface::lift);
   sendAll(m_sampler.press(pointerState(event, pressure), now()));
   m_sampling.start();
 }
@@ -166,6 +170,7 @@ void PadSurface::release(const QSinglePointEvent& event) {
 
 void PadSurface::lift() {
   m_writer = nullptr;
+  disconnect(m_writerGone);
   m_sampling.stop();
   sendAll(m_sampler.lift(now()));
 }

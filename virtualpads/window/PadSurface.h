@@ -68,6 +68,7 @@ class PadSurface : public QWidget {
   SurfaceView m_view;
   std::optional<PenState> m_pen;
   const QPointingDevice* m_writer = nullptr;  // the device whose pen is down
+  QMetaObject::Connection m_writerGone;       // lifts the pen of a device that is pulled out
   PenSampler m_sampler;
   QElapsedTimer m_clock;
   QTimer m_sampling;

@@ -98,7 +98,7 @@ class PadWindowTest : public testing::Test {
   bool tablet(QEvent::Type type, double x, double y, double pressure,
               Qt::MouseButton button = Qt::LeftButton) {
     const QPointF at = place(x, y);
-    QTabletEvent event(type, &stylus, at, surface->mapToGlobal(at), pressure, 0, 0, 0, 0, 0,
+    QTabletEvent event(type, stylus.get(), at, surface->mapToGlobal(at), pressure, 0, 0, 0, 0, 0,
                        Qt::NoModifier, type == QEvent::TabletMove ? Qt::NoButton : button,
                        type == QEvent::TabletRelease ? Qt::NoButton : button);
     event.ignore();
@@ -114,13 +114,9 @@ class PadWindowTest : public testing::Test {
     return surface->grab().toImage().pixel(place(x, y).toPoint());
   }
 
-  QPointingDevice stylus{"stylus",
-                         1,
-                         QInputDevice::DeviceType::Stylus,
-                         QPointingDevice::PointerType::Pen,
-                         QInputDevice::Capability::Pressure,
-                         1,
-                         2};
+  std::unique_ptr<QPointingDevice> stylus = std::make_unique<QPointingDevice>(
+      "stylus", 1, QInputDevice::DeviceType::Stylus, QPointingDevice::PointerType::Pen,
+      QInputDevice::Capability::Pressure, 1, 2);
   std::vector<PenState> pens;
   std::vector<Bytes> reports;
   std::shared_ptr<WatchedPad> pad;
@@ -218,6 +214,24 @@ TEST_F(UsbPadWindow, LeavesAStrokeToTheDeviceThatBeganIt) {
   tablet(QEvent::TabletRelease, 0.5, 0.5, 0.0);
   EXPECT_EQ(std::ranges::count(pens, false, &PenState::touch), 1);
   EXPECT_THAT(pens, Each(Field(&PenState::x, DoubleNear(0.5, 1e-9))));
+}
+
+TEST_F(UsbPadWindow, LiftsThePenOfATabletThatIsPulledOut) {
+  tablet(QEvent::TabletPress, 0.5, 0.5, 0.5);
+  stylus.reset();
+  EXPECT_FALSE(pens.back().touch);
+  mouse(QEvent::MouseButtonPress, 0.25, 0.25);
+  EXPECT_TRUE(pens.back().touch);
+  mouse(QEvent::MouseButtonRelease, 0.25, 0.25);
+}
+
+TEST_F(UsbPadWindow, LiftsThePenBeforeASecondPressOfTheSameDevice) {
+  mouse(QEvent::MouseButtonPress, 0.5, 0.5);
+  mouse(QEvent::MouseButtonPress, 0.25, 0.25);
+  EXPECT_EQ(std::ranges::count(pens, false, &PenState::touch), 1);
+  EXPECT_TRUE(pens.back().touch);
+  EXPECT_THAT(pens.back().x, DoubleNear(0.25, 1e-9));
+  mouse(QEvent::MouseButtonRelease, 0.25, 0.25);
 }
 
 TEST_F(UsbPadWindow, LiftsThePenWhenItIsHidden) {
