@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 #include <memory>
 #include <string_view>
@@ -108,22 +107,6 @@ using InkOptionsTest = InkTest;
 using InkClearTest = InkTest;
 using InkSerialTest = InkTest;
 using InkSampleTest = InkTest;
-
-// What a pad gets that is opened before main begins, as a static object of a client may do.
-const Calls kSentBeforeMain = [] {
-  auto& bus = support::VirtualBus::instance();
-  bus.setReadTimeout(std::chrono::milliseconds(1));
-  bus.plug(std::make_shared<ScriptedPad>(48));
-  velainkusb driver;
-  driver.OpenConnection(nullptr);
-  driver.CloseConnection();
-  return bus.calls({HidCall::SendFeature});
-}();
-
-TEST_F(InkOpenTest, PictureIsThereBeforeMainBegins) {
-  ASSERT_FALSE(kSentBeforeMain.empty());
-  EXPECT_EQ(kSentBeforeMain.front(), bandSent(0, name_bits));
-}
 
 TEST_F(InkOpenTest, SetsUpTheDisplayInThisOrder) {
   bus.clearLog();

@@ -230,6 +230,24 @@ TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
   EXPECT_EQ(support::fileDescriptorCount(), files);
 }
 
+// The first request of an ink pad that is opened before main begins, as a static object of a client
+// may do it. What else this program has in static objects needs no initialisation.
+const Bytes kSentBeforeMain = [] {
+  support::VirtualBus& bus = support::VirtualBus::instance();
+  bus.setReadTimeout(std::chrono::milliseconds(1));
+  bus.plug(makePad(PadKind::Ink));
+  velainkusb driver;
+  driver.OpenConnection(nullptr);
+  driver.CloseConnection();
+  const auto sent = bus.calls({HidCall::SendFeature});
+  return sent.empty() ? Bytes{} : sent.front().bytes;
+}();
+
+TEST(InkBeforeMainTest, PictureIsThere) {
+  ASSERT_EQ(kSentBeforeMain.size(), 2408U);
+  EXPECT_EQ(kSentBeforeMain[1], 1);  // the layer
+}
+
 // The client's requests, the keep-alive and the reading go on while the pad is pulled out. The bus
 // counts the calls that would free hidapi's error text twice.
 TEST(VisionUnplugTest, RequestsAndKeepAliveAndReadsSurviveIt) {
