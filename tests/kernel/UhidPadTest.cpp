@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/uhid.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <map>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace virtualpads {
 namespace {
@@ -236,6 +238,37 @@ TEST(UhidPadWithoutUhidTest, PlugTellsWhyUhidCannotBeOpened) {
   permitted = true;
   pad.plug();
   EXPECT_TRUE(pad.plugged());
+}
+
+// While it lives, the process can open nothing more.
+class NoMoreFiles {
+ public:
+  NoMoreFiles() {
+    getrlimit(RLIMIT_NOFILE, &m_before);
+    const rlimit none{0, m_before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoMoreFiles() { setrlimit(RLIMIT_NOFILE, &m_before); }
+  NoMoreFiles(const NoMoreFiles&) = delete;
+  NoMoreFiles& operator=(const NoMoreFiles&) = delete;
+
+ private:
+  rlimit m_before{};
+};
+
+// Without it, its event thread could not be ended.
+TEST(UhidPadWithoutUhidTest, PlugTellsThatItHasNoEventCounter) {
+  FakeKernel kernel;
+  FileDescriptor device = kernel.device();
+  UhidPad pad(std::make_shared<ToyPad>(), [&] { return std::move(device); });
+  const NoMoreFiles limit;
+  try {
+    pad.plug();
+    FAIL() << "no exception";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::too_many_files_open);
+  }
+  EXPECT_FALSE(pad.plugged());
 }
 
 TEST_F(UhidPadTest, UnplugTakesTheDeviceAway) {

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <iterator>
@@ -101,16 +103,36 @@ TEST(Replay, TellsOfReportsThatNobodyCouldGet) {
   EXPECT_EQ(program.wait(), 1);
 }
 
+// The program lies where its user may not look, as it does in a home of somebody else's.
 TEST(Permission, IsMissedInOneClearLine) {
-  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink"}, .unprivileged = true});
+  char home[] = "/tmp/home-XXXXXX";
+  ASSERT_NE(mkdtemp(home), nullptr);
+  const std::string path = std::string(home) + "/vela-virtual-pad";
+  std::filesystem::copy_file(VELA_VIRTUAL_PAD, path);
+  Program program(
+      path,
+      {.arguments = {"ink"}, .environment = {"QT_QPA_PLATFORM=offscreen"}, .unprivileged = true});
   program.waitForLine(
       "vela-virtual-pad: /dev/uhid may not be opened; this permits it until the next start: "
       "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)");
   EXPECT_EQ(program.wait(), 1);
+  std::filesystem::remove_all(home);
+}
+
+// Five open files are enough for the pad, and leave none to hear of its node by.
+TEST(Replay, TellsThatTheNodeCannotBeFound) {
+  std::ofstream("unfound.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n";
+  Program program("/usr/bin/prlimit", {.arguments = {"--nofile=5", VELA_VIRTUAL_PAD, "usb",
+                                                     "--replay", "unfound.hid"}});
+  program.waitForLine(
+      "vela-virtual-pad: the pad's /dev/hidraw can't be found: listening for devices: Too many "
+      "open files");
+  EXPECT_EQ(program.wait(), 1);
 }
 
 TEST(Record, TellsOfAFileThatCannotBeWritten) {
-  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--record", "/missing/file"}});
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--record", "/missing/file"},
+                                     .environment = {"QT_QPA_PLATFORM=offscreen"}});
   program.waitForLine("vela-virtual-pad: /missing/file: No such file or directory");
   EXPECT_EQ(program.wait(), 1);
 }

@@ -22,6 +22,9 @@ using Clock = std::chrono::steady_clock;
 FileDescriptor listenForDevices() {
   FileDescriptor listener(
       socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT));
+  if (!listener) {
+    throw std::system_error(errno, std::generic_category(), "listening for devices");
+  }
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = 1;
@@ -70,10 +73,13 @@ std::string findNode(const std::string& physicalPath) {
 std::string waitForHidrawNode(const std::string& physicalPath, std::chrono::milliseconds limit) {
   const auto end = Clock::now() + limit;
   const FileDescriptor listener = listenForDevices();
-  std::string node;
-  do {
+  std::string node = findNode(physicalPath);
+  bool inTime = true;
+  while (node.empty() && inTime) {
+    inTime = waitForNews(listener, end);
+    // When the time is over, too: a container may get no news.
     node = findNode(physicalPath);
-  } while (node.empty() && waitForNews(listener, end));
+  }
   return node;
 }
 

@@ -104,6 +104,10 @@ void UhidPad::plug() {
     return;
   }
   joinEventThread();
+  m_stop = FileDescriptor(eventfd(0, EFD_CLOEXEC));
+  if (!m_stop) {
+    throw systemError("making an event counter");
+  }
   {
     std::lock_guard lock(m_mutex);
     m_physicalPath = newPhysicalPath();
@@ -115,7 +119,6 @@ void UhidPad::plug() {
     m_plugged = true;
     m_started = false;
   }
-  m_stop = FileDescriptor(eventfd(0, EFD_CLOEXEC));
   m_eventThread = std::thread(&UhidPad::eventLoop, this);
   if (!waitFor(kStartLimit, [this] { return m_started; })) {
     takeAway();

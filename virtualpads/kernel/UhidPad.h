@@ -73,8 +73,9 @@ class UhidPad {
 
   // Makes the device and returns when the kernel has started it; the node may appear a moment later
   // (see waitForNode). Does nothing when the pad is plugged. Throws std::system_error when
-  // /dev/uhid can't be opened or the kernel does not start the device within 5 s (it refuses report
-  // descriptors that it can't parse, without saying so); the pad is then not plugged.
+  // /dev/uhid can't be opened, the process may have no more open files, or the kernel does not
+  // start the device within 5 s (it refuses report descriptors that it can't parse, without saying
+  // so); the pad is then not plugged.
   void plug();
   // Takes the device away, at any moment: its node is gone when this returns, requests that wait
   // for an answer fail. Programs that have the node open notice at their next call. Does nothing
@@ -83,11 +84,13 @@ class UhidPad {
   bool plugged() const;
 
   // Waits for the node, such as "/dev/hidraw0", and returns its path. Empty when the pad is not
-  // plugged, or when the node has not appeared after 30 s.
+  // plugged, or when the node has not appeared after 30 s. Throws std::system_error when it may not
+  // listen for the kernel's news of devices.
   std::string waitForNode() const;
 
   // Whether any program has the node open. The two waits give false when that has not come about
-  // after 30 s.
+  // after 30 s. The kernel tells the pad that its node is open a moment before it begins to keep
+  // reports for the program: one that is sent right then may be lost.
   bool open() const;
   bool waitUntilOpen() const;
   bool waitUntilClosed() const;

@@ -84,9 +84,9 @@ const char* const kHelp =
     "                 made, unplug the pad when the program has closed it\n"
     "  --help         print this\n"
     "\n"
-    "Exit status: 0 when all went well, 1 when the pad could not be plugged, a file\n"
-    "could not be read or written, or reports of the recording were lost, 2 when the\n"
-    "arguments make no sense.\n"
+    "Exit status: 0 when all went well, 1 when there is no display for the window,\n"
+    "the pad could not be plugged, a file could not be read or written, or reports\n"
+    "of the recording were lost, 2 when the arguments make no sense.\n"
     "\n"
     "The pad is made through /dev/uhid (Linux only), which needs the kernel's uhid\n"
     "module and permission to read and write that file.\n";

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -28,6 +29,9 @@ using Clock = std::chrono::steady_clock;
 constexpr int kFailure = 1;
 constexpr int kUsageError = 2;
 
+// The kernel tells that a program has opened the pad a moment before it keeps reports for it.
+constexpr std::chrono::milliseconds kPauseAfterOpening{100};
+
 int fail(const std::string& complaint) {
   std::fprintf(stderr, "vela-virtual-pad: %s\n", complaint.c_str());
   return kFailure;
@@ -41,12 +45,16 @@ std::optional<std::string> plug(UhidPad& pad) {
     fail(uhidTrouble(error));
     return std::nullopt;
   }
-  std::string node = pad.waitForNode();
-  if (node.empty()) {
+  try {
+    std::string node = pad.waitForNode();
+    if (!node.empty()) {
+      return node;
+    }
     fail("the kernel took the pad but made no /dev/hidraw for it");
-    return std::nullopt;
+  } catch (const std::system_error& error) {
+    fail(std::string("the pad's /dev/hidraw can't be found: ") + error.what());
   }
-  return node;
+  return std::nullopt;
 }
 
 int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
@@ -70,7 +78,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
   while (!pad.waitUntilOpen()) {
   }
   std::printf("sending %zu reports\n", recording.events.size());
-  const auto begin = Clock::now();
+  const auto begin = Clock::now() + kPauseAfterOpening;
   const std::size_t lost = replay(
       recording, [begin](auto since) { std::this_thread::sleep_until(begin + since); },
       [&pad](const Bytes& report) { return pad.open() && pad.send(report); });
@@ -84,8 +92,22 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
   return 0;
 }
 
+// The toolkit aborts where it finds no display. What it says before that tells why.
+void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
+                               const QString& message) {
+  if (type == QtFatalMsg) {
+    std::_Exit(fail("there is no display for the window; --replay needs none"));
+  }
+  std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
+}
+
 int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
               const std::optional<std::string>& file) {
+  // Before the pad is plugged and a recording is replaced.
+  const QtMessageHandler handler = qInstallMessageHandler(exitWhereThereIsNoDisplay);
+  QApplication application(argc, argv);
+  qInstallMessageHandler(handler);
+
   auto watched = std::make_shared<WatchedPad>(model);
   UhidPad pad(watched);
   const auto node = plug(pad);
@@ -104,7 +126,6 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
     recorder.emplace(out, *watched);
   }
 
-  QApplication application(argc, argv);
   PadWindow window(watched, [&](const PenState& pen) {
     const Bytes report = watched->inputReport(pen);
     pad.send(report);

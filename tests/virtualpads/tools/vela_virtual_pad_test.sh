@@ -5,6 +5,7 @@ program=$1
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
+export QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=$scratch
 failures=0
 
 # expect STATUS STANDARD_ERROR ARGUMENT...
@@ -36,12 +37,25 @@ expect 1 'vela-virtual-pad: bad.hid: line 1, column 1: the R: line is missing' i
 printf '%s' "$head" >ink.hid
 expect 1 'vela-virtual-pad: ink.hid: it was recorded of another device, 04df:0030' usb --replay ink.hid
 
+# The lines before the last one are the toolkit's.
+echo precious >kept.hid
+env -u QT_QPA_PLATFORM -u DISPLAY -u WAYLAND_DISPLAY -u WAYLAND_SOCKET -u XDG_SESSION_TYPE \
+  "$program" ink --record kept.hid >out 2>err
+got=$?
+if [ $got != 1 ] ||
+  [ "$(tail -n 1 err)" != 'vela-virtual-pad: there is no display for the window; --replay needs none' ]; then
+  echo "without a display: status $got, not 1; standard error is"
+  cat err
+  failures=1
+fi
+[ ! -s out ] || { echo "a pad is plugged without a display"; failures=1; }
+[ "$(cat kept.hid)" = precious ] || { echo "the recording is emptied without a display"; failures=1; }
+
 # Where the device is there, tests/kernel goes on from here.
 if [ ! -e /dev/uhid ]; then
   missing='/dev/uhid is missing; this loads the kernel'\''s module for it: sudo modprobe uhid'
   expect 1 "vela-virtual-pad: $missing" ink --replay ink.hid
   expect 1 "vela-virtual-pad: $missing" ink
-  echo precious >kept.hid
   expect 1 "vela-virtual-pad: $missing" ink --record kept.hid
   [ "$(cat kept.hid)" = precious ] || { echo "the recording is emptied without a pad"; failures=1; }
 fi
