@@ -15,13 +15,13 @@
 
 #include "Application.h"
 #include "Desktop.h"
+#include "MovingPen.h"
 #include "TestPads.h"
 #include "virtualpads/InkPad.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using virtualpads::FeatureCall;
-using virtualpads::FeatureFault;
 using virtualpads::FeatureRequest;
 using virtualpads::InkPad;
 using virtualpads::UhidPad;
@@ -44,25 +44,50 @@ const std::array<View, 4> kViews{{
     {{324, 202}, {81, 100}, {243, 100}},
 }};
 
-// A request in the middle of Clear and of Reset, where the pad gets any.
+// Requests in the middle of Open, and one in the middle of Clear and of the closing, where the pad
+// gets any.
 struct Requests {
-  std::optional<std::uint8_t> clear;
-  std::optional<std::uint8_t> reset;
+  std::vector<Request> open{};
+  std::optional<Request> clear{};
+  std::optional<Request> close{};
 };
 
-constexpr std::array<Requests, 4> kRequests{{{}, {}, {9, 9}, {18, 4}}};
+const std::array<Requests, 4> kRequests{{
+    {},
+    // How large it is: the connection is open by then.
+    {.open = {{FeatureCall::Get, 10}}},
+    // A band of the picture; the option block.
+    {.open = {{FeatureCall::Set, 7}, {FeatureCall::Get, 3}},
+     .clear = Request{FeatureCall::Set, 9},
+     .close = Request{FeatureCall::Set, 9}},
+    // The reset, without which the opening is broken off; the pad information.
+    {.open = {{FeatureCall::Get, 3}, {FeatureCall::Get, 12}},
+     .clear = Request{FeatureCall::Set, 18},
+     .close = Request{FeatureCall::Set, 4}},
+}};
 
 Desktop& desktop() {
   static Desktop xvfb;
   return xvfb;
 }
 
-// From the surface's first quarter to its third, half-way down.
-void writeStroke(UhidPad& pad) {
+// From the surface's first quarter to its third, half-way down. The pen stays there.
+void drawStroke(UhidPad& pad) {
   for (int i = 0; i <= 20; ++i) {
     pad.sendPen({.x = 0.25 + 0.025 * i, .y = 0.5, .pressure = 0.5, .touch = true});
   }
+}
+
+void writeStroke(UhidPad& pad) {
+  drawStroke(pad);
   pad.sendPen({.x = 0.75, .y = 0.5, .pressure = 0, .touch = false});
+}
+
+// A pen that goes to and fro a quarter down, clear of the stroke.
+MovingPen movingPen(UhidPad& pad) {
+  return MovingPen([&pad](int n) {
+    pad.sendPen({.x = 0.25 + 0.0005 * n, .y = 0.25, .pressure = 0.5, .touch = true});
+  });
 }
 
 class AppTest : public ::testing::TestWithParam<int> {
@@ -78,7 +103,7 @@ class AppTest : public ::testing::TestWithParam<int> {
 
   void openAndWait() {
     app.open();
-    ASSERT_TRUE(pad->waitUntilOpen());
+    app.waitUntilConnected();
   }
 
   bool strokeIsThere(const QImage& picture) const {
@@ -127,7 +152,7 @@ TEST_P(AppTest, InkIsShownClearedAndShownAgain) {
   lookForNoInk("cleared");
   if (requests.clear) {
     EXPECT_TRUE(pad->waitForRequest([this](const FeatureRequest& request) {
-      return request.call == FeatureCall::Set && request.bytes[0] == *requests.clear;
+      return request.call == requests.clear->call && request.bytes[0] == requests.clear->reportId;
     }));
   }
   writeAndLook("written-after-clear");
@@ -142,49 +167,152 @@ TEST_P(AppTest, InkIsShownClearedAndShownAgain) {
   EXPECT_THAT(app.program().lines(), IsEmpty());
 }
 
-TEST_P(AppTest, GoesOnAfterAnUnplugInEveryState) {
-  // While it opens.
+class AppUnplugTest : public AppTest {
+ protected:
+  // A fault has pulled the plug.
+  void expectUnplug() {
+    EXPECT_TRUE(
+        pad->waitForRequest([](const FeatureRequest& request) { return !request.accepted; }));
+    EXPECT_FALSE(pad->plugged());
+    pad->clearRequests();
+  }
+
+  // From the idle application without a pad: it answers, and works with the pad plugged again.
+  void goOn(const std::string& after) {
+    const std::size_t from = app.program().lineCount();
+    app.open();
+    app.program().waitForLine(
+        [](const std::string& line) { return line.starts_with("No device "); }, from);
+    lookForNoInk("unplugged-" + after);
+    replug(*pad);
+    openAndWait();
+    writeAndLook("replugged-" + after);
+  }
+
+  // The ink to the pen's place has come when the rest of the reports is sent.
+  void writeWithThePenDown() {
+    drawStroke(*pad);
+    look("pen-down", [this](const QImage& picture) { return strokeIsThere(picture); });
+    for (int i = 0; i < 20; ++i) {
+      pad->sendPen({.x = 0.75, .y = 0.5, .pressure = 0.5, .touch = true});
+    }
+  }
+
+  void unplugDuringOpen() {
+    for (const Request& request : requests.open) {
+      app.reset();
+      EXPECT_TRUE(pad->waitUntilClosed());
+      unplugAt(*pad, request);
+      app.open();
+      expectUnplug();
+      app.reset();
+      goOn("open");
+    }
+    if (requests.open.empty()) {
+      app.reset();
+      EXPECT_TRUE(pad->waitUntilClosed());
+      // Opening asks nothing of this pad. That its node is open is all that can be seen of it, so
+      // what the application has done by the time of the unplug may differ.
+      app.open();
+      EXPECT_TRUE(pad->waitUntilOpen());
+      pad->unplug();
+      app.reset();
+      goOn("open");
+    }
+  }
+
+  void unplugDuringClear() {
+    const MovingPen pen = movingPen(*pad);
+    if (requests.clear) {
+      unplugAt(*pad, *requests.clear);
+      app.clear();
+      expectUnplug();
+    } else {
+      // Clear asks nothing of this pad. The stroke's going is the first that can be seen of it.
+      app.clear();
+      look("clearing", [this](const QImage& picture) { return !strokeIsThere(picture); });
+      pad->unplug();
+    }
+  }
+
+  void unplugDuringReset() {
+    if (requests.close) {
+      unplugAt(*pad, *requests.close);
+      app.reset();
+      expectUnplug();
+      goOn("reset");
+    }
+    unplugWhileItWaitsForThePen([this] { app.reset(); });
+    goOn("reset-pen-moving");
+  }
+
+  // Closing lasts until the pen rests, and of the connection's threads only the one that reads is
+  // left by then.
+  void unplugWhileItWaitsForThePen(const std::function<void()>& close) {
+    const MovingPen pen = movingPen(*pad);
+    look("moving", hasInk);
+    const std::size_t threads = app.program().threads().size();
+    close();
+    app.program().waitForThreads(
+        [&](std::size_t left) { return left <= threads - (kConnectionThreads - 1); });
+    EXPECT_TRUE(pad->open());
+    pad->unplug();
+  }
+
+  void expectEndAndNextOne(const std::string& after) {
+    EXPECT_EQ(app.program().wait(), 0);
+    replug(*pad);
+    Application next(desktop());
+    next.choose(kind);
+    next.open();
+    next.waitUntilConnected();
+    writeAndLook("next-after-" + after);
+  }
+};
+
+// One application lives through all of them.
+TEST_P(AppUnplugTest, InEveryState) {
   openAndWait();
+  look("opened", [this](const QImage& picture) { return findView(picture).size() == view.size; });
   pad->unplug();
   app.reset();
+  goOn("idle");
 
-  // With the pen down; Clear is pressed when it is too late.
-  replug(*pad);
-  openAndWait();
-  writeStroke(*pad);
+  writeWithThePenDown();
   pad->unplug();
   app.clear();
   lookForNoInk("cleared-unplugged");
   app.reset();
+  goOn("pen-down");
 
-  // During Clear.
-  if (requests.clear) {
-    replug(*pad);
-    openAndWait();
-    pad->fail(FeatureCall::Set, *requests.clear, {FeatureFault::Kind::Unplug});
-    app.clear();
-    EXPECT_TRUE(pad->waitUntilClosed());
-    app.reset();
-  }
+  unplugDuringOpen();
+  unplugDuringClear();
+  app.reset();
+  goOn("clear");
 
-  // During Reset. The ink proves that the application is done with the opening.
-  replug(*pad);
-  openAndWait();
-  writeAndLook("before-reset");
-  if (requests.reset) {
-    pad->fail(FeatureCall::Set, *requests.reset, {FeatureFault::Kind::Unplug});
-    app.reset();
-    EXPECT_TRUE(pad->waitUntilClosed());
-  } else {
-    app.reset();
-    pad->unplug();
-  }
-
-  replug(*pad);
-  openAndWait();
-  writeAndLook("replugged");
+  unplugDuringReset();
   app.quit();
   EXPECT_EQ(app.program().wait(), 0);
+}
+
+// At a request of the closing where there is one.
+TEST_P(AppUnplugTest, DuringQuit) {
+  openAndWait();
+  writeAndLook("before-quit");
+  if (requests.close) {
+    unplugAt(*pad, *requests.close);
+    app.quit();
+    expectUnplug();
+  } else {
+    unplugWhileItWaitsForThePen([this] { app.quit(); });
+  }
+  expectEndAndNextOne("quit");
+}
+
+TEST_P(AppUnplugTest, WhileTheWindowCloses) {
+  openAndWait();
+  unplugWhileItWaitsForThePen([] { desktop().closeWindow(); });
+  expectEndAndNextOne("closed");
 }
 
 std::string padName(const ::testing::TestParamInfo<int>& parameter) {
@@ -192,6 +320,7 @@ std::string padName(const ::testing::TestParamInfo<int>& parameter) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Range(0, 4), padName);
+INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest, ::testing::Range(0, 4), padName);
 
 // A pad whose state tells whether the application has left it as it should.
 class AppEndTest : public ::testing::Test {

@@ -42,7 +42,13 @@ void Application::choose(const TestPad& kind) {
 }
 
 void Application::open() {
+  m_idleThreads = m_program.threads().size();
   pressButton(1);
+}
+
+void Application::waitUntilConnected() const {
+  m_program.waitForThreads(
+      [this](std::size_t threads) { return threads >= m_idleThreads + kConnectionThreads; });
 }
 
 void Application::clear() {

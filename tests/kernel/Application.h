@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QRect>
+#include <cstddef>
 
 #include "Desktop.h"
 #include "Program.h"
@@ -18,7 +19,10 @@ class Application {
   // By the keyboard alone. The application takes the keys one after the other: what they do has not
   // come about when these return.
   void choose(const TestPad& kind);
-  void open();   // while idle
+  void open();  // while idle
+  // Waits until the connection that `open` opens runs. That the pad knows of it is not enough: the
+  // kernel tells the pad a moment before it begins to keep reports for the program.
+  void waitUntilConnected() const;
   void clear();  // while connected
   void reset();  // while connected
   void quit();
@@ -31,6 +35,7 @@ class Application {
 
   Desktop& m_desktop;
   Program m_program;
+  std::size_t m_idleThreads = 0;
 };
 
 // The drawing view in a picture of the window, by its black frame; empty when there is none.

@@ -1,9 +1,13 @@
 #include "Client.h"
 
 #include <algorithm>
+#include <chrono>
 #include <sstream>
+#include <thread>
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 bool isSample(const std::string& line) {
   return line.starts_with("sample ");
@@ -43,6 +47,33 @@ std::size_t Client::waitForSamples(int count, std::size_t from) const {
     from = waitForLine(isSample, from) + 1;
   }
   return from;
+}
+
+Client::Load Client::percentOfCore() {
+  constexpr std::chrono::milliseconds kInterval{500};
+  const pid_t processing = std::stoi(ask("thread"));
+  std::vector<pid_t> others = threads();
+  std::erase_if(others, [&](pid_t thread) { return thread == id() || thread == processing; });
+  const auto timeOfOthers = [&] {
+    std::chrono::nanoseconds sum{0};
+    for (const pid_t thread : others) {
+      sum += processorTime(thread);
+    }
+    return sum;
+  };
+  Load least{100, 100};
+  for (int i = 0; i < 3; ++i) {
+    const auto begin = Clock::now();
+    const auto processingBefore = processorTime(processing);
+    const auto othersBefore = timeOfOthers();
+    std::this_thread::sleep_for(kInterval);
+    const std::chrono::duration<double> taken = Clock::now() - begin;
+    const auto percent = [&](std::chrono::nanoseconds time) { return time / taken * 100; };
+    least.processing =
+        std::min(least.processing, percent(processorTime(processing) - processingBefore));
+    least.others = std::min(least.others, percent(timeOfOthers() - othersBefore));
+  }
+  return least;
 }
 
 void Client::write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const {

@@ -16,6 +16,12 @@ class Client : public Program {
     std::int64_t nanoseconds;  // of the monotonic clock, when the callback was called
   };
 
+  // Shares of a core, in percent.
+  struct Load {
+    double processing;  // of the thread of the callbacks, which polls its queue
+    double others;      // of the SDK's other threads together
+  };
+
   explicit Client(bool unprivileged = false);
 
   // Opens the pad's provider and its connection; returns the number of pads that the provider
@@ -29,6 +35,10 @@ class Client : public Program {
   // Waits for that many samples, looking from line number `from` on, and returns the number of the
   // line after the last of them. Throws std::runtime_error when they don't come.
   std::size_t waitForSamples(int count, std::size_t from) const;
+
+  // What the connection costs, once a sample has come: of three measurements the least, for what
+  // else runs on the machine adds to them.
+  Load percentOfCore();
 
   // Sends reports number `first` to `first` + `count` - 1, never more than the kernel keeps while
   // this client has yet to read them, and returns when the client has got as many samples. Throws

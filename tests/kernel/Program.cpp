@@ -8,15 +8,18 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
 namespace {
 
 constexpr std::chrono::seconds kWaitLimit{120};
+constexpr std::chrono::milliseconds kLookInterval{10};
 
 struct Pipe {
   Pipe() {
@@ -40,6 +43,13 @@ struct Pipe {
     const std::size_t equals = variable.find('=');
     setenv(variable.substr(0, equals).c_str(), variable.substr(equals + 1).c_str(), 1);
   }
+  // Opened while nothing has been given up: the way to it may lead through a home that others may
+  // not enter.
+  const int program = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (program < 0) {
+    std::perror(path.c_str());
+    _exit(127);
+  }
   if (options.unprivileged &&
       (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
     std::perror("giving up privileges");
@@ -50,9 +60,13 @@ struct Pipe {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
   arguments.push_back(nullptr);
-  execv(path.c_str(), arguments.data());
+  fexecve(program, arguments.data(), environ);
   std::perror(path.c_str());
   _exit(127);
+}
+
+std::filesystem::path taskDirectory(pid_t program) {
+  return "/proc/" + std::to_string(program) + "/task";
 }
 
 }  // namespace
@@ -159,12 +173,32 @@ std::string Program::ask(const std::string& command) {
   return answer.size() > word.size() ? answer.substr(word.size() + 1) : std::string();
 }
 
-std::chrono::nanoseconds Program::processorTime() const {
-  clockid_t clock{};
-  timespec time{};
-  clock_getcpuclockid(m_id, &clock);
-  clock_gettime(clock, &time);
-  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+std::vector<pid_t> Program::threads() const {
+  std::vector<pid_t> ids;
+  for (const auto& entry : std::filesystem::directory_iterator(taskDirectory(m_id))) {
+    ids.push_back(std::stoi(entry.path().filename()));
+  }
+  return ids;
+}
+
+std::chrono::nanoseconds Program::processorTime(pid_t thread) const {
+  std::ifstream file(taskDirectory(m_id) / std::to_string(thread) / "schedstat");
+  std::int64_t nanoseconds = 0;
+  if (!(file >> nanoseconds)) {
+    throw std::runtime_error("the kernel does not tell the thread's processor time");
+  }
+  return std::chrono::nanoseconds(nanoseconds);
+}
+
+// The kernel has no event for another process's threads.
+void Program::waitForThreads(const std::function<bool(std::size_t)>& wanted) const {
+  const auto limit = std::chrono::steady_clock::now() + kWaitLimit;
+  while (!wanted(threads().size())) {
+    if (std::chrono::steady_clock::now() > limit) {
+      throw std::runtime_error("the program has another number of threads");
+    }
+    std::this_thread::sleep_for(kLookInterval);
+  }
 }
 
 void Program::signal(int number) const {

@@ -17,6 +17,9 @@
 
 constexpr uid_t kNobody = 65534;
 
+// A program that has a pad open has so many threads for it: one reads, one calls back, one waits.
+constexpr std::size_t kConnectionThreads = 3;
+
 struct ProgramOptions {
   std::vector<std::string> arguments = {};
   std::vector<std::string> environment = {};  // "NAME=value", on top of the caller's
@@ -54,8 +57,11 @@ class Program {
   // and returns the rest of that line. Throws as waitForLine does.
   std::string ask(const std::string& command);
 
-  // The processor time that the program has used.
-  std::chrono::nanoseconds processorTime() const;
+  // Its threads, and the processor time that one of them has used.
+  std::vector<pid_t> threads() const;
+  std::chrono::nanoseconds processorTime(pid_t thread) const;
+  // Waits until their number is as wanted. Throws std::runtime_error when it does not become so.
+  void waitForThreads(const std::function<bool(std::size_t)>& wanted) const;
 
   void signal(int number) const;
   // Waits for the end and returns the exit code, or 128 + the signal that killed it. One thread

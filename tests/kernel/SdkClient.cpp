@@ -1,23 +1,27 @@
 // A small client of the SDK: does what it is told on standard input, a command a line, and tells
 // what came of it on standard output, in a line that starts with the command's word.
 //
-//   provider N     opens provider N             provider 0|1
-//   devices        counts the pads              devices N
-//   connect        opens the connection         connect 0|1
-//   size           asks for the physical size   size X Y
-//   serial         asks for the serial number   serial TEXT|none (the vision pad's bytes in
-//   hexadecimal) clear          clears the ink               clear 0|1 hammer         clears, asks
-//   for the size and the serial number again and again without a pause,
-//                  until the next command        hammer
-//   progress       during hammer, which goes on  progress ROUNDS
-//   disconnect     closes the connection        disconnect
-//   release        closes the provider          release
+//   provider N   opens provider N                          provider 0|1
+//   devices      counts the pads                           devices N
+//   connect      opens the connection                      connect 0|1
+//   size         asks for the physical size                size X Y
+//   serial       asks for the serial number                serial TEXT|none
+//                                                          (the vision pad's bytes in hexadecimal)
+//   clear        clears the ink                            clear 0|1
+//   hammer       clears, asks for the size and the serial  hammer
+//                number over and over without a pause,
+//                until the next command but the two below
+//   progress     while it hammers                          progress ROUNDS
+//   thread       tells the thread of the last callback     thread ID
+//   disconnect   closes the connection                     disconnect
+//   release      closes the provider                       release
 //
 // Every pen sample makes a line "sample X Y PRESSURE TOUCH SEQUENCE NANOSECONDS", with the time of
 // the monotonic clock at which the callback was called. Ends with its input.
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -32,8 +36,11 @@ namespace {
 
 constexpr int kVisionProvider = 3;
 
+std::atomic<pid_t> callbackThread{0};
+
 void penEvent(std::int32_t x, std::int32_t y, std::int32_t pressure, std::uint8_t touch,
               std::uint32_t, std::uint32_t sequence) {
+  callbackThread = gettid();
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   const std::int64_t nanoseconds = now.tv_sec * 1'000'000'000LL + now.tv_nsec;
@@ -63,6 +70,8 @@ class Client {
     } else if (word == "hammer") {
       std::puts("hammer");
       hammer();
+    } else if (word == "thread") {
+      std::printf("thread %d\n", callbackThread.load());
     } else if (word == "disconnect") {
       m_facade.CloseConnection();
       std::puts("disconnect");
@@ -103,11 +112,14 @@ class Client {
         if (!std::getline(std::cin, command)) {
           return;
         }
-        if (command != "progress") {
-          obey(command);
+        if (command == "progress") {
+          std::printf("progress %ld\n", rounds);
+          continue;
+        }
+        obey(command);
+        if (command != "thread") {
           return;
         }
-        std::printf("progress %ld\n", rounds);
       }
     }
   }

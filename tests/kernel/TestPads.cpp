@@ -4,6 +4,7 @@
 #include <utility>
 
 using virtualpads::Bytes;
+using virtualpads::FeatureFault;
 using virtualpads::PadKind;
 using virtualpads::PadModel;
 using virtualpads::PenState;
@@ -82,6 +83,10 @@ const std::array<TestPad, 4> kTestPads{{
 std::ostream& operator<<(std::ostream& out, const Sample& sample) {
   return out << "(" << sample.x << ", " << sample.y << ", pressure " << sample.pressure
              << ", touch " << sample.touch << ", number " << sample.sequence << ")";
+}
+
+void unplugAt(UhidPad& pad, Request request) {
+  pad.fail(request.call, request.reportId, {FeatureFault::Kind::Unplug});
 }
 
 std::shared_ptr<PadModel> makeOtherPad() {

@@ -3,6 +3,7 @@
 #define TESTS_KERNEL_TESTPADS_H
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <ostream>
 
@@ -36,6 +37,15 @@ extern const std::array<TestPad, 4> kTestPads;
 // How far a test may send ahead of the program that reads; the kernel keeps 63 unread reports and
 // drops the others.
 constexpr int kUnreadReports = 48;
+
+// A feature request.
+struct Request {
+  virtualpads::FeatureCall call;
+  std::uint8_t reportId;
+};
+
+// Pulls the plug when the pad gets the request, which goes unanswered.
+void unplugAt(virtualpads::UhidPad& pad, Request request);
 
 // A pad of the same vendor that the SDK has no driver for.
 std::shared_ptr<virtualpads::PadModel> makeOtherPad();

@@ -1,0 +1,35 @@
+// A pen that writes without a pause.
+#ifndef TESTS_KERNEL_MOVINGPEN_H
+#define TESTS_KERNEL_MOVINGPEN_H
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+#include <utility>
+
+// Writes, whether anybody reads it or not, until its end of life: `send` puts the n-th report on
+// the wire, n from 0 to 999 and from 0 again, on a thread of its own.
+class MovingPen {
+ public:
+  explicit MovingPen(std::function<void(int n)> send)
+      : m_thread([this, send = std::move(send)] {
+          constexpr std::chrono::milliseconds kReportInterval{1};
+          for (int n = 0; !m_stop; n = (n + 1) % 1000) {
+            send(n);
+            std::this_thread::sleep_for(kReportInterval);
+          }
+        }) {}
+  ~MovingPen() {
+    m_stop = true;
+    m_thread.join();
+  }
+  MovingPen(const MovingPen&) = delete;
+  MovingPen& operator=(const MovingPen&) = delete;
+
+ private:
+  std::atomic<bool> m_stop{false};
+  std::thread m_thread;
+};
+
+#endif
