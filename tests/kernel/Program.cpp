@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,6 +36,20 @@ struct Pipe {
   virtualpads::FileDescriptor writing;
 };
 
+int openProgram(const std::string& path) {
+  return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+// For who may not execute the file itself: it may be its owner's only, or lie in a home that others
+// may not enter.
+int copyInMemory(const std::string& path) {
+  const int file = openProgram(path);
+  const int copy = memfd_create("program", MFD_CLOEXEC);
+  ssize_t copied = 1;
+  while (copied > 0) copied = sendfile(copy, file, nullptr, 1 << 20);
+  return copied == 0 ? copy : -1;
+}
+
 [[noreturn]] void becomeProgram(const std::string& path, const ProgramOptions& options,
                                 const Pipe& input, const Pipe& output) {
   dup2(input.reading.get(), STDIN_FILENO);
@@ -43,9 +59,7 @@ struct Pipe {
     const std::size_t equals = variable.find('=');
     setenv(variable.substr(0, equals).c_str(), variable.substr(equals + 1).c_str(), 1);
   }
-  // Opened while nothing has been given up: the way to it may lead through a home that others may
-  // not enter.
-  const int program = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int program = options.unprivileged ? copyInMemory(path) : openProgram(path);
   if (program < 0) {
     std::perror(path.c_str());
     _exit(127);

@@ -103,12 +103,13 @@ TEST(Replay, TellsOfReportsThatNobodyCouldGet) {
   EXPECT_EQ(program.wait(), 1);
 }
 
-// The program lies where its user may not look, as it does in a home of somebody else's.
+// The program is somebody else's and in a home that its user may not enter.
 TEST(Permission, IsMissedInOneClearLine) {
   char home[] = "/tmp/home-XXXXXX";
   ASSERT_NE(mkdtemp(home), nullptr);
   const std::string path = std::string(home) + "/vela-virtual-pad";
   std::filesystem::copy_file(VELA_VIRTUAL_PAD, path);
+  std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   Program program(
       path,
       {.arguments = {"ink"}, .environment = {"QT_QPA_PLATFORM=offscreen"}, .unprivileged = true});
