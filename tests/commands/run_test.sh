@@ -6,6 +6,7 @@
 set -u
 demonstration=$1
 cd "$(dirname "$0")/../.." || exit
+. tests/demonstration/pictures.sh
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -74,13 +75,7 @@ run: building in build/run'
 # --- no display: pictures ---
 
 no_display='run: no display: the application runs unseen on virtual pads, each step leaves a picture'
-pictures=$(
-  for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
-    for step in 1-chosen 2-open 3-signed 4-cleared 5-signed-again 6-reset; do
-      echo "build/pictures/$pad-$step.png"
-      [ $pad = 3-vela-ink ] && echo "build/pictures/$pad-$step-lcd.png"
-    done
-  done)
+pictures=$(pictures_in build/pictures)
 expect_pictures() { # WHEN
   expect "$1, the exit status" 0 $status
   expect "$1, the paths of the pictures" "$pictures" "$printed"

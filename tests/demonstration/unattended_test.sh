@@ -2,6 +2,7 @@
 # unattended_test.sh PROGRAM: the unattended run leaves the pictures that it promises, equal ones where
 # the window is in the same state, with text in them, and says so when it cannot.
 set -u
+. "$(dirname "$0")/pictures.sh"
 program=$1
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -13,14 +14,7 @@ fail() {
 
 "$program" --unattended "$scratch" >"$scratch/printed" || fail "the run failed"
 
-expected=$(
-  for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do
-    for step in 1-chosen 2-open 3-signed 4-cleared 5-signed-again 6-reset; do
-      echo "$scratch/$pad-$step.png"
-      [ $pad = 3-vela-ink ] && echo "$scratch/$pad-$step-lcd.png"
-    done
-  done
-)
+expected=$(pictures_in "$scratch")
 [ "$(cat "$scratch/printed")" = "$expected" ] || fail "other paths printed than expected"
 for path in $expected; do
   [ -s "$path" ] || fail "no picture $path"

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <memory>
 #include <new>
@@ -416,11 +415,9 @@ TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreToldInTurn) {
 
 // The driver's own allocations after the signal has been blocked: an argument for a thread, the
 // queue, an argument for another thread.
-TEST(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
-  auto& bus = support::VirtualBus::instance();
-  bus.reset();
-  bus.setReadTimeout(std::chrono::milliseconds(1));
-  bus.plug(std::make_shared<ScriptedPad>(Usb::kProduct));
+using FrameAllocationTest = support::PadTest;
+TEST_F(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
+  plug(std::make_shared<ScriptedPad>(Usb::kProduct));
   for (const int allocation : {1, 2, 3}) {
     ThreadCalls threads{{"signal", "reading", "processing"}};
     velausb driver;
