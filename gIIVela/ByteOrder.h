@@ -1,48 +1,48 @@
-// Reading and writing the multi-byte fields of reports. `bytes` points at the field's first byte;
-// le is little-endian (USB pad, pad II, ink pad), be is big-endian (vision pad).
+// The integers of a report, in the report's byte order. They have alignment 1, so a packed struct
+// of them and of bytes is the report itself, on every processor.
 #ifndef GIIVELA_BYTEORDER_H
 #define GIIVELA_BYTEORDER_H
 
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
-constexpr std::uint16_t le16(const unsigned char* bytes) {
-  return static_cast<std::uint16_t>(bytes[0] | bytes[1] << 8);
-}
+template <class Value, std::endian order>
+class WireInteger {
+ public:
+  constexpr WireInteger() = default;
+  constexpr WireInteger(Value value) {
+    for (std::size_t i = 0; i < sizeof(Value); ++i) {
+      m_bytes[i] = static_cast<std::uint8_t>(static_cast<Unsigned>(value) >> shift(i));
+    }
+  }
 
-constexpr std::uint32_t le32(const unsigned char* bytes) {
-  return static_cast<std::uint32_t>(le16(bytes)) | static_cast<std::uint32_t>(le16(bytes + 2))
-                                                       << 16;
-}
+  constexpr operator Value() const {
+    Unsigned value = 0;
+    for (std::size_t i = 0; i < sizeof(Value); ++i) {
+      value = static_cast<Unsigned>(value | static_cast<Unsigned>(m_bytes[i]) << shift(i));
+    }
+    return static_cast<Value>(value);
+  }
 
-constexpr std::uint16_t be16(const unsigned char* bytes) {
-  return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
-}
+ private:
+  using Unsigned = std::make_unsigned_t<Value>;
 
-constexpr std::uint32_t be32(const unsigned char* bytes) {
-  return static_cast<std::uint32_t>(be16(bytes)) << 16 | be16(bytes + 2);
-}
+  // The place of a byte in the value, in bits.
+  static constexpr std::size_t shift(std::size_t byte) {
+    return 8 * (order == std::endian::little ? byte : sizeof(Value) - 1 - byte);
+  }
 
-// A 16-bit field that the pad means as signed.
-constexpr std::int16_t signedLe16(const unsigned char* bytes) {
-  return static_cast<std::int16_t>(le16(bytes));
-}
+  std::array<std::uint8_t, sizeof(Value)> m_bytes{};
+};
 
-constexpr std::int32_t signedLe32(const unsigned char* bytes) {
-  return static_cast<std::int32_t>(le32(bytes));
-}
-
-constexpr void putLe16(unsigned char* bytes, std::uint16_t value) {
-  bytes[0] = static_cast<unsigned char>(value & 0xFF);
-  bytes[1] = static_cast<unsigned char>(value >> 8);
-}
-
-constexpr void putBe16(unsigned char* bytes, std::uint16_t value) {
-  bytes[0] = static_cast<unsigned char>(value >> 8);
-  bytes[1] = static_cast<unsigned char>(value & 0xFF);
-}
-
-constexpr std::uint16_t swapBytes(std::uint16_t value) {
-  return static_cast<std::uint16_t>(value << 8 | value >> 8);
-}
+// Le is little-endian, Be big-endian; S is for fields that the pad means as signed.
+using Le16 = WireInteger<std::uint16_t, std::endian::little>;
+using LeS16 = WireInteger<std::int16_t, std::endian::little>;
+using LeS32 = WireInteger<std::int32_t, std::endian::little>;
+using Be16 = WireInteger<std::uint16_t, std::endian::big>;
+using Be32 = WireInteger<std::uint32_t, std::endian::big>;
 
 #endif

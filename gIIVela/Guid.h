@@ -1,4 +1,5 @@
-// The 16-byte serial-number record.
+/// \file
+/// The 16-byte serial-number record.
 #ifndef GIIVELA_GUID_H
 #define GIIVELA_GUID_H
 

@@ -1,23 +1,9 @@
-// When a call into hidapi may begin.
-//
-// Up to version 0.14 hidapi keeps one error text per device, and every read, write and feature call
-// frees it when it begins and stores a new one when it fails. Two threads on one device, which is
-// what every driver has, can therefore free the same text twice: pulling a pad's plug while feature
-// reports are sent corrupts the heap. The gate keeps such calls apart and lets all others through:
-//
-//  - While no text is stored, one reading and one control call may be under way together. Each of
-//    them touches a text at most once, as the last thing it does, so they cannot meet.
-//  - After a call has failed a text may be stored. A call that begins then frees it, so it waits
-//    until the call of the other side has ended, and the other side waits for it, until one call
-//    has succeeded, which proves that the text is gone. A reader that waits comes before control
-//    calls, since the kernel drops input reports that nobody fetches.
-//
-// Calls of one side always wait for each other: the vision pad sends feature reports from two
-// threads.
-//
-// The price is paid by failing pads only: a control call made after a failure may wait for the read
-// that is under way, one read time-out at the most. ReadFile pauses before each read for as long as
-// the last failure is not overcome, and a burst of control calls passes in that pause.
+// Up to version 0.14 hidapi keeps one error text for each device; every call frees it, so that two
+// calls at once may free it twice (from 0.15 on, reads have a text of their own). Hence one read
+// and one control call (a feature or output report) are under way together only until a call fails.
+// From then on calls run alone and the sides take turns, until a control call succeeds: that frees
+// the text in all versions. The price: after a failure a call waits for the one under way. Two
+// calls that fail at the same moment, the first ones to fail, leak one of their texts.
 #ifndef GIIVELA_HIDCALLGATE_H
 #define GIIVELA_HIDCALLGATE_H
 
@@ -26,30 +12,53 @@
 
 class HidCallGate {
  public:
-  enum Side { Reading, Control };
+  enum Side { kReading, kControl };
 
-  // Runs `call`, which calls hidapi once and returns its result (negative when it failed), as soon
-  // as it may begin, and returns that result. May be called on any thread.
+  // Runs `call`, which calls hidapi once, when its turn has come. Returns its result, negative for
+  // a failure. Any thread.
   template <class Call>
   int run(Side side, Call call) {
-    const bool frees = begin(side);
+    const Side other = side == kReading ? kControl : kReading;
+    std::unique_lock lock(m_mutex);
+    ++m_waiting[side];
+    m_changed.wait(lock, [&] {
+      const bool othersTurn = m_waiting[other] > 0 && m_last == side;
+      return !m_busy[side] && (!m_failed || (!m_busy[other] && !othersTurn));
+    });
+    --m_waiting[side];
+    m_busy[side] = true;
+    m_last = side;
+    const bool alone = m_failed;
+    lock.unlock();
     const int result = call();
-    end(side, result < 0, frees);
+    lock.lock();
+    m_busy[side] = false;
+    if (result < 0) m_failed = true;
+    if (result >= 0 && alone && side == kControl) m_failed = false;
+    m_changed.notify_all();
     return result;
   }
 
-  // Whether a call has failed since the last one that proved the text gone.
-  bool failed();
+  // Whether a call has failed since the device was opened or last answered a control call. Any
+  // thread.
+  bool failed() {
+    const std::lock_guard lock(m_mutex);
+    return m_failed;
+  }
+
+  // The device has been opened: it has no error text yet. No call is under way.
+  void reset() {
+    const std::lock_guard lock(m_mutex);
+    m_failed = false;
+  }
 
  private:
-  bool begin(Side side);
-  void end(Side side, bool failed, bool freed);
-
-  std::mutex m_mutex;
-  std::condition_variable m_ended;
-  bool m_busy[2] = {false, false};  // by side
-  bool m_readerWaits = false;
-  bool m_textStored = false;
+  std::mutex m_mutex;  // guards all fields
+  std::condition_variable m_changed;
+  bool m_busy[2] = {};     // by side
+  int m_waiting[2] = {};   // by side
+  Side m_last = kControl;  // began the last call
+  bool m_failed = false;
 };
 
 #endif

@@ -1,4 +1,4 @@
-// Holds a POSIX mutex for the length of a scope.
+// std::lock_guard for the POSIX mutexes that the drivers and queues have.
 #ifndef GIIVELA_PTHREADLOCK_H
 #define GIIVELA_PTHREADLOCK_H
 

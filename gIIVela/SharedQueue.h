@@ -1,100 +1,72 @@
-// The process-wide record queue of one pad kind. Each driver file has one, under the kind's name
-// for it, and uses it as a pointer that is null while no connection of the kind is open.
-//
-// Two driver objects of one kind share the queue, and whichever closes first releases it while the
-// other's threads go on. So a thread uses the queue only through a lease, and release() waits until
-// all leases have been given back.
+// The record queue of a pad kind, which all driver objects of the kind share through the kind's
+// pointer. Whichever of them closes first releases the queue under the others' threads. So a thread
+// holds a shared lock for as long as it uses the queue, and the release waits for an exclusive one.
 #ifndef GIIVELA_SHAREDQUEUE_H
 #define GIIVELA_SHAREDQUEUE_H
 
-#include <pthread.h>
+#include <cstddef>
+#include <mutex>
+#include <new>
+#include <shared_mutex>
 
-#include <memory>
-#include <utility>
+#include "RecordChain.h"
 
-#include "PthreadLock.h"
-
-// Has no destructor to run when the process exits: threads of a connection that is open even then
-// may still be using it.
-template <class Queue>
-class SharedQueue {
-  struct Counted {
-    Queue queue;
-    int leases = 0;
-  };
-
- public:
-  // The right to use the queue. It is empty when there was no queue.
-  class Lease {
-   public:
-    Lease() = default;
-    // Moving hands the right on.
-    Lease(Lease&& other) noexcept
-        : m_owner(other.m_owner), m_leased(std::exchange(other.m_leased, nullptr)) {}
-    // The same; the right that was here goes with the other lease.
-    Lease& operator=(Lease&& other) noexcept {
-      std::swap(m_owner, other.m_owner);
-      std::swap(m_leased, other.m_leased);
-      return *this;
-    }
-    ~Lease() {
-      if (m_leased != nullptr) m_owner->giveBack(*m_leased);
-    }
-    // Whether it is one.
-    explicit operator bool() const { return m_leased != nullptr; }
-    // The queue; only where it is one.
-    Queue* operator->() const { return &m_leased->queue; }
-
-   private:
-    friend class SharedQueue;
-    Lease(SharedQueue* owner, Counted* leased) : m_owner(owner), m_leased(leased) {}
-
-    SharedQueue* m_owner = nullptr;
-    Counted* m_leased = nullptr;
-  };
-
-  // Creates the queue with these arguments unless there is one already, which then stays as it is.
-  // Any thread, as all operations but release.
-  template <class... Arguments>
-  void createIfNull(Arguments... arguments) {
-    const PthreadLock lock(m_mutex);
-    if (m_current == nullptr) m_current = new Counted{Queue(arguments...)};
+// Any thread; the release: one that is not using the queue itself.
+struct SharedQueue {
+  // Creates the queue from these arguments unless there is one already.
+  template <class Queue, class... Arguments>
+  static void create(Queue*& pointer, Arguments... arguments) {
+    if (const auto lock = use<Queue>(); pointer != nullptr) return;
+    const std::lock_guard alone(mutex<Queue>());
+    if (pointer == nullptr) pointer = new Queue(arguments...);
   }
 
-  // A lease of the queue, empty when there is none.
-  Lease lease() {
-    const PthreadLock lock(m_mutex);
-    if (m_current == nullptr) return {};
-    ++m_current->leases;
-    return {this, m_current};
+  // Appends a sample; drops it when there is no queue.
+  template <class Queue, class Sample>
+  static void append(Queue*& pointer, const Sample& sample) {
+    const auto lock = use<Queue>();
+    if (pointer != nullptr) pointer->SetRecord(Queue::recordOf(sample));
   }
 
-  // Whether there is a queue.
-  explicit operator bool() {
-    const PthreadLock lock(m_mutex);
-    return m_current != nullptr;
+  // Runs the queue's processing loop, which ends the calling thread; returns when there is no
+  // queue.
+  template <class Queue>
+  static void process(Queue*& pointer) {
+    // Unlocked when the thread ends, for that happens inside procdata_routine.
+    static thread_local std::shared_lock<std::shared_mutex> lock;
+    lock = use<Queue>();
+    if (pointer != nullptr) pointer->procdata_routine();
+    lock.unlock();
   }
 
-  // Sets the pointer to null, so that no further lease is given, waits for the leases that are out,
-  // then destroys the queue. Does nothing when there is none. The caller holds no lease and has
-  // asked the queue to stop, so that a processing thread gives its lease back.
-  void release() {
-    std::unique_ptr<Counted> released;
-    const PthreadLock lock(m_mutex);
-    released.reset(std::exchange(m_current, nullptr));
-    while (released != nullptr && released->leases > 0) pthread_cond_wait(&m_givenBack, &m_mutex);
+  // Asks the processing loop to end after the delivery under way.
+  template <class Queue>
+  static void requestStop(Queue*& pointer) {
+    const auto lock = use<Queue>();
+    if (pointer != nullptr) RecordChain::requestStop(*pointer);
+  }
+
+  // Deletes the queue, if there is one, once no thread uses it. A stop has been requested.
+  template <class Queue>
+  static void release(Queue*& pointer) {
+    const std::lock_guard alone(mutex<Queue>());
+    delete pointer;
+    pointer = nullptr;
   }
 
  private:
-  void giveBack(Counted& leased) {
-    const PthreadLock lock(m_mutex);
-    --leased.leases;
-    pthread_cond_broadcast(&m_givenBack);
+  template <class Queue>
+  static std::shared_lock<std::shared_mutex> use() {
+    return std::shared_lock(mutex<Queue>());
   }
 
-  pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;  // guards the pointer and the counts
-  pthread_cond_t m_givenBack = PTHREAD_COND_INITIALIZER;
-  Counted* m_current = nullptr;
+  // Never destroyed: threads of a connection that is open when the process exits still use it.
+  template <class Queue>
+  static std::shared_mutex& mutex() {
+    alignas(std::shared_mutex) static std::byte storage[sizeof(std::shared_mutex)];
+    static auto& mutex = *new (storage) std::shared_mutex;
+    return mutex;
+  }
 };
 
 #endif

@@ -9,23 +9,17 @@
 
 namespace {
 
+using std::chrono::milliseconds;
+
+// After a call has failed, a read waits in slices of this length, so that a control call has its
+// turn soon.
+constexpr milliseconds kSlice{25};
+
 // Where hidapi times out after a second, it fails at once on a pad that has been unplugged, and the
-// reading loops try again for as long as the connection is open. This pause before the next read
-// keeps that from taking a whole core. It is short enough that a pad which recovers has not filled
-// the 63 reports that the kernel keeps for it.
-constexpr std::chrono::milliseconds kPauseAfterFailure{50};
-
-struct ReportSize {
-  int product;
-  unsigned short bytes;
-};
-
-// 67, 87 and 24577 belong to no driver here; they are meant to be known all the same.
-constexpr ReportSize kInputReportSizes[] = {
-    {18, 6}, {31, 11}, {48, 8}, {56, 17}, {67, 8}, {87, 8}, {24577, 8},
-};
-static_assert(std::ranges::max(kInputReportSizes, {}, &ReportSize::bytes).bytes ==
-              kMaxInputReportSize);
+// reading loops try again for as long as the connection is open. This pause keeps that from taking
+// a whole core. It is short enough that a pad which recovers has not filled the 63 reports that the
+// kernel keeps for it.
+constexpr milliseconds kPauseAfterFailedRead{50};
 
 }  // namespace
 
@@ -46,6 +40,7 @@ int CVelaIoEngine::OpenDevice(unsigned short vid, unsigned short pid) {
   m_pid = pid;
   m_handle = hid_open(vid, pid, nullptr);
   if (m_handle == nullptr) return -1;
+  m_gate.reset();
   hid_set_nonblocking(m_handle, 0);
   return 1;
 }
@@ -71,27 +66,21 @@ int CVelaIoEngine::GetNumDevices(unsigned short vid, unsigned short pid) {
 int CVelaIoEngine::GetFeature(unsigned short length, void* buffer) {
   // A client may query a pad that could not be opened; hidapi would follow the null handle.
   if (m_handle == nullptr || length == 0 || buffer == nullptr) return -1;
-  return m_gate.run(HidCallGate::Control, [&] {
+  return m_gate.run(HidCallGate::kControl, [&] {
     return hid_get_feature_report(m_handle, static_cast<unsigned char*>(buffer), length);
   });
 }
 
 int CVelaIoEngine::SetFeature(unsigned short length, void* buffer) {
   if (m_handle == nullptr || length == 0 || buffer == nullptr) return -1;
-  return m_gate.run(HidCallGate::Control, [&] {
+  return m_gate.run(HidCallGate::kControl, [&] {
     return hid_send_feature_report(m_handle, static_cast<const unsigned char*>(buffer), length);
   });
 }
 
 bool CVelaIoEngine::GetDataReportSize(unsigned short* size) {
-  for (const ReportSize& known : kInputReportSizes) {
-    if (known.product == m_pid) {
-      *size = known.bytes;
-      return true;
-    }
-  }
-  *size = 0;
-  return false;
+  *size = inputReportSize(m_pid);
+  return *size != 0;
 }
 
 bool CVelaIoEngine::ReadFile(unsigned char* buffer, int length, int* bytesRead) {
@@ -103,10 +92,22 @@ bool CVelaIoEngine::ReadFile(unsigned char* buffer, int length, int* bytesRead) 
     puts("ReadFile::lpBuffer is NULL or bytes to read <= 0");
     return false;
   }
-  if (m_gate.failed()) std::this_thread::sleep_for(kPauseAfterFailure);
-  const int count = m_gate.run(HidCallGate::Reading, [&] {
-    return hid_read_timeout(m_handle, buffer, static_cast<size_t>(length), m_timeout);
-  });
+  const auto deadline = std::chrono::steady_clock::now() + milliseconds(m_timeout);
+  const auto untilDeadline = [&] {
+    return std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+  };
+  milliseconds left(m_timeout);
+  int count = 0;
+  while (count == 0 && left.count() > 0) {
+    milliseconds wait{};
+    count = m_gate.run(HidCallGate::kReading, [&] {
+      wait = m_gate.failed() ? std::min(left, kSlice) : left;
+      return hid_read_timeout(m_handle, buffer, static_cast<size_t>(length),
+                              static_cast<int>(wait.count()));
+    });
+    left = std::min(left - wait, untilDeadline());
+  }
+  if (count < 0) std::this_thread::sleep_for(std::min(kPauseAfterFailedRead, untilDeadline()));
   if (count < 1) return false;
   *bytesRead = count;
   return true;
@@ -118,11 +119,11 @@ bool CVelaIoEngine::WriteFile(unsigned char* buffer, int length, int* bytesWritt
     return false;
   }
   if (buffer == nullptr || length < 1) {
-    // "to read" is meant: the same words as ReadFile's.
+    // Deliberate: "to read", the same words as ReadFile's.
     puts("WriteFile::lpBuffer is NULL or bytes to read <= 0");
     return false;
   }
-  const int count = m_gate.run(HidCallGate::Control, [&] {
+  const int count = m_gate.run(HidCallGate::kControl, [&] {
     return hid_write(m_handle, buffer, static_cast<size_t>(length));
   });
   if (count < 1) return false;

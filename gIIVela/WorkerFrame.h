@@ -4,30 +4,20 @@
 //   processing thread  takes records from the queue and calls the pen callback
 //   signal thread      waits for SIGUSR1, then clears the driver's running flag
 //
-// The frame is written once, over the fields that every driver class has under the same names; the
-// driver makes WorkerFrame its friend. What it gives to the frame:
-//
-//   Queue()        static: the SharedQueue of its kind
-//   kWorkerLines   static: the lines for threads that do not start
-//   the fields m_nOpenStatus, m_sigset, m_wReportSize, m_nLastResult, m_thPollSignal, m_thProcData,
-//   m_thGetData, m_pProcArg, m_bRunning, m_mutex, m_pEngine, m_pfnCallback, and m_bFirstReport
-//   where the first report may be dropped
-//
-// A thread id of zero means that the thread does not run; it is zero before the start, after a
-// start that failed and after the join.
+// It works on the fields that every driver class has under the same names. A driver makes
+// WorkerFrame its friend; `queue` is the pointer of its kind. A thread id of zero means that the
+// thread does not run: before the start, after a start that failed, and after the join.
 #ifndef GIIVELA_WORKERFRAME_H
 #define GIIVELA_WORKERFRAME_H
 
 #include <pthread.h>
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <memory>
-#include <span>
 
-#include "PenRecord.h"
 #include "PthreadLock.h"
+#include "SharedQueue.h"
 #include "VelaIoEngine.h"
 
 // What a worker thread is started with; the thread, or for the processing thread the driver, frees
@@ -37,111 +27,62 @@ struct ThreadArg {
   void* zero;
 };
 
-// The lines, line ends included, that tell of threads and where they go.
-struct WorkerLines {
-  std::FILE* const* stream;      // standard output or standard error
-  const char* signalThread;      // the signal thread did not start
-  const char* readingThread;     // the reading thread did not start
-  const char* processingThread;  // the processing thread did not start
-  const char* signalWait;        // sigwait failed; a format for the error code, null for silence
-};
-
 struct WorkerFrame {
   // Opening, on the client's thread.
 
-  // Blocks SIGUSR1 in the calling thread, for good, with sigprocmask or pthread_sigmask (the
-  // threads started later inherit that), and learns the length of the pad's input reports.
+  // Blocks SIGUSR1 in the calling thread, for good; the worker threads inherit that. setMask is
+  // sigprocmask or pthread_sigmask.
   template <class Driver, class SetMask>
-  static void prepare(Driver& driver, SetMask setMask) {
+  static void blockWakeSignal(Driver& driver, SetMask setMask) {
     sigemptyset(&driver.m_sigset);
     sigaddset(&driver.m_sigset, SIGUSR1);
     driver.m_nLastResult = setMask(SIG_BLOCK, &driver.m_sigset, nullptr);
-    driver.m_pEngine->GetDataReportSize(&driver.m_wReportSize);
   }
 
   // Creates the kind's queue from these arguments if there is none. The driver counts as connected
   // from here on: its close releases the queue.
-  template <class Driver, class... Arguments>
-  static void createQueue(Driver& driver, Arguments... arguments) {
+  template <class Driver, class Queue, class... Arguments>
+  static void createQueue(Driver& driver, Queue*& queue, Arguments... arguments) {
     driver.m_pProcArg = new ThreadArg{&driver, nullptr};
-    Driver::Queue().createIfNull(arguments...);
+    SharedQueue::create(queue, arguments...);
   }
 
-  // Creates the queue and starts the three threads; `loop` is the driver's reading loop. A thread
-  // that does not start is told in its line and holds nothing else up.
-  template <auto loop, class Driver>
-  static void startWorkers(Driver& driver) {
-    createQueue(driver, driver.m_pfnCallback);
-    startSignalThread(driver);
-    startReadingThread<loop>(driver);
-    startProcessingThread(driver);
+  // These start the threads. One that does not start is only reported, by the line. reportsError:
+  // whether an error of sigwait is printed.
+
+  template <bool reportsError, class Driver>
+  static void startSignalThread(Driver& driver, const char* line, std::FILE* stream = stdout) {
+    start(driver, driver.m_thPollSignal, pollsignal_thread<reportsError, Driver>,
+          new ThreadArg{&driver, nullptr}, line, stream);
   }
 
-  template <class Driver>
-  static void startSignalThread(Driver& driver) {
-    startOwningArgument(driver, driver.m_thPollSignal, pollsignal_thread<Driver>,
-                        Driver::kWorkerLines.signalThread);
+  template <auto readingLoop, class Driver>
+  static void startReadingThread(Driver& driver, const char* line, std::FILE* stream = stdout) {
+    start(driver, driver.m_thGetData, getdata_thread<readingLoop, Driver>,
+          new ThreadArg{&driver, nullptr}, line, stream);
   }
 
-  template <auto loop, class Driver>
-  static void startReadingThread(Driver& driver) {
-    startOwningArgument(driver, driver.m_thGetData, getdata_thread<Driver, loop>,
-                        Driver::kWorkerLines.readingThread);
+  template <auto& queue, class Driver>
+  static void startProcessingThread(Driver& driver, const char* line, std::FILE* stream = stdout) {
+    start(driver, driver.m_thProcData, procdata_thread<queue>, driver.m_pProcArg, line, stream);
   }
 
-  template <class Driver>
-  static void startProcessingThread(Driver& driver) {
-    start(driver, driver.m_thProcData, procdata_thread<Driver>, driver.m_pProcArg,
-          Driver::kWorkerLines.processingThread);
-  }
-
-  // Reading, on the reading thread.
-
-  // Reads input reports and hands each one's bytes to `onReport` until a read fails while the
-  // running flag is false: as long as reports keep coming, reading goes on.
-  template <class Driver, class OnReport>
-  static void readReports(Driver& driver, OnReport onReport) {
-    std::array<unsigned char, kMaxInputReportSize> usbBuffer{};
+  // Reads the next input report of at least `size` bytes, on the reading thread. False when a read
+  // has failed and the running flag is false: as long as reports keep coming, reading goes on.
+  template <class Driver, class Report>
+  static bool readReport(Driver& driver, Report& report, int size = sizeof(Report)) {
     for (;;) {
       int count = 0;
-      if (driver.m_pEngine->ReadFile(usbBuffer.data(), driver.m_wReportSize, &count)) {
-        onReport(std::span<const unsigned char>(usbBuffer.data(), static_cast<size_t>(count)));
+      if (driver.m_pEngine->ReadFile(reinterpret_cast<unsigned char*>(&report),
+                                     driver.m_wReportSize, &count)) {
+        if (count >= size) return true;
       } else if (!running(driver)) {
-        return;
+        return false;
       }
     }
   }
 
-  // The same for the pads whose reports count only when they are complete.
-  template <class Driver, class OnReport>
-  static void readCompleteReports(Driver& driver, OnReport onReport) {
-    readReports(driver, [&](std::span<const unsigned char> report) {
-      if (report.size() == driver.m_wReportSize) onReport(report.data());
-    });
-  }
-
-  // Whether this report is to be dropped: the first complete one of the driver object, unless the
-  // pen is down in it.
-  template <class Driver>
-  static bool dropsFirstReport(Driver& driver, bool touch) {
-    const bool first = driver.m_bFirstReport;
-    driver.m_bFirstReport = false;
-    return first && !touch;
-  }
-
-  // Queues what `makeRecord` makes; drops the sample when another driver object of the kind has
-  // released the queue.
-  template <class Driver, class MakeRecord>
-  static void queueRecord(MakeRecord makeRecord) {
-    if (const auto queue = Driver::Queue().lease()) queue->SetRecord(makeRecord());
-  }
-
-  template <class Driver>
-  static void queueSample(const PEN_DATA& sample) {
-    queueRecord<Driver>([&] { return new tagDATA_RECORD{new PEN_DATA(sample), nullptr}; });
-  }
-
-  // The running flag.
+  // The running flag. Any thread.
 
   template <class Driver>
   static bool running(Driver& driver) {
@@ -155,58 +96,28 @@ struct WorkerFrame {
     driver.m_bRunning = false;
   }
 
-  // The body of the signal thread.
-  template <class Driver>
-  static void waitForWakeSignal(Driver& driver) {
-    int signal = 0;
-    while (signal != SIGUSR1) {
-      const int error = sigwait(&driver.m_sigset, &signal);
-      if (error != 0) {
-        const WorkerLines& lines = Driver::kWorkerLines;
-        if (lines.signalWait != nullptr) std::fprintf(*lines.stream, lines.signalWait, error);
-        return;
-      }
-    }
-    stopRunning(driver);
-  }
-
-  // Runs the queue's processing loop, which ends the calling thread; returns when there is no
-  // queue.
-  template <class Driver>
-  static void processQueue() {
-    // Given back when the thread ends, which it does inside procdata_routine.
-    static thread_local decltype(Driver::Queue().lease()) lease;
-    lease = Driver::Queue().lease();
-    if (lease) lease->procdata_routine();
-  }
-
-  // Closing, on the client's thread. Safe after an open that failed, and a second time.
-
-  // Ends the three threads: the processing thread first, then `beforeReadingEnds`, then the other
-  // two; then releases the queue and closes the device, whose result it returns. The reading thread
-  // ends with its first read that times out, so this takes until the pad has been quiet for a
-  // read's time-out. The queue outlives the reading thread, which may still be decoding a report.
-  template <class Driver, class BeforeReadingEnds>
-  static int close(Driver& driver, BeforeReadingEnds beforeReadingEnds) {
+  // Closing, on the client's thread: ends the processing thread, calls resetPad, ends the signal
+  // and reading threads, then releases the queue, which the reading thread may have used until
+  // then, and closes the device, whose result it returns. Safe after an open that failed, and a
+  // second time.
+  template <class Driver, class Queue, class ResetPad>
+  static int close(Driver& driver, Queue*& queue, ResetPad resetPad) {
     const bool connected = driver.m_pProcArg != nullptr;
-    if (connected) {
-      if (const auto queue = Driver::Queue().lease()) queue->RequestStop();
-    }
+    if (connected) SharedQueue::requestStop(queue);
     join(driver.m_thProcData);
-    beforeReadingEnds();
+    resetPad();
     if (driver.m_thPollSignal != pthread_t{}) {
       pthread_kill(driver.m_thPollSignal, SIGUSR1);
       join(driver.m_thPollSignal);
-    } else {
+    } else if (connected) {
       stopRunning(driver);
     }
     join(driver.m_thGetData);
-    if (connected) Driver::Queue().release();
+    if (connected) SharedQueue::release(queue);
     delete driver.m_pProcArg;
     driver.m_pProcArg = nullptr;
-    const int result = driver.m_pEngine->CloseDevice();
     driver.m_nOpenStatus = 0;
-    return result;
+    return driver.m_pEngine->CloseDevice();
   }
 
   // What every driver's destructor does.
@@ -220,22 +131,13 @@ struct WorkerFrame {
 
  private:
   template <class Driver>
-  static bool start(Driver& driver, pthread_t& thread, void* (*entry)(void*), ThreadArg* argument,
-                    const char* failureLine) {
+  static void start(Driver& driver, pthread_t& thread, void* (*entry)(void*), ThreadArg* argument,
+                    const char* line, std::FILE* stream) {
     driver.m_nLastResult = pthread_create(&thread, nullptr, entry, argument);
-    if (driver.m_nLastResult == 0) return true;
+    if (driver.m_nLastResult == 0) return;
     thread = pthread_t{};
-    std::fputs(failureLine, *Driver::kWorkerLines.stream);
-    return false;
-  }
-
-  template <class Driver>
-  static void startOwningArgument(Driver& driver, pthread_t& thread, void* (*entry)(void*),
-                                  const char* failureLine) {
-    std::unique_ptr<ThreadArg> argument(new ThreadArg{&driver, nullptr});
-    if (start(driver, thread, entry, argument.get(), failureLine)) {
-      static_cast<void>(argument.release());
-    }
+    if (argument != driver.m_pProcArg) delete argument;
+    std::fputs(line, stream);
   }
 
   static void join(pthread_t& thread) {
@@ -244,23 +146,36 @@ struct WorkerFrame {
     thread = pthread_t{};
   }
 
-  template <class Driver>
+  // Waits for SIGUSR1, then clears the running flag.
+  template <bool reportsError, class Driver>
+  static void pollsignal_routine(Driver& driver) {
+    int signal = 0;
+    while (signal != SIGUSR1) {
+      const int error = sigwait(&driver.m_sigset, &signal);
+      if (error == 0) continue;
+      if constexpr (reportsError) std::printf("sigwait failed, result %d\n", error);
+      return;
+    }
+    stopRunning(driver);
+  }
+
+  template <bool reportsError, class Driver>
   static void* pollsignal_thread(void* arg) {
     const std::unique_ptr<ThreadArg> argument(static_cast<ThreadArg*>(arg));
-    static_cast<Driver*>(argument->driver)->pollsignal_routine();
+    pollsignal_routine<reportsError>(*static_cast<Driver*>(argument->driver));
     return nullptr;
   }
 
-  template <class Driver, auto loop>
+  template <auto readingLoop, class Driver>
   static void* getdata_thread(void* arg) {
     const std::unique_ptr<ThreadArg> argument(static_cast<ThreadArg*>(arg));
-    (static_cast<Driver*>(argument->driver)->*loop)();
+    (static_cast<Driver*>(argument->driver)->*readingLoop)();
     return nullptr;
   }
 
-  template <class Driver>
+  template <auto& queue>
   static void* procdata_thread(void* /*arg*/) {
-    processQueue<Driver>();
+    SharedQueue::process(queue);
     return nullptr;
   }
 };

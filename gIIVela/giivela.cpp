@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
 
 #include "velaii.h"
 #include "velainkusb.h"
@@ -30,7 +31,7 @@ constexpr ProviderEntry kProviders[kNumProviders] = {
     {"3F2DE94B14D448719DFE5359EF03652A", "Vela Vision"},
 };
 
-// What OpenConnection says without a handler, by provider. They are meant to differ, misspelling
+// The line of OpenConnection without a handler, by provider. Deliberate: they differ, misspelling
 // included.
 constexpr const char* kNoHandlerLines[kNumProviders] = {
     "no call back function for velaubs!!!",
@@ -41,6 +42,27 @@ constexpr const char* kNoHandlerLines[kNumProviders] = {
 
 constexpr std::size_t kSerialTextSize = 100;
 constexpr std::size_t kVisionSerialSize = 16;
+
+// Calls `visit` with the driver pointer of a provider. False when the index names no provider.
+template <class Visit>
+bool withPointer(int provider, Visit visit) {
+  switch (provider) {
+    case kUsb:
+      visit(m_pvelausb);
+      return true;
+    case kIi:
+      visit(m_pvelaii);
+      return true;
+    case kInk:
+      visit(m_pvelaink);
+      return true;
+    case kVision:
+      visit(m_pvelavision);
+      return true;
+    default:
+      return false;
+  }
+}
 
 char* serialNumberOf(velavision& driver) {
   auto* const bytes = static_cast<char*>(std::malloc(kVisionSerialSize));
@@ -68,21 +90,11 @@ char* serialNumberOf(Driver& driver) {
 // the failure when there is no driver.
 template <class Failure, class Operation>
 Failure gIIVela::withDriver(Failure failure, Operation operation) {
-  const auto on = [&](auto* driver) -> Failure {
-    return driver != nullptr ? static_cast<Failure>(operation(*driver)) : failure;
-  };
-  switch (m_curProvider) {
-    case kUsb:
-      return on(m_pvelausb);
-    case kIi:
-      return on(m_pvelaii);
-    case kInk:
-      return on(m_pvelaink);
-    case kVision:
-      return on(m_pvelavision);
-    default:
-      return failure;
-  }
+  Failure result = failure;
+  withPointer(m_curProvider, [&](auto*& driver) {
+    if (driver != nullptr) result = static_cast<Failure>(operation(*driver));
+  });
+  return result;
 }
 
 gIIVela::gIIVela() : m_numProviders(kNumProviders), m_curProvider(kNone), m_eventHandler(nullptr) {
@@ -125,52 +137,23 @@ char* gIIVela::GetProviderDescription(short index) {
 void gIIVela::SetProviderDescription(char* /*classid*/, char* /*description*/) {}
 
 bool gIIVela::OpenProvider(char* classid) {
+  if (m_numProviders < 1) return false;
   const std::size_t length = std::strlen(classid);
   int index = 0;
-  while (index < m_numProviders && std::strncmp(classid, m_providers[index].classid, length) != 0) {
-    ++index;
+  while (std::strncmp(classid, m_providers[index].classid, length) != 0) {
+    if (++index == m_numProviders) return false;
   }
-  switch (index) {
-    case kUsb:
-      m_pvelausb = new velausb;
-      break;
-    case kIi:
-      m_pvelaii = new velaii;
-      break;
-    case kInk:
-      m_pvelaink = new velainkusb;
-      break;
-    case kVision:
-      m_pvelavision = new velavision;
-      break;
-    default:
-      return false;
-  }
-  m_curProvider = index;
-  return true;
+  const bool created = withPointer(
+      index, [](auto*& driver) { driver = new std::remove_reference_t<decltype(*driver)>; });
+  if (created) m_curProvider = index;
+  return created;
 }
 
 void gIIVela::CloseProvider() {
-  const auto destroy = [](auto*& driver) {
+  withPointer(m_curProvider, [](auto*& driver) {
     delete driver;
     driver = nullptr;
-  };
-  switch (m_curProvider) {
-    case kUsb:
-      destroy(m_pvelausb);
-      break;
-    case kIi:
-      destroy(m_pvelaii);
-      break;
-    case kInk:
-      destroy(m_pvelaink);
-      break;
-    case kVision:
-      destroy(m_pvelavision);
-      break;
-    default:
-      break;
-  }
+  });
   m_curProvider = kNone;
 }
 

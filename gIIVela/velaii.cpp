@@ -3,50 +3,50 @@
 #include <algorithm>
 #include <array>
 #include <cfloat>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "DataRanges.h"
+#include "PenRecordQueue.h"
+#include "WorkerFrame.h"
 
 namespace {
 
 constexpr unsigned short kProductId = 0x1F;
 
-// The input report, 11 bytes; byte 0 and bytes 7 to 10 are not looked at.
-constexpr int kTouch = 1;     // bit 0
-constexpr int kX = 2;         // little-endian, 0 to 32767
-constexpr int kY = 4;         // little-endian, 0 to 32767
-constexpr int kPressure = 6;  // 0 to 127
+struct PenReport {
+  std::uint8_t unused0;
+  std::uint8_t flags;     // bit 0 (kTouchFlag): the pen touches the pad
+  LeS16 x;                // 0 to 32767
+  LeS16 y;                // 0 to 32767
+  std::uint8_t pressure;  // 0 to 127
+  std::array<std::uint8_t, 4> unused7;
+};
+static_assert(sizeof(PenReport) == 11 && sizeof(PenReport) == inputReportSize(kProductId));
 
-// Feature report 10, the pad information; little-endian.
-constexpr unsigned char kPadInfoId = 10;
-constexpr int kPadInfoSize = 55;
-constexpr int kDescWord1 = 1;
-constexpr int kDescWord2 = 3;
-constexpr int kDescWord3 = 5;
-constexpr int kDescWord4 = 7;
-constexpr int kDescByte1 = 9;
-constexpr int kDescWord5 = 10;
-constexpr int kDescWord6 = 12;
-constexpr int kDescByte2 = 14;
-constexpr int kDescValue1 = 15;  // signed 32 bits
-constexpr int kDescValue2 = 19;
-constexpr int kExtX = 23;
-constexpr int kExtXDiv = 25;
-constexpr int kExtY = 27;
-constexpr int kExtYDiv = 29;
-constexpr int kOff1X = 31;
-constexpr int kOff1XDiv = 33;
-constexpr int kOff1Y = 35;
-constexpr int kOff1YDiv = 37;
-constexpr int kOff2X = 39;
-constexpr int kOff2XDiv = 41;
-constexpr int kOff2Y = 43;
-constexpr int kOff2YDiv = 45;
+// The fields are PAD_INFO_REPORT's.
+struct PadInfoReport {
+  std::uint8_t id = 10;
+  Le16 desc1, desc2, desc3, desc4;
+  std::uint8_t descByte1 = 0;
+  Le16 desc5, desc6;
+  std::uint8_t descByte2 = 0;
+  LeS32 descValue1, descValue2;
+  Le16 extX, extXDiv, extY, extYDiv;
+  Le16 off1X, off1XDiv, off1Y, off1YDiv;
+  Le16 off2X, off2XDiv, off2Y, off2YDiv;
+  std::array<std::uint8_t, 8> unused47{};
+};
+static_assert(sizeof(PadInfoReport) == 55);
 
-// Feature report 2, the serial number.
-constexpr unsigned char R_SERIAL = 2;
-constexpr int kSerialSize = 17;
-constexpr int kSerialBytes = 9;  // eight bytes
+constexpr std::uint8_t R_SERIAL = 2;
+
+struct SerialReport {
+  std::uint8_t id = R_SERIAL;
+  std::array<std::uint8_t, 8> unused1{};
+  std::array<std::uint8_t, 8> serial{};
+};
+static_assert(sizeof(SerialReport) == 17);
 
 constexpr _GUID IIROOT_SERIAL{
     0x33C72A14, 0xD348, 0x42C6, {0xA8, 0x79, 0x35, 0xD5, 0x0E, 0xDB, 0xC5, 0x4B}};
@@ -54,7 +54,7 @@ constexpr _GUID IIROOT_SERIAL{
 constexpr int kMaxCoordinate = 32767;
 constexpr int kMaxPressure = 127;
 
-SampleCounter count;
+std::atomic<int> count{1};
 
 double ratio(unsigned short numerator, unsigned short divisor) {
   return static_cast<double>(numerator) /
@@ -62,16 +62,6 @@ double ratio(unsigned short numerator, unsigned short divisor) {
 }
 
 }  // namespace
-
-constinit SharedQueue<IICDataHandler> pDataHandler;
-
-constinit const WorkerLines velaii::kWorkerLines{
-    .stream = &stdout,
-    .signalThread = "create pollsignal failed\n",
-    .readingThread = "create getdata_thread failed\n",
-    .processingThread = "create processdata failed\n",
-    .signalWait = nullptr,
-};
 
 velaii::velaii() : m_pEngine(new CVelaIoEngine(kVelaVendorId, kProductId)) {}
 
@@ -83,24 +73,23 @@ short velaii::GetNumDevices() {
   return static_cast<short>(m_pEngine->GetNumDevices(kVelaVendorId, kProductId));
 }
 
-int velaii::OpenConnection(PenEventHandler handler) {
-  m_pfnCallback = handler;
-  return OpenConnection();
-}
-
 short velaii::OpenConnection() {
   const auto opened = static_cast<short>(m_pEngine->OpenDevice(kVelaVendorId, kProductId));
   if (opened <= 0) {
     puts("velaii:opendevice failed");
     return opened;
   }
-  WorkerFrame::prepare(*this, sigprocmask);
-  WorkerFrame::startWorkers<&velaii::usrDataHandler>(*this);
+  WorkerFrame::blockWakeSignal(*this, sigprocmask);
+  m_pEngine->GetDataReportSize(&m_wReportSize);
+  WorkerFrame::createQueue(*this, pDataHandler, m_pfnCallback);
+  WorkerFrame::startSignalThread<false>(*this, "create pollsignal failed\n");
+  WorkerFrame::startReadingThread<&velaii::usrDataHandler>(*this, "create getdata_thread failed\n");
+  WorkerFrame::startProcessingThread<pDataHandler>(*this, "create processdata failed\n");
   return 1;
 }
 
 int velaii::CloseConnection() {
-  return WorkerFrame::close(*this, [] {});
+  return WorkerFrame::close(*this, pDataHandler, [] {});
 }
 
 bool velaii::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* minZ, int* maxZ) {
@@ -110,32 +99,34 @@ bool velaii::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* minZ
 
 bool velaii::GetPadInfo(PAD_INFO_REPORT* info) {
   if (info == nullptr) return false;
-  std::array<unsigned char, kPadInfoSize> report{kPadInfoId};
-  // Against zero only, on purpose: -1 counts as success.
-  if (m_pEngine->GetFeature(kPadInfoSize, report.data()) == 0) return false;
-  const unsigned char* const bytes = report.data();
-  info->wDesc1 = le16(bytes + kDescWord1);
-  info->wDesc2 = le16(bytes + kDescWord2);
-  info->wDesc3 = le16(bytes + kDescWord3);
-  info->wDesc4 = le16(bytes + kDescWord4);
-  info->bDesc1 = bytes[kDescByte1];
-  info->wDesc5 = le16(bytes + kDescWord5);
-  info->wDesc6 = le16(bytes + kDescWord6);
-  info->bDesc2 = bytes[kDescByte2];
-  info->lDesc1 = signedLe32(bytes + kDescValue1);
-  info->lDesc2 = signedLe32(bytes + kDescValue2);
-  info->wExtX = le16(bytes + kExtX);
-  info->wExtXDiv = le16(bytes + kExtXDiv);
-  info->wExtY = le16(bytes + kExtY);
-  info->wExtYDiv = le16(bytes + kExtYDiv);
-  info->wOff1X = le16(bytes + kOff1X);
-  info->wOff1XDiv = le16(bytes + kOff1XDiv);
-  info->wOff1Y = le16(bytes + kOff1Y);
-  info->wOff1YDiv = le16(bytes + kOff1YDiv);
-  info->wOff2X = le16(bytes + kOff2X);
-  info->wOff2XDiv = le16(bytes + kOff2XDiv);
-  info->wOff2Y = le16(bytes + kOff2Y);
-  info->wOff2YDiv = le16(bytes + kOff2YDiv);
+  PadInfoReport report;
+  // Deliberate: compared with zero only, so -1 counts as success.
+  if (m_pEngine->GetFeature(sizeof report, &report) == 0) return false;
+  *info = {
+      .bReportId = info->bReportId,
+      .wDesc1 = report.desc1,
+      .wDesc2 = report.desc2,
+      .wDesc3 = report.desc3,
+      .wDesc4 = report.desc4,
+      .bDesc1 = report.descByte1,
+      .wDesc5 = report.desc5,
+      .wDesc6 = report.desc6,
+      .bDesc2 = report.descByte2,
+      .lDesc1 = report.descValue1,
+      .lDesc2 = report.descValue2,
+      .wExtX = report.extX,
+      .wExtXDiv = report.extXDiv,
+      .wExtY = report.extY,
+      .wExtYDiv = report.extYDiv,
+      .wOff1X = report.off1X,
+      .wOff1XDiv = report.off1XDiv,
+      .wOff1Y = report.off1Y,
+      .wOff1YDiv = report.off1YDiv,
+      .wOff2X = report.off2X,
+      .wOff2XDiv = report.off2XDiv,
+      .wOff2Y = report.off2Y,
+      .wOff2YDiv = report.off2YDiv,
+  };
   return true;
 }
 
@@ -160,32 +151,42 @@ double velaii::GetPhysicalY() {
 
 bool velaii::GetSerialNumber(_GUID* serial) {
   if (serial == nullptr) return false;
-  std::array<unsigned char, kSerialSize> report{R_SERIAL};
-  if (m_pEngine->GetFeature(kSerialSize, report.data()) == 0) {
+  SerialReport report;
+  if (m_pEngine->GetFeature(sizeof report, &report) == 0) {
     printf("GetFeature for R_SERIAL failed (%d)\n", R_SERIAL);
     return false;
   }
   *serial = IIROOT_SERIAL;
-  std::reverse_copy(report.begin() + kSerialBytes, report.end(), serial->Data4);
+  std::reverse_copy(report.serial.begin(), report.serial.end(), serial->Data4);
   return true;
 }
 
-bool velaii::ClearInking() {
-  return true;
+bool velaii::GetRunningState() {
+  return WorkerFrame::running(*this);
+}
+
+void velaii::SetRunningFalse() {
+  WorkerFrame::stopRunning(*this);
+}
+
+void velaii::procdata_routine() {
+  SharedQueue::process(pDataHandler);
 }
 
 void velaii::usrDataHandler() {
-  WorkerFrame::readCompleteReports(*this, [this](const unsigned char* report) {
-    const bool touch = (report[kTouch] & kTouchFlag) != 0;
-    const std::uint8_t sequence = count.next();  // also for a report that is then dropped
-    if (WorkerFrame::dropsFirstReport(*this, touch)) return;
-    WorkerFrame::queueSample<velaii>({
+  PenReport report{};
+  while (WorkerFrame::readReport(*this, report)) {
+    const bool touch = (report.flags & kTouchFlag) != 0;
+    const std::uint8_t sequence = nextNumber(count);  // also for a report that is then dropped
+    if (std::exchange(m_bFirstReport, false) && !touch) continue;
+    const PEN_DATA sample{
         .bReserved = 0,
         .bFlags = touch,
-        .wX = signedLe16(report + kX),
-        .wY = signedLe16(report + kY),
-        .bPressure = report[kPressure],
+        .wX = report.x,
+        .wY = report.y,
+        .bPressure = report.pressure,
         .bSequence = sequence,
-    });
-  });
+    };
+    SharedQueue::append(pDataHandler, sample);
+  }
 }

@@ -3,55 +3,75 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <memory>
 #include <span>
-#include <vector>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "DataRanges.h"
+#include "PenRecordQueue.h"
+#include "WorkerFrame.h"
 
 namespace {
 
 constexpr unsigned short kProductId = 0x30;
 
-// The input report, 8 bytes.
-constexpr int kReportId = 0;
-constexpr int kTouch = 1;     // bit 0
-constexpr int kX = 2;         // little-endian, 0 to 32767
-constexpr int kY = 4;         // little-endian, 0 to 32767
-constexpr int kPressure = 6;  // 0 to 255
-constexpr int kSequence = 7;  // the pad's own number of the sample
+struct PenReport {
+  std::uint8_t id;
+  std::uint8_t flags;  // bit 0 (kTouchFlag): the pen touches the pad
+  LeS16 x;             // 0 to 32767
+  LeS16 y;             // 0 to 32767
+  std::uint8_t pressure;
+  std::uint8_t sequence;  // the pad's own number of the sample
+};
+static_assert(sizeof(PenReport) == 8 && sizeof(PenReport) == inputReportSize(kProductId));
 
-// Feature report 3, the option block.
-constexpr unsigned char kOptionsId = 3;
-constexpr int kOptionsSize = 17;
+struct OptionsReport {
+  std::uint8_t id = 3;
+  tagOPTIONS options{};
+};
+static_assert(sizeof(OptionsReport) == 17);
 
-// Feature report 6, the serial number.
-constexpr unsigned char kSerialId = 6;
-constexpr int kSerialSize = 9;
-constexpr int kSerialBytes = 1;  // eight bytes
+// An LCD_RECT in the option block.
+struct InkingRegion {
+  Le16 left;
+  std::uint8_t top;
+  Le16 right;
+  std::uint8_t bottom;
+};
+static_assert(sizeof(InkingRegion) == sizeof(tagOPTIONS::bInkingRegion));
 
-// Feature report 7, a band of a picture.
-constexpr unsigned char kBandId = 7;
-constexpr int kBandSize = 2408;
-constexpr int kBandScreen = 1;
-constexpr int kBandFirstRow = 3;
-constexpr int kBandPicture = 8;
-constexpr int kBandRows = 60;
-constexpr int kBandPictureSize = 2400;
+struct SerialReport {
+  std::uint8_t id = 6;
+  std::array<std::uint8_t, 8> serial{};
+};
+static_assert(sizeof(SerialReport) == 9);
+
+// A quarter of a picture.
+struct BandReport {
+  std::uint8_t id = 7;
+  std::uint8_t screen = 0;
+  std::uint8_t unused2 = 0;
+  std::uint8_t firstRow = 0;
+  std::array<std::uint8_t, 4> unused4{};
+  std::array<std::uint8_t, 2400> picture{};
+};
+static_assert(sizeof(BandReport) == 2408);
+
 constexpr int kBands = 4;
+constexpr int kBandRows = 60;
 
-// Feature report 9, clear.
-constexpr unsigned char kClearId = 9;
-constexpr int kClearSize = 3;
-constexpr int kClearValue = 1;  // little-endian
+struct ClearReport {
+  std::uint8_t id = 9;
+  Le16 value;
+};
+static_assert(sizeof(ClearReport) == 3);
 
 constexpr _GUID ROOT_SERIAL{
     0x99F6F7C5, 0x1557, 0x4D19, {0x91, 0xC7, 0x96, 0xA7, 0x1F, 0xCF, 0x43, 0x3D}};
 
 constexpr int kMaxCoordinate = 32767;
 constexpr int kMaxPressure = 255;
-constexpr double kWidthInches = 3.11;
-constexpr double kHeightInches = 2.28;
 
 constexpr int kLayers = 3;
 
@@ -95,17 +115,14 @@ std::uint8_t withBits(std::uint8_t byte, int mask, int bits) {
   return static_cast<std::uint8_t>((byte & ~mask) | (bits & mask));
 }
 
+// Puts a value into a field of the option block.
+template <class Wire, std::size_t size>
+void put(std::uint8_t (&field)[size], const Wire& value) {
+  static_assert(sizeof(Wire) == size);
+  std::copy_n(reinterpret_cast<const std::uint8_t*>(&value), size, field);
+}
+
 }  // namespace
-
-constinit SharedQueue<InkCDataHandler> pInkDataHandler;
-
-constinit const WorkerLines velainkusb::kWorkerLines{
-    .stream = &stdout,
-    .signalThread = "create pollsignal failed\n",
-    .readingThread = "create getdata_thread failed\n",
-    .processingThread = "create processdata failed\n",
-    .signalWait = "sigwait failed, result %d\n",
-};
 
 velainkusb::velainkusb() : m_pEngine(new CVelaIoEngine(kVelaVendorId, kProductId)) {}
 
@@ -117,15 +134,11 @@ int velainkusb::GetNumDevices() {
   return static_cast<short>(m_pEngine->GetNumDevices(kVelaVendorId, kProductId));
 }
 
-int velainkusb::OpenConnection(PenEventHandler handler) {
-  m_pfnCallback = handler;
-  return OpenConnection();
-}
-
 int velainkusb::OpenConnection() {
   m_nOpenStatus = m_pEngine->OpenDevice(kVelaVendorId, kProductId);
   if (m_nOpenStatus <= 0) return 0;
-  WorkerFrame::prepare(*this, sigprocmask);
+  WorkerFrame::blockWakeSignal(*this, sigprocmask);
+  m_pEngine->GetDataReportSize(&m_wReportSize);
   DefaultBitmap& startUp = defaultBitmapArray()[2];
   DrawBitmap(startUp.picture);
   SetInkingRegion(&startUp.region);
@@ -133,12 +146,18 @@ int velainkusb::OpenConnection() {
   SetBackLightOpt(1, 1, 500);
   for (int layer = 0; layer < kLayers; ++layer) SetLayerState(layer, 1);
   GetOptions(&m_options);
-  WorkerFrame::startWorkers<&velainkusb::usrDataHandler>(*this);
+  WorkerFrame::createQueue(*this, pInkDataHandler, m_pfnCallback);
+  WorkerFrame::startSignalThread<true>(*this, "create pollsignal failed\n");
+  WorkerFrame::startReadingThread<&velainkusb::usrDataHandler>(*this,
+                                                               "create getdata_thread failed\n");
+  WorkerFrame::startProcessingThread<pInkDataHandler>(*this, "create processdata failed\n");
   return 1;
 }
 
 int velainkusb::CloseConnection() {
-  return WorkerFrame::close(*this, [this] { ResetVelaInkDevice(); });
+  return WorkerFrame::close(*this, pInkDataHandler, [this] {
+    if (m_nOpenStatus > 0) ResetVelaInkDevice();
+  });
 }
 
 int velainkusb::ResetVelaInkDevice() {
@@ -158,79 +177,70 @@ int velainkusb::ResetVelaInkDevice() {
 
 int velainkusb::DrawBitmap(LCD_SCREEN* picture) {
   if (picture == nullptr) return 0;
-  std::vector<unsigned char> report(kBandSize);
-  report[0] = kBandId;
-  report[kBandScreen] = picture->bScreen;
+  const auto report = std::make_unique<BandReport>();
+  report->screen = picture->bScreen;
+  const std::uint8_t* rows = picture->bPicture;
   int result = 0;
   for (int band = 0; band < kBands; ++band) {
-    report[kBandFirstRow] = static_cast<unsigned char>(band * kBandRows);
-    std::copy_n(picture->bPicture + band * kBandPictureSize, kBandPictureSize,
-                report.begin() + kBandPicture);
-    result = m_pEngine->SetFeature(kBandSize, report.data());
+    report->firstRow = static_cast<std::uint8_t>(band * kBandRows);
+    std::copy_n(rows, report->picture.size(), report->picture.begin());
+    rows += report->picture.size();
+    result = m_pEngine->SetFeature(sizeof *report, report.get());
   }
   return result;
 }
 
-int velainkusb::SetInkingRegion(LCD_RECT* region) {
-  if (region == nullptr) return 0;
-  return editOptions([&](tagOPTIONS& options) {
-    putLe16(options.bInkingRegion, region->wLeft);
-    options.bInkingRegion[2] = region->bTop;
-    putLe16(options.bInkingRegion + 3, region->wRight);
-    options.bInkingRegion[5] = region->bBottom;
-  });
-}
-
 int velainkusb::GetOptions(tagOPTIONS* options) {
   if (options == nullptr) return 0;
-  std::array<unsigned char, kOptionsSize> report{kOptionsId};
-  if (m_pEngine->GetFeature(kOptionsSize, report.data()) == 0) return 0;
-  std::copy(report.begin() + 1, report.end(), reinterpret_cast<unsigned char*>(options));
+  OptionsReport report;
+  if (m_pEngine->GetFeature(sizeof report, &report) == 0) return 0;
+  *options = report.options;
   return 1;
 }
 
 int velainkusb::SetOptions(tagOPTIONS* options) {
   if (options == nullptr) return 0;
-  std::array<unsigned char, kOptionsSize> report{kOptionsId};
-  std::copy_n(reinterpret_cast<const unsigned char*>(options), sizeof(tagOPTIONS),
-              report.begin() + 1);
-  return m_pEngine->SetFeature(kOptionsSize, report.data()) != 0;
+  OptionsReport report{.options = *options};
+  return m_pEngine->SetFeature(sizeof report, &report) != 0;
 }
 
-// Reads the option block, edits it and sends it back whole.
+// Reads the option block, edits it and sends it back whole. When it cannot be read, the cached one
+// is edited and sent instead, if there is one.
 template <class Edit>
-int velainkusb::editOptions(Edit edit) {
-  tagOPTIONS options{};
-  if (GetOptions(&options) == 0) return 0;
-  edit(options);
-  return SetOptions(&options);
-}
-
-// The same; when the block cannot be read, the cached one is edited and sent instead.
-template <class Edit>
-int velainkusb::editOptionsOrCached(Edit edit) {
+int velainkusb::editOptions(tagOPTIONS* cached, Edit edit) {
   tagOPTIONS read{};
-  tagOPTIONS& options = GetOptions(&read) != 0 ? read : m_options;
-  edit(options);
-  return SetOptions(&options);
+  tagOPTIONS* const options = GetOptions(&read) != 0 ? &read : cached;
+  if (options == nullptr) return 0;
+  edit(*options);
+  return SetOptions(options);
+}
+
+int velainkusb::SetInkingRegion(LCD_RECT* region) {
+  if (region == nullptr) return 0;
+  return editOptions(nullptr, [&](tagOPTIONS& options) {
+    put(options.bInkingRegion, InkingRegion{.left = region->wLeft,
+                                            .top = region->bTop,
+                                            .right = region->wRight,
+                                            .bottom = region->bBottom});
+  });
 }
 
 int velainkusb::SetBackLightOpt(int mode, int on, int value) {
-  return editOptionsOrCached([&](tagOPTIONS& options) {
+  return editOptions(&m_options, [&](tagOPTIONS& options) {
     options.bBackLight = withBits(options.bBackLight, 0x07, (on & 1) << 2 | (mode & 3));
-    putLe16(options.bBackLightValue, static_cast<std::uint16_t>(value));
+    put(options.bBackLightValue, Le16(static_cast<std::uint16_t>(value)));
   });
 }
 
 int velainkusb::SetInkTraceOpt(int mode, int value) {
-  return editOptionsOrCached([&](tagOPTIONS& options) {
+  return editOptions(&m_options, [&](tagOPTIONS& options) {
     options.bInkTrace = withBits(options.bInkTrace, 0x03, mode);
-    putLe16(options.bInkTraceValue, static_cast<std::uint16_t>(value));
+    put(options.bInkTraceValue, Le16(static_cast<std::uint16_t>(value)));
   });
 }
 
 int velainkusb::SetLayerState(int layer, int state) {
-  return editOptions([&](tagOPTIONS& options) {
+  return editOptions(nullptr, [&](tagOPTIONS& options) {
     if (layer < 0 || layer >= kLayers) return;
     const int shift = 2 + 2 * layer;
     options.bLayerStates = withBits(options.bLayerStates, 0x03 << shift, (state & 3) << shift);
@@ -238,10 +248,10 @@ int velainkusb::SetLayerState(int layer, int state) {
 }
 
 int velainkusb::ClearScrn(int a, int b) {
-  // Which layer is meant does not reach the pad; only zero or not does.
-  std::array<unsigned char, kClearSize> report{kClearId};
-  putLe16(report.data() + kClearValue, ((a | b) & 0xFFFF) != 0 ? 1 : 0);
-  return m_pEngine->SetFeature(kClearSize, report.data()) != 0;
+  // Deliberate: the layer does not reach the pad, only whether it is zero.
+  ClearReport report;
+  report.value = ((a | b) & 0xFFFF) != 0 ? 1 : 0;
+  return m_pEngine->SetFeature(sizeof report, &report) != 0;
 }
 
 bool velainkusb::ClearInking() {
@@ -249,20 +259,12 @@ bool velainkusb::ClearInking() {
   return true;
 }
 
-double velainkusb::GetPhysicalX() {
-  return kWidthInches;
-}
-
-double velainkusb::GetPhysicalY() {
-  return kHeightInches;
-}
-
 bool velainkusb::GetSerialNumber(_GUID* serial) {
   if (serial == nullptr) return false;
-  std::array<unsigned char, kSerialSize> report{kSerialId};
-  if (m_pEngine->GetFeature(kSerialSize, report.data()) == 0) return false;
+  SerialReport report;
+  if (m_pEngine->GetFeature(sizeof report, &report) == 0) return false;
   *serial = ROOT_SERIAL;
-  std::reverse_copy(report.begin() + kSerialBytes, report.end(), serial->Data4);
+  std::reverse_copy(report.serial.begin(), report.serial.end(), serial->Data4);
   return true;
 }
 
@@ -271,17 +273,31 @@ bool velainkusb::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* 
                          maxY, minZ, maxZ);
 }
 
+bool velainkusb::GetRunningState() {
+  return WorkerFrame::running(*this);
+}
+
+void velainkusb::SetRunningFalse() {
+  WorkerFrame::stopRunning(*this);
+}
+
+void velainkusb::procdata_routine() {
+  SharedQueue::process(pInkDataHandler);
+}
+
 void velainkusb::usrDataHandler() {
-  WorkerFrame::readCompleteReports(*this, [this](const unsigned char* report) {
-    const bool touch = (report[kTouch] & kTouchFlag) != 0;
-    if (WorkerFrame::dropsFirstReport(*this, touch)) return;
-    WorkerFrame::queueSample<velainkusb>({
-        .bReserved = report[kReportId],
+  PenReport report{};
+  while (WorkerFrame::readReport(*this, report)) {
+    const bool touch = (report.flags & kTouchFlag) != 0;
+    if (std::exchange(m_bFirstReport, false) && !touch) continue;
+    const PEN_DATA sample{
+        .bReserved = report.id,
         .bFlags = touch,
-        .wX = signedLe16(report + kX),
-        .wY = signedLe16(report + kY),
-        .bPressure = report[kPressure],
-        .bSequence = report[kSequence],
-    });
-  });
+        .wX = report.x,
+        .wY = report.y,
+        .bPressure = report.pressure,
+        .bSequence = report.sequence,
+    };
+    SharedQueue::append(pInkDataHandler, sample);
+  }
 }

@@ -1,21 +1,26 @@
 #include "velausb.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "DataRanges.h"
+#include "PenRecordQueue.h"
+#include "WorkerFrame.h"
 
 namespace {
 
 constexpr unsigned short kProductId = 0x12;
 
-// The input report, 6 bytes without a report id.
-constexpr int kPenState = 0;  // kPenDown, or anything else for a pen that does not touch
-constexpr int kRawX = 1;      // signed, little-endian
-constexpr int kRawY = 3;      // signed, little-endian
-constexpr int kPressure = 5;  // 0 to 127
+struct PenReport {
+  std::uint8_t penState;  // kPenDown, or anything else for a pen that does not touch
+  LeS16 rawX;
+  LeS16 rawY;
+  std::uint8_t pressure;  // 0 to 127
+};
+static_assert(sizeof(PenReport) == 6 && sizeof(PenReport) == inputReportSize(kProductId));
 
-constexpr unsigned char kPenDown = 0x20;
+constexpr std::uint8_t kPenDown = 0x20;
 
 // The raw coordinates of the surface's edges, mapped onto 0 to kMaxCoordinate.
 struct RawRange {
@@ -27,10 +32,8 @@ constexpr RawRange kRawRangeY{45, 545};
 
 constexpr int kMaxCoordinate = 32767;
 constexpr int kMaxPressure = 127;
-constexpr double kWidthInches = 3.685;
-constexpr double kHeightInches = 2.23;
 
-SampleCounter count;
+std::atomic<int> count{1};
 
 std::int16_t rescaled(int raw, RawRange range) {
   const int scaled = (raw * kMaxCoordinate - range.low * kMaxCoordinate) / (range.high - range.low);
@@ -38,16 +41,6 @@ std::int16_t rescaled(int raw, RawRange range) {
 }
 
 }  // namespace
-
-constinit SharedQueue<CDataHandler> pUSBDataHandler;
-
-constinit const WorkerLines velausb::kWorkerLines{
-    .stream = &stdout,
-    .signalThread = "create pollsignal failed\n",
-    .readingThread = "create userData failed\n",
-    .processingThread = "create processdata failed\n",
-    .signalWait = "sigwait failed, result %d\n",
-};
 
 velausb::velausb() : m_pEngine(new CVelaIoEngine(kVelaVendorId, kProductId)) {}
 
@@ -59,21 +52,20 @@ short velausb::GetNumDevices() {
   return static_cast<short>(m_pEngine->GetNumDevices(kVelaVendorId, kProductId));
 }
 
-int velausb::OpenConnection(PenEventHandler handler) {
-  m_pfnCallback = handler;
-  return OpenConnection();
-}
-
 short velausb::OpenConnection() {
   const int opened = m_pEngine->OpenDevice(kVelaVendorId, kProductId);
   if (opened <= 0) return static_cast<short>(opened);
-  WorkerFrame::prepare(*this, sigprocmask);
-  WorkerFrame::startWorkers<&velausb::usrDataHandler>(*this);
+  WorkerFrame::blockWakeSignal(*this, sigprocmask);
+  m_pEngine->GetDataReportSize(&m_wReportSize);
+  WorkerFrame::createQueue(*this, pUSBDataHandler, m_pfnCallback);
+  WorkerFrame::startSignalThread<true>(*this, "create pollsignal failed\n");
+  WorkerFrame::startReadingThread<&velausb::usrDataHandler>(*this, "create userData failed\n");
+  WorkerFrame::startProcessingThread<pUSBDataHandler>(*this, "create processdata failed\n");
   return static_cast<short>(opened);
 }
 
 int velausb::CloseConnection() {
-  return WorkerFrame::close(*this, [] {});
+  return WorkerFrame::close(*this, pUSBDataHandler, [] {});
 }
 
 bool velausb::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* minZ, int* maxZ) {
@@ -81,34 +73,32 @@ bool velausb::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* min
                          maxY, minZ, maxZ);
 }
 
-double velausb::GetPhysicalX() {
-  return kWidthInches;
+bool velausb::GetRunningState() {
+  return WorkerFrame::running(*this);
 }
 
-double velausb::GetPhysicalY() {
-  return kHeightInches;
+void velausb::SetRunningFalse() {
+  WorkerFrame::stopRunning(*this);
 }
 
-bool velausb::GetSerialNumber(_GUID* /*serial*/) {
-  return false;
-}
-
-bool velausb::ClearInking() {
-  return true;
+void velausb::procdata_routine() {
+  SharedQueue::process(pUSBDataHandler);
 }
 
 void velausb::usrDataHandler() {
-  WorkerFrame::readCompleteReports(*this, [this](const unsigned char* report) {
-    const bool touch = report[kPenState] == kPenDown;
-    const std::uint8_t sequence = count.next();  // also for a report that is then dropped
-    if (WorkerFrame::dropsFirstReport(*this, touch)) return;
-    WorkerFrame::queueSample<velausb>({
+  PenReport report{};
+  while (WorkerFrame::readReport(*this, report)) {
+    const bool touch = report.penState == kPenDown;
+    const std::uint8_t sequence = nextNumber(count);  // also for a report that is then dropped
+    if (std::exchange(m_bFirstReport, false) && !touch) continue;
+    const PEN_DATA sample{
         .bReserved = 0,
         .bFlags = touch,
-        .wX = rescaled(signedLe16(report + kRawX), kRawRangeX),
-        .wY = rescaled(signedLe16(report + kRawY), kRawRangeY),
-        .bPressure = report[kPressure],
+        .wX = rescaled(report.rawX, kRawRangeX),
+        .wY = rescaled(report.rawY, kRawRangeY),
+        .bPressure = report.pressure,
         .bSequence = sequence,
-    });
-  });
+    };
+    SharedQueue::append(pUSBDataHandler, sample);
+  }
 }

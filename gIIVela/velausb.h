@@ -1,68 +1,79 @@
-// The driver of the USB pad (product id 0x12): a pen pad without a display.
+/// \file
+/// The driver of the USB pad (product id 0x12): a pen pad without a display.
 #ifndef GIIVELA_VELAUSB_H
 #define GIIVELA_VELAUSB_H
 
+#include <pthread.h>
+#include <signal.h>
+
 #include "Export.h"
 #include "Guid.h"
-#include "PenRecordQueue.h"
-#include "SharedQueue.h"
-#include "WorkerFrame.h"
+#include "PenEventHandler.h"
 
-extern GIIVELA_API SharedQueue<CDataHandler> pUSBDataHandler;
+class CVelaIoEngine;
+struct ThreadArg;
 
-// A driver object is connected once: open, close, delete. All operations belong to the client's
-// thread but those said to run on a worker thread.
+/// The driver of the USB pad, and the contract of all four drivers: the headers of the others give
+/// what is different there.
+///
+/// A driver object is connected once: open, close, delete. All operations belong to the client's
+/// thread, except those said to run on another one. One driver object of each kind is meant to be
+/// open at a time. Failures are return values; only an allocation can throw.
 class GIIVELA_API velausb {
  public:
   velausb();
-  // Does not close the connection: that comes first.
+  /// Does not close the connection; close it first.
   virtual ~velausb();
   velausb(const velausb&) = delete;
   velausb& operator=(const velausb&) = delete;
 
-  // The number of attached USB pads, cut to 16 bits.
+  /// The number of attached pads of the kind, cut to 16 bits.
   short GetNumDevices();
 
-  // Opens the pad and starts delivering its samples to `handler`, on the processing thread; null
-  // drops them. Returns 1, or -1 when the pad cannot be opened, and then nothing has been started.
-  // A worker thread that does not start is told in a line on standard output only. SIGUSR1 stays
-  // blocked in the calling thread.
-  int OpenConnection(PenEventHandler handler);
-  // The same with the handler given before.
+  /// Opens the pad and starts delivering its samples to `handler`, on the processing thread; with a
+  /// null handler they are dropped. Returns 1, or -1 when the pad cannot be opened; then nothing
+  /// has been started, and the object may be opened again. A worker thread that does not start is
+  /// only reported, by a line on standard output. SIGUSR1 stays blocked in the calling thread.
+  int OpenConnection(PenEventHandler handler) {
+    m_pfnCallback = handler;
+    return OpenConnection();
+  }
+  /// The same with the handler given before.
   short OpenConnection();
 
-  // Ends the delivery and closes the pad. Returns 0, once the pad has been quiet for a second or at
-  // once when it is unplugged. Safe after an open that failed.
+  /// Ends the delivery and closes the pad. Returns 0 once the pad has been quiet for a second, or
+  /// at once when it is unplugged; the handler is not called any more then. Safe after an open that
+  /// failed.
   int CloseConnection();
 
-  // Writes the ranges of x and y, 0 to 32767, and of the pressure, 0 to 127. False, with nothing
-  // written, when a pointer is null. The pad is not asked.
+  /// Writes the ranges of x and y, 0 to 32767, and of the pressure, 0 to 127. False, with nothing
+  /// written, when a pointer is null. Constants: no request is sent.
   bool GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* minZ, int* maxZ);
 
-  // The size of the writing surface in inches: 3.685 and 2.23. The pad is not asked.
-  double GetPhysicalX();
-  double GetPhysicalY();
+  /// The width of the writing surface in inches. A constant.
+  double GetPhysicalX() { return 3.685; }
+  /// The height, likewise.
+  double GetPhysicalY() { return 2.23; }
 
-  // False: this pad has no readable serial number. Nothing is written.
-  bool GetSerialNumber(_GUID* serial);
+  /// False: this pad has no readable serial number. Nothing is written.
+  bool GetSerialNumber(_GUID* /*serial*/) { return false; }
 
-  // True, and does nothing: this pad shows no ink.
-  bool ClearInking();
+  /// True, and does nothing: this pad shows no ink.
+  bool ClearInking() { return true; }
 
-  // Whether the reading thread is to go on, and the request that it does not. Any thread.
-  bool GetRunningState() { return WorkerFrame::running(*this); }
-  void SetRunningFalse() { WorkerFrame::stopRunning(*this); }
+  /// Whether the reading thread goes on after a read that failed. Any thread.
+  bool GetRunningState();
+  /// Lets the reading thread end with the next read that fails. Any thread.
+  void SetRunningFalse();
 
-  // Runs the kind's queue on the calling thread, which it ends; returns when there is no queue.
-  void procdata_routine() { WorkerFrame::processQueue<velausb>(); }
+  /// Runs the processing loop of the kind's queue, which ends the calling thread. Returns when
+  /// there is no queue.
+  void procdata_routine();
 
  private:
   friend struct WorkerFrame;
-  static SharedQueue<CDataHandler>& Queue() { return pUSBDataHandler; }
-  static const WorkerLines kWorkerLines;
 
-  void pollsignal_routine() { WorkerFrame::waitForWakeSignal(*this); }
-  void usrDataHandler();
+  GIIVELA_LOCAL void usrDataHandler();
 
   int m_nOpenStatus = 0;
   sigset_t m_sigset{};               // SIGUSR1 only

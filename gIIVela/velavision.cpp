@@ -7,86 +7,85 @@
 
 #include "ByteOrder.h"
 #include "DataRanges.h"
+#include "VisionRecordQueue.h"
+#include "WorkerFrame.h"
 
 namespace {
 
 constexpr unsigned short kProductId = 0x38;
 
-// The input report; big-endian. What follows the time stamp is not looked at.
-constexpr int kInputId = 0;    // kPenId for pen data
-constexpr int kInputKind = 1;  // kPenKind for pen data
-constexpr int kX = 2;
-constexpr int kY = 4;
-constexpr int kPressure = 6;
-constexpr int kTimeStamp = 8;  // 32 bits, the pad's own clock
-constexpr int kMinInputSize = 12;
+struct PenReport {
+  std::uint8_t id;    // kPenId for pen data
+  std::uint8_t kind;  // kPenKind for pen data
+  Be16 x;
+  Be16 y;
+  Be16 pressure;
+  Be32 timeStamp;  // the pad's own clock
+  std::array<std::uint8_t, 5> unused12;
+};
+static_assert(sizeof(PenReport) == 17 && sizeof(PenReport) == inputReportSize(kProductId));
 
-constexpr unsigned char kPenId = 1;
-constexpr unsigned char kPenKind = 0x80;
+constexpr int kMinPenReportSize = 12;
+constexpr std::uint8_t kPenId = 1;
+constexpr std::uint8_t kPenKind = 0x80;
 
-// Feature report 2, the serial number.
-constexpr unsigned char kSerialId = 2;
-constexpr int kSerialSize = 34;
-constexpr int kSerialBytes = 1;
-constexpr int kSerialLength = 16;
+struct SerialReport {
+  std::uint8_t id = 2;
+  std::array<char, 16> serial{};
+  std::array<std::uint8_t, 17> unused17{};
+};
+static_assert(sizeof(SerialReport) == 34);
 
-// Feature report 3, reset: reading it is all.
-constexpr unsigned char kResetId = 3;
-constexpr int kResetSize = 17;
+// Nothing but an id. Reading report 3 resets the pad; sending report 18 clears the ink.
+struct BareReport {
+  std::uint8_t id;
+  std::array<std::uint8_t, 16> unused1{};
+};
+static_assert(sizeof(BareReport) == 17);
 
-// Feature report 4, the mode.
-constexpr unsigned char kModeId = 4;
-constexpr int kModeSize = 17;
-constexpr int kMode = 1;
+constexpr std::uint8_t kResetId = 3;
+constexpr std::uint8_t kClearId = 18;
 
-constexpr unsigned char kPenMode = 1;
-constexpr unsigned char kClosedMode = 4;
+struct ModeReport {
+  std::uint8_t id = 4;
+  std::uint8_t mode = 0;
+  std::array<std::uint8_t, 15> unused2{};
+};
+static_assert(sizeof(ModeReport) == 17);
 
-// Feature report 12, the pad information; big-endian.
-constexpr unsigned char kPadInfoId = 12;
-constexpr int kPadInfoSize = 65;
-constexpr int kMaxX = 1;
-constexpr int kMaxY = 3;
-constexpr int kMaxZ = 5;
-constexpr int kMinX = 7;
-constexpr int kMinY = 9;
-constexpr int kMinZ = 11;
-constexpr int kRatio = 13;         // 32 bits
-constexpr int kRatioDivisor = 17;  // 32 bits
-constexpr int kPhysicalX = 21;
-constexpr int kPhysicalXDivisor = 23;
-constexpr int kPhysicalY = 25;
-constexpr int kPhysicalYDivisor = 27;
+constexpr std::uint8_t kPenMode = 1;
+constexpr std::uint8_t kClosedMode = 4;
 
-// Feature report 17, the ink region; big-endian.
-constexpr unsigned char kInkRegionId = 17;
-constexpr int kInkRegionSize = 34;
-constexpr int kFlags = 1;
-constexpr int kWord1 = 2;
-constexpr int kWord2 = 4;
-constexpr int kWord3 = 6;
-constexpr int kWord4 = 8;
-constexpr int kByte1 = 10;
-constexpr int kByte2 = 11;
-constexpr int kByte3 = 12;
-constexpr int kByte4 = 13;
-constexpr int kByte5 = 14;
-constexpr int kScaled = 15;
+struct PadInfoReport {
+  std::uint8_t id = 12;
+  Be16 maxX, maxY, maxZ;
+  Be16 minX, minY, minZ;
+  Be32 ratio, ratioDivisor;
+  Be16 physicalX, physicalXDivisor;
+  Be16 physicalY, physicalYDivisor;
+  std::array<std::uint8_t, 36> unused29{};
+};
+static_assert(sizeof(PadInfoReport) == 65);
 
-constexpr unsigned char kFlag1 = 0x80;
-constexpr unsigned char kFlag2 = 0x40;
-constexpr unsigned char kFlag3 = 0x10;
+struct InkRegionReport {
+  std::uint8_t id = 17;
+  std::uint8_t flags = 0;  // kFlag1, kFlag2, kFlag3
+  Be16 word1, word2, word3, word4;
+  std::uint8_t byte1 = 0, byte2 = 0, byte3 = 0, byte4 = 0, byte5 = 0;
+  Be16 scaled;  // in hundredths
+  std::array<std::uint8_t, 17> unused17{};
+};
+static_assert(sizeof(InkRegionReport) == 34);
+
+constexpr std::uint8_t kFlag1 = 0x80;
+constexpr std::uint8_t kFlag2 = 0x40;
+constexpr std::uint8_t kFlag3 = 0x10;
 constexpr int kScale = 100;
-
-// Feature report 18, clear; nothing but the id.
-constexpr unsigned char kClearId = 18;
-constexpr int kClearSize = 17;
 
 constexpr int kOpenAttempts = 4;
 constexpr unsigned kOpenPauseMicroseconds = 5000;
 
-// Ids repeat across the groups, and CAPTION and CONTENT share theirs with two fonts: so the pad has
-// them.
+// Deliberate: ids repeat across the groups; CAPTION and CONTENT share theirs with two fonts.
 constexpr std::array<velavision::Resource, 39> kResources{{
     {"SAN_R_13", 0},    {"SAN_B_13", 1},  {"SAN_R_16", 2},       {"SAN_B_16", 3},  {"SAN_R_20", 4},
     {"SAN_B_20", 5},    {"SAN_R_24", 6},  {"SAN_B_24", 7},       {"SAN_R_32", 8},  {"SAN_B_32", 9},
@@ -102,37 +101,30 @@ constexpr std::array<velavision::Resource, 39> kResources{{
 std::atomic<std::uint16_t> prex{0};
 std::atomic<std::uint16_t> prey{0};
 
-VISPEN_DATA decodedPen(const unsigned char* report) {
+VISPEN_DATA decoded(const PenReport& report) {
   VISPEN_DATA pen{
       .bKind = 1,
-      .bTouch = 1,
-      .wX = be16(report + kX),
-      .wY = be16(report + kY),
-      .wPressure = be16(report + kPressure),
-      .dwTimeStamp = be32(report + kTimeStamp),
+      .bTouch = report.x != 0 || report.y != 0 || report.pressure != 0,
+      .wX = report.x,
+      .wY = report.y,
+      .wPressure = report.pressure,
+      .dwTimeStamp = report.timeStamp,
   };
-  if (pen.wX != 0 || pen.wY != 0 || pen.wPressure != 0) {
+  if (pen.bTouch != 0) {
     prex = pen.wX;
     prey = pen.wY;
   } else {
-    pen.bTouch = 0;
     pen.wX = prex;
     pen.wY = prey;
   }
   return pen;
 }
 
+std::uint16_t swapped(int value) {
+  return static_cast<std::uint16_t>((value & 0xFF) << 8 | value >> 8);
+}
+
 }  // namespace
-
-constinit SharedQueue<VisionCDataHandler> pVisionDataHandler;
-
-constinit const WorkerLines velavision::kWorkerLines{
-    .stream = &stderr,
-    .signalThread = "create pollsignal failed\n",
-    .readingThread = "create getdata failed\n",
-    .processingThread = "create processdata failed\n",
-    .signalWait = nullptr,
-};
 
 velavision::velavision()
     : m_pUtil(std::make_unique<velavisionutil>()),
@@ -163,19 +155,22 @@ int velavision::OpenConnection() {
     fputs("Velavision:OpenConnection failed\n", stderr);
     return 0;
   }
-  WorkerFrame::prepare(*this, pthread_sigmask);
+  WorkerFrame::blockWakeSignal(*this, pthread_sigmask);
+  m_pEngine->GetDataReportSize(&m_wReportSize);
   if (!setUpPad()) {
     fputs("Velavision:OpenConnection failed in USB commnication\n", stderr);
     return 0;
   }
-  WorkerFrame::createQueue(*this, m_pfnCallback, m_pfnAuxCallback, m_pEngine);
-  WorkerFrame::startReadingThread<&velavision::usrSignalHandler>(*this);
-  WorkerFrame::startSignalThread(*this);
-  WorkerFrame::startProcessingThread(*this);
+  WorkerFrame::createQueue(*this, pVisionDataHandler, m_pfnCallback, m_pfnAuxCallback, m_pEngine);
+  WorkerFrame::startReadingThread<&velavision::usrSignalHandler>(*this, "create getdata failed\n",
+                                                                 stderr);
+  WorkerFrame::startSignalThread<false>(*this, "create pollsignal failed\n", stderr);
+  WorkerFrame::startProcessingThread<pVisionDataHandler>(*this, "create processdata failed\n",
+                                                         stderr);
   return 1;
 }
 
-// False when the pad is not fit to be used; the smaller failures are told and passed over.
+// False when the pad is not fit to be used; the smaller failures are only reported.
 bool velavision::setUpPad() {
   if (m_wReportSize == 0) {
     fputs("Failed to get Report size!\n", stderr);
@@ -202,105 +197,101 @@ bool velavision::setUpPad() {
 }
 
 int velavision::CloseConnection() {
-  return WorkerFrame::close(*this, [this] { SetMode(kClosedMode); });
+  return WorkerFrame::close(*this, pVisionDataHandler, [this] { SetMode(kClosedMode); });
 }
 
 bool velavision::ResetVelaVisionDevice() {
   if (!isOpen()) return false;
-  std::array<unsigned char, kResetSize> report{kResetId};
-  return m_pEngine->GetFeature(kResetSize, report.data()) >= 0;
+  BareReport report{.id = kResetId};
+  return m_pEngine->GetFeature(sizeof report, &report) >= 0;
 }
 
 int velavision::SetMode(unsigned char mode) {
   if (!isOpen()) return 0;
-  std::array<unsigned char, kModeSize> report{kModeId};
-  report[kMode] = mode;
-  return m_pEngine->SetFeature(kModeSize, report.data());
+  ModeReport report{.mode = mode};
+  return m_pEngine->SetFeature(sizeof report, &report);
 }
 
 int velavision::GetMode(unsigned char* mode) {
   if (!isOpen() || mode == nullptr) return -1;
-  std::array<unsigned char, kModeSize> report{kModeId};
-  const int result = m_pEngine->GetFeature(kModeSize, report.data());
-  if (result >= 0) *mode = report[kMode];
+  ModeReport report;
+  const int result = m_pEngine->GetFeature(sizeof report, &report);
+  if (result >= 0) *mode = report.mode;
   return result;
 }
 
 int velavision::GetInkRegion(InkRegion* region) {
   if (!isOpen() || region == nullptr) return 0;
-  std::array<unsigned char, kInkRegionSize> report{kInkRegionId};
-  const int result = m_pEngine->GetFeature(kInkRegionSize, report.data());
+  InkRegionReport report;
+  const int result = m_pEngine->GetFeature(sizeof report, &report);
   if (result < 0) return result;
-  const unsigned char* const bytes = report.data();
-  const auto flag = [&](unsigned char mask) {
-    return static_cast<std::uint8_t>((bytes[kFlags] & mask) != 0);
-  };
   *region = {
-      .bFlag1 = flag(kFlag1),
-      .bFlag2 = flag(kFlag2),
-      .bFlag3 = flag(kFlag3),
-      .wWord4 = be16(bytes + kWord4),
-      .wWord3 = be16(bytes + kWord3),
-      .wWord2 = be16(bytes + kWord2),
-      .wWord1 = be16(bytes + kWord1),
-      .bByte1 = bytes[kByte1],
-      .bByte2 = bytes[kByte2],
-      .bByte3 = bytes[kByte3],
-      .bByte4 = bytes[kByte4],
-      .wByte5 = bytes[kByte5],
-      // Little-endian, divided and swapped: not what SetInkRegion does backwards, and meant so.
-      .wScaled = swapBytes(static_cast<std::uint16_t>(le16(bytes + kScaled) / kScale)),
+      .bFlag1 = (report.flags & kFlag1) != 0,
+      .bFlag2 = (report.flags & kFlag2) != 0,
+      .bFlag3 = (report.flags & kFlag3) != 0,
+      .wWord4 = report.word4,
+      .wWord3 = report.word3,
+      .wWord2 = report.word2,
+      .wWord1 = report.word1,
+      .bByte1 = report.byte1,
+      .bByte2 = report.byte2,
+      .bByte3 = report.byte3,
+      .bByte4 = report.byte4,
+      .wByte5 = report.byte5,
+      // Deliberate: read as little-endian, divided and swapped, which is not SetInkRegion's
+      // inverse.
+      .wScaled = swapped(swapped(report.scaled) / kScale),
   };
   return 1;
 }
 
 int velavision::SetInkRegion(InkRegion region) {
   if (!isOpen()) return 0;
-  std::array<unsigned char, kInkRegionSize> report{kInkRegionId};
-  unsigned char* const bytes = report.data();
-  bytes[kFlags] = static_cast<unsigned char>((region.bFlag1 != 0 ? kFlag1 : 0) |
-                                             (region.bFlag2 != 0 ? kFlag2 : 0) |
-                                             (region.bFlag3 != 0 ? kFlag3 : 0));
-  putBe16(bytes + kWord1, region.wWord1);
-  putBe16(bytes + kWord2, region.wWord2);
-  putBe16(bytes + kWord3, region.wWord3);
-  putBe16(bytes + kWord4, region.wWord4);
-  bytes[kByte1] = region.bByte1;
-  bytes[kByte2] = region.bByte2;
-  bytes[kByte3] = region.bByte3;
-  bytes[kByte4] = region.bByte4;
-  bytes[kByte5] = static_cast<unsigned char>(region.wByte5 & 0xFF);
-  putBe16(bytes + kScaled, static_cast<std::uint16_t>(region.wScaled * kScale));
-  return m_pEngine->SetFeature(kInkRegionSize, report.data()) >= 0;
+  const int flags = (region.bFlag1 != 0 ? kFlag1 : 0) | (region.bFlag2 != 0 ? kFlag2 : 0) |
+                    (region.bFlag3 != 0 ? kFlag3 : 0);
+  InkRegionReport report{
+      .flags = static_cast<std::uint8_t>(flags),
+      .word1 = region.wWord1,
+      .word2 = region.wWord2,
+      .word3 = region.wWord3,
+      .word4 = region.wWord4,
+      .byte1 = region.bByte1,
+      .byte2 = region.bByte2,
+      .byte3 = region.bByte3,
+      .byte4 = region.bByte4,
+      .byte5 = static_cast<std::uint8_t>(region.wByte5 & 0xFF),
+      .scaled = static_cast<std::uint16_t>(region.wScaled * kScale),
+  };
+  return m_pEngine->SetFeature(sizeof report, &report) >= 0;
 }
 
 int velavision::GetPadInfo(DevicePadInfo* info) {
   if (!isOpen() || info == nullptr) return 0;
-  std::array<unsigned char, kPadInfoSize> report{kPadInfoId};
-  const int result = m_pEngine->GetFeature(kPadInfoSize, report.data());
+  PadInfoReport report;
+  const int result = m_pEngine->GetFeature(sizeof report, &report);
   if (result < 0) {
-    fprintf(stderr, "GetPadInfoReport return false rpt size %d!!\n", kPadInfoSize);
+    fprintf(stderr, "GetPadInfoReport return false rpt size %d!!\n",
+            static_cast<int>(sizeof report));
     return result;
   }
-  const unsigned char* const bytes = report.data();
   *info = {
-      .nMinX = be16(bytes + kMinX),
-      .nMaxX = be16(bytes + kMaxX),
-      .nMinY = be16(bytes + kMinY),
-      .nMaxY = be16(bytes + kMaxY),
-      .nMinZ = be16(bytes + kMinZ),
-      .nMaxZ = be16(bytes + kMaxZ),
-      .dRatio = static_cast<double>(be32(bytes + kRatio)) / be32(bytes + kRatioDivisor),
-      .dPhysicalX = static_cast<double>(be16(bytes + kPhysicalX)) / be16(bytes + kPhysicalXDivisor),
-      .dPhysicalY = static_cast<double>(be16(bytes + kPhysicalY)) / be16(bytes + kPhysicalYDivisor),
+      .nMinX = report.minX,
+      .nMaxX = report.maxX,
+      .nMinY = report.minY,
+      .nMaxY = report.maxY,
+      .nMinZ = report.minZ,
+      .nMaxZ = report.maxZ,
+      .dRatio = static_cast<double>(report.ratio) / report.ratioDivisor,
+      .dPhysicalX = static_cast<double>(report.physicalX) / report.physicalXDivisor,
+      .dPhysicalY = static_cast<double>(report.physicalY) / report.physicalYDivisor,
   };
   return 1;
 }
 
 bool velavision::ClearInkRegion() {
   if (!isOpen()) return false;
-  std::array<unsigned char, kClearSize> report{kClearId};
-  if (m_pEngine->SetFeature(kClearSize, report.data()) == 0) {
+  BareReport report{.id = kClearId};
+  if (m_pEngine->SetFeature(sizeof report, &report) == 0) {
     fputs("ClearInkRegion return false\n", stderr);
     return false;
   }
@@ -309,9 +300,9 @@ bool velavision::ClearInkRegion() {
 
 bool velavision::GetSerialNumber(char* buf) {
   if (!isOpen() || buf == nullptr) return false;
-  std::array<unsigned char, kSerialSize> report{kSerialId};
-  if (m_pEngine->GetFeature(kSerialSize, report.data()) < 0) return false;
-  std::copy_n(report.begin() + kSerialBytes, kSerialLength, buf);
+  SerialReport report;
+  if (m_pEngine->GetFeature(sizeof report, &report) < 0) return false;
+  std::copy(report.serial.begin(), report.serial.end(), buf);
   return true;
 }
 
@@ -322,25 +313,25 @@ bool velavision::GetDataRanges(int* minX, int* maxX, int* minY, int* maxY, int* 
                          minX, maxX, minY, maxY, minZ, maxZ);
 }
 
-double velavision::GetPhysicalX() {
-  return m_padInfo.dPhysicalX;
+bool velavision::GetRunningState() {
+  return WorkerFrame::running(*this);
 }
 
-double velavision::GetPhysicalY() {
-  return m_padInfo.dPhysicalY;
+void velavision::SetRunningFalse() {
+  WorkerFrame::stopRunning(*this);
+}
+
+void velavision::procdata_routine() {
+  SharedQueue::process(pVisionDataHandler);
 }
 
 void velavision::usrSignalHandler() {
   VISPEN_DATA pen{.bKind = 1, .bTouch = 0, .wX = 0, .wY = 0, .wPressure = 0, .dwTimeStamp = 0};
-  WorkerFrame::readReports(*this, [&pen](std::span<const unsigned char> report) {
-    if (report.size() < kMinInputSize || report[kInputKind] != kPenKind) return;
-    // With another id the previous sample is queued once more; this is meant.
-    if (report[kInputId] == kPenId) pen = decodedPen(report.data());
-    WorkerFrame::queueRecord<velavision>([&pen] {
-      auto* const record = new tagVISDATA_RECORD{};  // what the sample leaves of it stays zero
-      record->dwLength = tagVISDATA_RECORD::kPenLength;
-      record->pen = pen;
-      return record;
-    });
-  });
+  PenReport report{};
+  while (WorkerFrame::readReport(*this, report, kMinPenReportSize)) {
+    if (report.kind != kPenKind) continue;
+    // Deliberate: with another id the previous sample is queued once more.
+    if (report.id == kPenId) pen = decoded(report);
+    SharedQueue::append(pVisionDataHandler, pen);
+  }
 }

@@ -8,12 +8,9 @@ source=$(cd "$(dirname "$0")/consumer" && pwd)
 
 facade="0 1 0 0
 
-1
 8192 16384 64 1
 24575 8192 127 1
 24575 8192 0 0
-connected
-not connected
 0"
 flat="Vela USB 0
 Vela II 1

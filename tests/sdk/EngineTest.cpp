@@ -560,21 +560,18 @@ TEST_F(EngineTest, WriteFileIsTrueFromOneByteOn) {
 
 // Pauses after failures.
 
-TEST_F(EngineTest, AReadAfterAFailurePausesFirst) {
+TEST_F(EngineTest, AFailedReadPausesBeforeItReturns) {
   const auto port = plugUsbPad();
   engine.OpenDevice(1247, 18);
   bus.fail(HidCall::Read, {Fault::Kind::Return, -1}, 1, 2);
   unsigned char buffer[6] = {};
   int count = 0;
-  engine.ReadFile(buffer, 6, &count);
-  EXPECT_EQ(pauses, (std::vector<long>{}));
-  engine.ReadFile(buffer, 6, &count);
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
   EXPECT_EQ(pauses, (std::vector<long>{50'000'000}));
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(pauses, (std::vector<long>{50'000'000, 50'000'000}));
   ASSERT_TRUE(bus.send(port, {1, 2, 3, 4, 5, 6}));
   EXPECT_TRUE(engine.ReadFile(buffer, 6, &count));
-  EXPECT_EQ(pauses, (std::vector<long>{50'000'000, 50'000'000}));
-  // The pad has recovered.
-  engine.ReadFile(buffer, 6, &count);
   EXPECT_EQ(pauses.size(), 2U);
   engine.CloseDevice();
 }
@@ -612,25 +609,99 @@ TEST_F(EngineTest, TimeOutsCostNoPause) {
   engine.CloseDevice();
 }
 
-TEST_F(EngineTest, ATimeOutAfterAFailureEndsThePauses) {
-  plugUsbPad();
-  engine.OpenDevice(1247, 18);
-  bus.fail(HidCall::Read, {Fault::Kind::Return, -1});
-  unsigned char buffer[6] = {};
-  int count = 0;
-  for (int i = 0; i < 4; ++i) EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
-  EXPECT_EQ(pauses.size(), 1U);
-  engine.CloseDevice();
-}
-
-TEST_F(EngineTest, AFailedFeatureCallMakesTheNextReadPause) {
+TEST_F(EngineTest, AFailedFeatureCallMakesNoReadPause) {
   plugUsbPad();  // has no feature reports
   engine.OpenDevice(1247, 18);
   unsigned char buffer[6] = {9};
   int count = 0;
   EXPECT_EQ(engine.GetFeature(6, buffer), -1);
-  engine.ReadFile(buffer, 6, &count);
-  EXPECT_EQ(pauses, (std::vector<long>{50'000'000}));
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(pauses, (std::vector<long>{}));
+  engine.CloseDevice();
+}
+
+// Reads after failures.
+
+TEST_F(EngineTest, AfterAFailureAReadWaitsInSlices) {
+  plugScriptedPad();
+  bus.setReadTimeout(std::chrono::milliseconds{1});
+  engine.OpenDevice(1247, 18);
+  unsigned char unknown[4] = {8};
+  int count = 77;
+  EXPECT_EQ(engine.GetFeature(4, unknown), -1);
+  unsigned char buffer[6] = {};
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(arguments.readTimeouts, std::vector<int>(40, 25));  // 1000 ms in all
+  EXPECT_EQ(count, 77);
+  // Reads that time out do not prove that the pad answers; a feature call does.
+  arguments.readTimeouts.clear();
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(arguments.readTimeouts.size(), 40U);
+  unsigned char known[4] = {9};
+  EXPECT_EQ(engine.GetFeature(4, known), 4);
+  arguments.readTimeouts.clear();
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(arguments.readTimeouts, (std::vector<int>{1000}));
+  engine.CloseDevice();
+}
+
+TEST_F(EngineTest, ASliceReturnsAReportAtOnce) {
+  const auto port = plugScriptedPad();
+  engine.OpenDevice(1247, 18);
+  unsigned char unknown[4] = {8};
+  EXPECT_EQ(engine.GetFeature(4, unknown), -1);
+  ASSERT_TRUE(bus.send(port, {0x20, 0x11}));
+  unsigned char buffer[6] = {};
+  int count = 0;
+  EXPECT_TRUE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(count, 2);
+  EXPECT_EQ(buffer[1], 0x11);
+  EXPECT_EQ(arguments.readTimeouts, (std::vector<int>{25}));
+  engine.CloseDevice();
+}
+
+TEST_F(EngineTest, AfterASliceTheRestIsOneReadWhenThePadAnswersAgain) {
+  plugScriptedPad();
+  bus.setReadTimeout(std::chrono::milliseconds{1});
+  engine.OpenDevice(1247, 18);
+  unsigned char unknown[4] = {8};
+  EXPECT_EQ(engine.GetFeature(4, unknown), -1);
+  // The first slice is held back until a feature call waits for its turn, which is next.
+  bus.fail(HidCall::Read, {Fault::Kind::Late, 0});
+  std::thread reader([&] {
+    unsigned char buffer[6] = {};
+    int count = 0;
+    EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  });
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, 1));
+  std::atomic<pid_t> id{0};
+  std::thread client([&] {
+    id = gettid();
+    unsigned char known[4] = {9};
+    EXPECT_EQ(engine.GetFeature(4, known), 4);
+  });
+  EXPECT_TRUE(support::comesTrue([&] { return id != 0 && support::sleeps(id); }));
+  bus.releaseLateCalls();
+  client.join();
+  reader.join();
+  ASSERT_EQ(arguments.readTimeouts.size(), 2U);
+  EXPECT_EQ(arguments.readTimeouts[0], 25);
+  EXPECT_GT(arguments.readTimeouts[1], 25);
+  EXPECT_LE(arguments.readTimeouts[1], 975);
+  engine.CloseDevice();
+}
+
+TEST_F(EngineTest, ADeviceThatIsOpenedStartsWithoutFailures) {
+  plugUsbPad();
+  engine.OpenDevice(1247, 18);
+  unsigned char buffer[6] = {9};
+  int count = 0;
+  EXPECT_EQ(engine.GetFeature(6, buffer), -1);
+  engine.CloseDevice();
+  engine.OpenDevice(1247, 18);
+  EXPECT_FALSE(engine.ReadFile(buffer, 6, &count));
+  EXPECT_EQ(arguments.readTimeouts, (std::vector<int>{1000}));
+  EXPECT_EQ(pauses, (std::vector<long>{}));
   engine.CloseDevice();
 }
 
@@ -715,7 +786,6 @@ TEST_P(ControlTest, WaitsForTheReadUnderWayWhenACallHasFailed) {
 
 TEST_P(ControlTest, HoldsTheReadBackWhenACallHasFailed) {
   const HidCall call = GetParam().call;
-  skipPauses = true;
   bus.fail(call, {Fault::Kind::Return, -1});
   bus.fail(call, {Fault::Kind::Late, 0}, 2);
   GetParam().run(engine);  // leaves an error text
@@ -732,7 +802,7 @@ TEST_P(ControlTest, HoldsTheReadBackWhenACallHasFailed) {
   bus.releaseLateCalls();
   late.join();
   reader.join();
-  EXPECT_EQ(begunCalls(HidCall::Read), 1U);
+  EXPECT_GE(begunCalls(HidCall::Read), 1U);
 }
 
 TEST_P(ControlTest, WaitsForAnotherOfItsKind) {

@@ -102,6 +102,14 @@ std::shared_ptr<ScriptedPad> scriptedPad(int provider) {
   return pad;
 }
 
+// A way to a private member: an explicit instantiation may name it.
+template <int gIIVela::*member>
+struct Reach {
+  friend int& numProviders(gIIVela& facade) { return facade.*member; }
+};
+int& numProviders(gIIVela& facade);
+template struct Reach<&gIIVela::m_numProviders>;
+
 class FacadeTest : public support::PadTest {
  protected:
   FacadeTest() { padIiSerial.reset(); }
@@ -352,6 +360,15 @@ TEST_F(FacadeTest, AnotherFacadeTakesTheDriversAway) {
     facade->CloseProvider();
     EXPECT_EQ(bus.calls(), Calls{});
   }
+}
+
+TEST_F(FacadeTest, WithoutProvidersNothingOpens) {
+  for (const int providers : {0, -1}) {
+    numProviders(*facade) = providers;
+    EXPECT_FALSE(openProvider(""));
+    EXPECT_FALSE(openProvider(kUsb));
+  }
+  EXPECT_EQ(drivers(), (std::array<bool, 4>{}));
 }
 
 TEST_F(FacadeTest, ADriverThatCannotBeMadeChangesNothing) {

@@ -255,7 +255,7 @@ const Pad kInk{
                           {"GetSerialNumber", "99f6f7c515574d190000000000000000"},
                           {"DrawBitmap", "-1"},
                           {"ResetVelaInkDevice", "0"}},
-              .out = "ResetvelaInkDevice m_handle is -1\nResetvelaInkDevice m_handle is -1\n",
+              .out = "ResetvelaInkDevice m_handle is -1\n",
               .skips = 62,
               .silent = true}},
             {"set nonblocking"},

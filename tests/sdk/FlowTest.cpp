@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "PenRecordQueue.h"
 #include "VelaIoEngine.h"
 #include "support/AllocationCount.h"
 #include "support/PadTest.h"
@@ -70,7 +71,7 @@ class FlowTest : public support::PadTest {
  protected:
   FlowTest() { penRecorder<1>().reset(); }
 
-  ~FlowTest() override { EXPECT_FALSE(static_cast<bool>(pUSBDataHandler)); }
+  ~FlowTest() override { EXPECT_EQ(pUSBDataHandler, nullptr); }
 
   void plugUsbPad() { plug(makePad(PadKind::Usb)); }
 
@@ -217,7 +218,7 @@ TEST_P(SharedFlowTest, TheFirstCallbackGetsTheSamplesOfBoth) {
 TEST_P(SharedFlowTest, ClosingEitherEndsTheDeliveryForBoth) {
   openBoth();
   closedFirst().CloseConnection();
-  EXPECT_FALSE(static_cast<bool>(pUSBDataHandler));
+  EXPECT_EQ(pUSBDataHandler, nullptr);
   EXPECT_TRUE(closedLast().GetRunningState());
   send("20 4E 02 27 01 05");
   EXPECT_TRUE(bus.waitUntilRead(port));
@@ -274,7 +275,7 @@ TEST_P(SharedFlowTest, AConnectionOpenedInBetweenHasItsOwnQueue) {
   // The pad is read by the third and by the one that is still open.
   ASSERT_TRUE(recorder.waitFor(2));
   closedLast().CloseConnection();
-  EXPECT_FALSE(static_cast<bool>(pUSBDataHandler));
+  EXPECT_EQ(pUSBDataHandler, nullptr);
   third.CloseConnection();
   EXPECT_EQ(recorder.count(), 2U);
 }

@@ -15,9 +15,11 @@
 #include <utility>
 #include <vector>
 
+#include "PenRecordQueue.h"
 #include "support/AllocationCount.h"
 #include "support/CapturedStream.h"
 #include "support/PadTest.h"
+#include "support/Reports.h"
 #include "support/ScriptedPad.h"
 #include "support/ThreadCalls.h"
 #include "velaii.h"
@@ -97,10 +99,12 @@ class FrameTest : public support::PadTest {
     return sigismember(&set, SIGUSR1) == 1;
   }
 
-  static bool queueExists() { return static_cast<bool>(Kind::kQueue); }
+  static bool queueExists() { return Kind::kQueue != nullptr; }
 
   int open() {
-    plug(std::make_shared<ScriptedPad>(Kind::kProduct));
+    const auto pad = std::make_shared<ScriptedPad>(Kind::kProduct);
+    pad->replies[3] = support::hex("03", 17);  // the ink pad's options
+    plug(pad);
     return driver->OpenConnection(recordPen);
   }
 
@@ -138,6 +142,18 @@ TYPED_TEST(FrameTest, AnOpenThatFailedIsClosedSafely) {
   this->driver->OpenConnection(recordPen);
   EXPECT_EQ(this->driver->CloseConnection(), 0);
   EXPECT_EQ(this->threads.log(), Log{});
+}
+
+TYPED_TEST(FrameTest, AnOpenThatFailedDoesNotSpoilTheObject) {
+  const CapturedStream out(stdout);
+  this->driver->OpenConnection(recordPen);
+  this->driver->CloseConnection();
+  EXPECT_TRUE(this->driver->GetRunningState());
+  EXPECT_EQ(this->open(), 1);
+  this->sendReport();
+  EXPECT_TRUE(this->recorder.waitFor(1));
+  EXPECT_TRUE(this->waitForThreads(3));
+  this->driver->CloseConnection();
 }
 
 TYPED_TEST(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
@@ -425,7 +441,7 @@ TEST_F(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
     EXPECT_THROW(driver.OpenConnection(recordPen), std::bad_alloc);
     EXPECT_EQ(threads.starts().size(), 0U);
     EXPECT_EQ(driver.CloseConnection(), 0);
-    EXPECT_FALSE(static_cast<bool>(pUSBDataHandler));
+    EXPECT_EQ(pUSBDataHandler, nullptr);
     EXPECT_EQ(bus.openHandles(), 0);
   }
 }
@@ -454,7 +470,7 @@ TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
             (support::Calls{support::called(HidCall::Close), support::called(HidCall::Exit)}));
   EXPECT_TRUE(this->queueExists());
   // What the close would have released.
-  TypeParam::kQueue.release();
+  SharedQueue::release(TypeParam::kQueue);
   delete this->threads.starts().back().argument;
 }
 

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "PenRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/ScriptedPad.h"
 #include "support/TimeControl.h"
@@ -90,7 +91,7 @@ TEST_F(IiOpenTest, AbsentPadGivesTheEnginesResultAndALineAndStartsNothing) {
             (Written{"velaii:opendevice failed\n", ""}));
   EXPECT_EQ(opened, -1);
   EXPECT_TRUE(waitForThreads(0));
-  EXPECT_FALSE(static_cast<bool>(pDataHandler));
+  EXPECT_EQ(pDataHandler, nullptr);
   EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 31, 0)}));
 }
 
@@ -100,7 +101,7 @@ TEST_F(IiOpenTest, PadWithoutPermissionFailsLikeAnAbsentOne) {
   EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }),
             (Written{"velaii:opendevice failed\n", ""}));
   EXPECT_EQ(opened, -1);
-  EXPECT_FALSE(static_cast<bool>(pDataHandler));
+  EXPECT_EQ(pDataHandler, nullptr);
 }
 
 TEST_F(IiOpenTest, QueriesAfterAFailedOpenReachNoDevice) {
@@ -182,7 +183,7 @@ TEST_F(IiSampleTest, QueuedSampleHoldsNothingElse) {
   send("E7 FE 34 12 BC 0A 7F 11 22 33 44");
   std::unique_ptr<PEN_DATA> sample;
   EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pDataHandler.lease()->GetRecord(true));
+    sample.reset(pDataHandler->GetRecord(true));
     return sample != nullptr;
   }));
   EXPECT_EQ(sample->bReserved, 0);

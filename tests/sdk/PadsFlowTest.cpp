@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "PenRecordQueue.h"
+#include "VisionRecordQueue.h"
 #include "support/AllocationCount.h"
 #include "support/PadTest.h"
 #include "velaii.h"
@@ -107,7 +109,7 @@ class PadsFlowTest : public support::PadTest {
   using Driver = typename Kind::Driver;
 
   ~PadsFlowTest() override {
-    EXPECT_FALSE(static_cast<bool>(Kind::kQueue));
+    EXPECT_EQ(Kind::kQueue, nullptr);
     EXPECT_TRUE(waitForThreads(0));
   }
 
@@ -188,7 +190,7 @@ TYPED_TEST(PadsFlowTest, SecondObjectOfTheKindDeliversToTheFirstOnesCallback) {
   ASSERT_TRUE(this->bus.sendWhenRoom(this->port, TypeParam::report(0)));
   EXPECT_TRUE(this->recorder.waitFor(2));
   EXPECT_EQ(second.CloseConnection(), 0);
-  EXPECT_FALSE(static_cast<bool>(TypeParam::kQueue));
+  EXPECT_EQ(TypeParam::kQueue, nullptr);
   EXPECT_EQ(first.CloseConnection(), 0);
   EXPECT_EQ(this->recorder.count(), 2U);
   EXPECT_EQ(support::penRecorder<1>().count(), 0U);

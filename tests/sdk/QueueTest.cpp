@@ -12,7 +12,6 @@
 #include <type_traits>
 #include <vector>
 
-#include "PenRecord.h"
 #include "support/AllocationCount.h"
 #include "support/Patience.h"
 #include "support/PenRecorder.h"
@@ -69,7 +68,7 @@ class Processing {
   }
 
   void* stopAndJoin() {
-    m_queue.RequestStop();
+    RecordChain::requestStop(m_queue);
     return join();
   }
 
@@ -286,7 +285,7 @@ TYPED_TEST(QueueTest, PollsEvery500MicrosecondsWhileItIsEmpty) {
 
 TYPED_TEST(QueueTest, DoesNotSleepBetweenQueuedSamples) {
   penRecorder().reset([this] {
-    if (penRecorder().count() == 3) this->queue.RequestStop();
+    if (penRecorder().count() == 3) RecordChain::requestStop(this->queue);
   });
   appendThree(this->queue);
   Processing(this->queue).join();
@@ -296,7 +295,7 @@ TYPED_TEST(QueueTest, DoesNotSleepBetweenQueuedSamples) {
 
 TYPED_TEST(QueueTest, AStopBeforeTheStartDeliversNothing) {
   this->queue.SetRecord(numbered(1));
-  this->queue.RequestStop();
+  RecordChain::requestStop(this->queue);
   Processing(this->queue).join();
   EXPECT_EQ(penRecorder().count(), 0U);
   EXPECT_EQ(this->time.sleeps(500), 0);
@@ -304,7 +303,7 @@ TYPED_TEST(QueueTest, AStopBeforeTheStartDeliversNothing) {
 }
 
 TYPED_TEST(QueueTest, AStopDuringADeliveryLeavesTheRestQueued) {
-  penRecorder().reset([this] { this->queue.RequestStop(); });
+  penRecorder().reset([this] { RecordChain::requestStop(this->queue); });
   appendThree(this->queue);
   Processing(this->queue).join();
   EXPECT_EQ(penRecorder().samples(), (std::vector<Sample>{delivered(1)}));
@@ -372,18 +371,18 @@ TYPED_TEST(QueueTest, DestructionDropsWhatWasAppendedBeforeAndAfterATake) {
   for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples[i]->bSequence, i + 1);
 }
 
-TEST(SampleCounterTest, RunsFromOneTo127AndAgain) {
-  SampleCounter counter;
-  for (int number = 1; number <= 127; ++number) ASSERT_EQ(counter.next(), number);
-  for (int number = 1; number <= 127; ++number) ASSERT_EQ(counter.next(), number);
-  EXPECT_EQ(counter.next(), 1);
+TEST(NextNumberTest, RunsFromOneTo127AndAgain) {
+  std::atomic<int> count{1};
+  for (int number = 1; number <= 127; ++number) ASSERT_EQ(nextNumber(count), number);
+  for (int number = 1; number <= 127; ++number) ASSERT_EQ(nextNumber(count), number);
+  EXPECT_EQ(nextNumber(count), 1);
 }
 
-TEST(SampleCounterTest, GivesEachNumberOnceToSeveralThreads) {
-  SampleCounter counter;
+TEST(NextNumberTest, GivesEachNumberOnceToSeveralThreads) {
+  std::atomic<int> count{1};
   std::array<std::array<int, 256>, 2> taken{};
   const auto take = [&](std::array<int, 256>& numbers) {
-    for (int i = 0; i < 127 * 100; ++i) ++numbers[counter.next()];
+    for (int i = 0; i < 127 * 100; ++i) ++numbers[nextNumber(count)];
   };
   std::thread first(take, std::ref(taken[0]));
   std::thread second(take, std::ref(taken[1]));

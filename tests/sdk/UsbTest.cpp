@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "PenRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/Patience.h"
 #include "support/ScriptedPad.h"
@@ -89,7 +90,7 @@ TEST_F(UsbTest, WithoutAPadOpeningFailsInSilenceAndStartsNothing) {
   EXPECT_EQ(driver.OpenConnection(), -1);
   EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 18, 0), called(HidCall::Open, 18, 0)}));
   EXPECT_TRUE(waitForThreads(0));
-  EXPECT_FALSE(pUSBDataHandler);
+  EXPECT_EQ(pUSBDataHandler, nullptr);
 }
 
 TEST_F(UsbTest, APadThatCannotBeOpenedAnswersQueriesAndCloses) {
@@ -314,7 +315,7 @@ TEST_F(UsbStreamTest, QueuedSampleHoldsNothingElse) {
   send("20 4E 02 27 01 7F");
   std::unique_ptr<PEN_DATA> sample;
   EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pUSBDataHandler.lease()->GetRecord(true));
+    sample.reset(pUSBDataHandler->GetRecord(true));
     return sample != nullptr;
   }));
   EXPECT_EQ(sample->bReserved, 0);

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <thread>
 
+#include "VisionRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/ThreadCalls.h"
 #include "support/Written.h"
@@ -31,7 +32,7 @@ class VisionFrameTest : public support::PadTest {
   VisionFrameTest() { plug(virtualpads::makePad(virtualpads::PadKind::Vision)); }
 
   ~VisionFrameTest() override {
-    EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+    EXPECT_EQ(pVisionDataHandler, nullptr);
     EXPECT_TRUE(waitForThreads(0));
   }
 
@@ -66,10 +67,28 @@ TEST_F(VisionFrameTest, SignalIsBlockedBeforeTheSetUpThatFails) {
   driver.CloseConnection();
 }
 
+TEST_F(VisionFrameTest, AnOpenThatFailedDoesNotSpoilTheObject) {
+  bus.fail(HidCall::Open, {}, 1, 4);
+  open();
+  EXPECT_EQ(opened, 0);
+  driver.CloseConnection();
+  EXPECT_TRUE(driver.GetRunningState());
+  bus.fail(HidCall::GetFeature, {support::Fault::Kind::Return, -1});
+  open();
+  EXPECT_EQ(opened, 0);
+  driver.CloseConnection();
+  EXPECT_TRUE(driver.GetRunningState());
+  EXPECT_EQ(open(), kNothingWritten);
+  EXPECT_EQ(opened, 1);
+  EXPECT_TRUE(waitForThreads(3));
+  driver.CloseConnection();
+  EXPECT_FALSE(driver.GetRunningState());
+}
+
 // Else the first reports would find none and be lost.
 TEST_F(VisionFrameTest, QueueIsThereBeforeTheReadingThread) {
   bool existed = false;
-  threads.on("start reading", [&] { existed = static_cast<bool>(pVisionDataHandler); });
+  threads.on("start reading", [&] { existed = pVisionDataHandler != nullptr; });
   open();
   EXPECT_TRUE(existed);
   driver.CloseConnection();
@@ -125,9 +144,8 @@ TEST_F(VisionFrameTest, ClosesInThisOrder) {
   bus.clearLog();
   threads.on("join processing", [&] { sentBefore = bus.count(HidCall::SendFeature); });
   threads.on("SIGUSR1 to signal", [&] { sentAfter = bus.count(HidCall::SendFeature); });
-  threads.on("join reading", [&] {
-    openAtTheEnd = static_cast<bool>(pVisionDataHandler) && bus.openHandles() == 1;
-  });
+  threads.on("join reading",
+             [&] { openAtTheEnd = pVisionDataHandler != nullptr && bus.openHandles() == 1; });
   EXPECT_EQ(driver.CloseConnection(), 0);
   EXPECT_THAT(threads.log(),
               ElementsAre("join processing", "SIGUSR1 to signal", "join signal", "join reading"));

@@ -55,7 +55,7 @@ class VisionQueueTest : public support::PadTest {
     time.stopProcessorTime(0);
   }
 
-  void create(PenEventHandler callback, VisionAuxHandler auxCallback = nullptr) {
+  void create(PenEventHandler callback, VisionCDataHandler::AuxHandler auxCallback = nullptr) {
     queue.emplace(callback, auxCallback, &engine);
   }
 
@@ -71,7 +71,7 @@ class VisionQueueTest : public support::PadTest {
   }
 
   void stopProcessing() {
-    queue->RequestStop();
+    RecordChain::requestStop(*queue);
     pthread_join(thread, nullptr);
   }
 
@@ -229,7 +229,7 @@ TEST_F(VisionQueueTest, DestructionFreesWhatIsQueued) {
 TEST_F(VisionQueueTest, StopBeforeTheStartDeliversNothing) {
   create(recordPen);
   queue->SetRecord(penRecord(1));
-  queue->RequestStop();
+  RecordChain::requestStop(*queue);
   startProcessing();
   pthread_join(thread, nullptr);
   EXPECT_EQ(recorder.count(), 0U);
@@ -237,7 +237,7 @@ TEST_F(VisionQueueTest, StopBeforeTheStartDeliversNothing) {
 
 TEST_F(VisionQueueTest, StopWhileDeliveringIsTheEnd) {
   create(recordPen);
-  recorder.reset([&] { queue->RequestStop(); });
+  recorder.reset([&] { RecordChain::requestStop(*queue); });
   queue->SetRecord(penRecord(1));
   queue->SetRecord(penRecord(2));
   startProcessing();

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "VisionRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/Patience.h"
 #include "support/ScriptedPad.h"
@@ -112,7 +113,7 @@ class VisionTest : public support::PadTest {
   void expectClosableAfterFailedOpen() {
     EXPECT_EQ(bus.openHandles(port), 1);
     EXPECT_TRUE(waitForThreads(0));
-    EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+    EXPECT_EQ(pVisionDataHandler, nullptr);
     bus.clearLog();
     EXPECT_EQ(driver.CloseConnection(), 0);
     EXPECT_EQ(bus.calls(), (Calls{sent("04 04", 17), called(HidCall::Close)}));
@@ -187,7 +188,7 @@ TEST_F(VisionOpenTest, NoThreadIsStartedBeforeTheSetUpIsDone) {
   std::thread opening([&] { EXPECT_EQ(driver.OpenConnection(recordPen), 1); });
   EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, 4));
   EXPECT_TRUE(waitForThreads(1));  // the opening one
-  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(pVisionDataHandler, nullptr);
   bus.releaseLateCalls();
   opening.join();
   driver.CloseConnection();
@@ -239,7 +240,7 @@ TEST_F(VisionOpenTest, FourFailedAttemptsAreTheEndAndStartNothing) {
   EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 56, 0), called(HidCall::Open, 56, 0),
                                 called(HidCall::Open, 56, 0), called(HidCall::Open, 56, 0)}));
   EXPECT_TRUE(waitForThreads(0));
-  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(pVisionDataHandler, nullptr);
 }
 
 TEST_F(VisionOpenTest, PadWithoutPermissionFailsLikeAnAbsentOne) {
@@ -335,14 +336,14 @@ TEST_F(VisionCloseTest, ModeFourComesAfterDeliveryAndBeforeReadingHasEnded) {
   EXPECT_TRUE(bus.waitForBegun(HidCall::SendFeature, 1));
   // The closing thread, the signal thread and the reading thread are left.
   EXPECT_TRUE(waitForThreads(3));
-  EXPECT_TRUE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_NE(pVisionDataHandler, nullptr);
   send("01 80 00 01 00 01 00 01 00 00 00 00");
   EXPECT_TRUE(bus.waitUntilRead(port));
   // By the read after the next the report has been queued.
   EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
   bus.releaseLateCalls();
   closing.join();
-  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(pVisionDataHandler, nullptr);
   EXPECT_EQ(recorder.count(), 0U);
 }
 
@@ -794,7 +795,7 @@ TEST_F(VisionSampleTest, QueuedSampleIsARecordOfItsKind) {
   send("01 80 12 34 80 01 03 FF 89 AB CD EF");
   std::unique_ptr<tagVISDATA_RECORD> record;
   EXPECT_TRUE(comesTrue([&] {
-    record.reset(pVisionDataHandler.lease()->GetRecord(true));
+    record.reset(pVisionDataHandler->GetRecord(true));
     return record != nullptr;
   }));
   EXPECT_EQ(record->dwLength, 12U);
@@ -1016,7 +1017,7 @@ TEST_F(VisionCloseTest, FirstOfTwoObjectsMayCloseFirst) {
   EXPECT_TRUE(recorder.waitFor(2));
   EXPECT_EQ(first->CloseConnection(), 0);
   first.reset();
-  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(pVisionDataHandler, nullptr);
   time.stopProcessorTime(10'000);
   send("01 80 00 01 00 02 00 03 00 00 00 05");  // there is no queue any more
   EXPECT_TRUE(bus.waitUntilRead(port));
@@ -1032,7 +1033,7 @@ TEST_F(VisionCloseTest, SecondOfTwoObjectsMayCloseFirst) {
   time.stopProcessorTime(10'000);
   EXPECT_EQ(second->CloseConnection(), 0);
   second.reset();
-  EXPECT_FALSE(static_cast<bool>(pVisionDataHandler));
+  EXPECT_EQ(pVisionDataHandler, nullptr);
   send("01 80 00 01 00 02 00 03 00 00 00 05");
   EXPECT_TRUE(bus.waitUntilRead(port));
   EXPECT_EQ(driver.CloseConnection(), 0);

@@ -28,7 +28,6 @@ int main() {
   std::printf("%d %d %d %d\n", velausb().GetNumDevices(), velaii().GetNumDevices(),
               velainkusb().GetNumDevices(), velavision().GetNumDevices());
   std::printf("%s\n", velavisionutil().base64_encode(nullptr, 0).c_str());
-  std::printf("%d\n", CDataHandler(nullptr).GetRecord(true) == nullptr);
 
   gIIVela vela;
   if (!vela.OpenProvider(vela.GetProviderClassID(1)) || m_pvelaii == nullptr) return 1;
@@ -36,8 +35,6 @@ int main() {
   std::unique_lock lock(mutex);
   changed.wait(lock, [] { return lifted; });
   lock.unlock();
-  std::printf("%s\n", pDataHandler ? "connected" : "not connected");
   vela.CloseConnection();
   vela.CloseProvider();
-  std::printf("%s\n", pDataHandler ? "connected" : "not connected");
 }
