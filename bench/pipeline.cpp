@@ -1,5 +1,5 @@
-// How long a pen sample takes from hid_read_timeout to the callback, and how many samples a second
-// go through decoding, queue and callback. On the USB pad's driver.
+// How long a pen sample takes from hid_read_timeout to the callback, what the queue costs, and how
+// it recovers from a callback that stalled. On the USB pad's driver.
 //
 // The functions of hidapi that the driver calls are defined here instead of being linked: reports
 // come from memory, so that what is measured is the SDK and the system's threads, and no device.
@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "PenRecordQueue.h"
 #include "velausb.h"
 
 struct hid_device_ {};
@@ -33,14 +34,14 @@ constexpr std::array<unsigned char, 6> kPenDown{0x20, 0x4E, 0x02, 0x27, 0x01, 0x
 // Where hid_read_timeout takes its reports from.
 class Source {
  public:
-  // `count` reports are there at once; no more than `backlog` of them are under way between
-  // hid_read_timeout and the end of the callback.
-  void supply(long count, long backlog) {
+  // `count` reports come, `interval` apart.
+  void supply(long count, std::chrono::microseconds interval) {
     {
       const std::lock_guard lock(m_mutex);
       m_delivered = 0;
-      m_backlog = backlog;
       m_wanted = count;
+      m_next = Clock::now();
+      m_interval = interval;
       m_left = count;
     }
     m_changed.notify_all();
@@ -63,7 +64,8 @@ class Source {
       m_changed.wait(lock, [this] { return m_left > 0 || m_ended; });
       if (m_left == 0) return 0;
     }
-    while (m_wanted - m_left - m_delivered >= m_backlog) std::this_thread::yield();
+    std::this_thread::sleep_until(m_next);
+    m_next += m_interval;
     --m_left;
     std::memcpy(data, kPenDown.data(), kPenDown.size());
     readReturns = Clock::now();
@@ -79,6 +81,9 @@ class Source {
     m_changed.notify_all();
   }
 
+  // The reports that have been read and not been delivered.
+  long waiting() const { return m_wanted - m_left - m_delivered; }
+
   void waitForDelivery() {
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_delivered >= m_wanted; });
@@ -93,16 +98,20 @@ class Source {
   std::condition_variable m_changed;
   std::atomic<long> m_left{0};
   std::atomic<long> m_wanted{0};
-  std::atomic<long> m_backlog{0};
   std::atomic<long> m_delivered{0};
   std::atomic<bool> m_ended{false};
+  Clock::time_point m_next{};  // these two are set before reports come
+  std::chrono::microseconds m_interval{0};
 };
 
 Source source;
 
+std::atomic<bool> stalled{false};  // the callback does not return while it is
+
 void onPen(int32_t /*x*/, int32_t /*y*/, int32_t /*pressure*/, uint8_t /*touch*/,
            uint32_t /*timestamp*/, uint32_t /*sequenceNumber*/) {
   source.noteDelivery();
+  stalled.wait(true);
 }
 
 // A connection to the pad that reads from the source.
@@ -180,7 +189,7 @@ void delayToCallback(benchmark::State& state) {
     for ([[maybe_unused]] auto _ : state) {
       std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
       plain.set();
-      source.supply(1, 1);
+      source.supply(1, std::chrono::microseconds{0});
       source.waitForDelivery();
       const std::chrono::duration<double> delay =
           source.callbackBegins.load() - source.readReturns.load();
@@ -196,29 +205,42 @@ void delayToCallback(benchmark::State& state) {
 }
 BENCHMARK(delayToCallback)->UseManualTime()->Iterations(2'000)->Unit(benchmark::kMillisecond);
 
-// Samples a second, from the first read to the end of the last callback. The argument is how many
-// may be under way. With 64, which is what the kernel keeps for a reader, the processing loop
-// empties the queue ever again and sleeps, so the figure is that of its poll; with more the queue
-// is always busy; without a limit it may grow, and each append walks along it.
-void throughput(benchmark::State& state) {
-  constexpr long kSamples = 200'000;
+// Appending a sample to the queue and taking one out, with that many waiting in it: each append
+// walks along all of them.
+void costOfSample(benchmark::State& state) {
+  CDataHandler queue(nullptr);
+  const PEN_DATA sample{};
+  for (long i = 0; i < state.range(0); ++i) queue.SetRecord(CDataHandler::recordOf(sample));
+  for ([[maybe_unused]] auto _ : state) {
+    queue.SetRecord(CDataHandler::recordOf(sample));
+    delete queue.GetRecord(true);
+  }
+  while (PEN_DATA* const left = queue.GetRecord(true)) delete left;
+}
+BENCHMARK(costOfSample)->ArgName("waiting")->Arg(0)->Arg(64)->Arg(1'000);
+
+// 1,000 reports a second while the callback stalls for 30 seconds and then goes on; the pad goes on
+// sending all the while. The time is what it takes until fewer than ten samples wait again. Every
+// sample is delivered in the end, or this does not return.
+void recoveryFromAStall(benchmark::State& state) {
+  constexpr std::chrono::seconds kStall{30};
+  constexpr std::chrono::seconds kAfter{5};
+  constexpr long kReportsPerSecond = 1'000;
   const Connection connection;
   for ([[maybe_unused]] auto _ : state) {
+    stalled = true;
+    source.supply((kStall + kAfter).count() * kReportsPerSecond, std::chrono::milliseconds{1});
+    std::this_thread::sleep_for(kStall);
+    state.counters["waiting"] = static_cast<double>(source.waiting());
     const auto begin = Clock::now();
-    source.supply(kSamples, state.range(0));
-    source.waitForDelivery();
+    stalled = false;
+    stalled.notify_all();
+    while (source.waiting() >= 10) usleep(100);
     state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+    source.waitForDelivery();
   }
-  state.SetItemsProcessed(state.iterations() * kSamples);
 }
-BENCHMARK(throughput)
-    ->UseManualTime()
-    ->ArgName("backlog")
-    ->Arg(64)
-    ->Arg(1'000)
-    ->Arg(200'000)
-    ->Iterations(5)
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(recoveryFromAStall)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
