@@ -1,8 +1,20 @@
 #include "AppDelegate.h"
 
+#include <QApplication>
 #include <memory>
 
 #include "MainWindowController.h"
+
+void AppDelegate::attach(QApplication& application) {
+  // Deliberate: single-shot. applicationWillTerminate requests the end that is under way a second
+  // time, and newer versions of Qt answer each request with another aboutToQuit. The connection is
+  // gone before the first call, so no further request reaches the delegate.
+  connect(
+      &application, &QCoreApplication::aboutToQuit, this,
+      [this, &application] { applicationWillTerminate(&application); }, Qt::SingleShotConnection);
+  QApplication::setQuitOnLastWindowClosed(
+      applicationShouldTerminateAfterLastWindowClosed(&application));
+}
 
 void AppDelegate::applicationDidFinishLaunching(QObject* /*notification*/) {
   auto controller = std::make_unique<MainWindowController>();

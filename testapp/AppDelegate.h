@@ -4,6 +4,7 @@
 
 #include <QObject>
 
+class QApplication;
 class QCoreApplication;
 
 class AppDelegate : public QObject {
@@ -12,12 +13,16 @@ class AppDelegate : public QObject {
  public:
   using QObject::QObject;
 
+  // Lets the application call its delegate: applicationWillTerminate once, when it ends, and
+  // applicationShouldTerminateAfterLastWindowClosed.
+  void attach(QApplication& application);
+
   // Makes the main window controller, shows its window, publishes it in m_mainWindowController and
   // sets its buttons.
   void applicationDidFinishLaunching(QObject* notification);
 
   // Resets, so that the connection and the provider are closed before the process ends, and asks
-  // the application once more to terminate, which it is doing already.
+  // the application once more to end. That request has no effect: it is ending already.
   void applicationWillTerminate(QObject* notification);
 
   // True: closing the window ends the application.

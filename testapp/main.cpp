@@ -13,11 +13,8 @@ int main(int argc, char** argv) {
   TerminationSignals terminationSignals;
   QObject::connect(&terminationSignals, &TerminationSignals::received, &delegate,
                    &AppDelegate::QuitNow);
-  QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
-                   [&] { delegate.applicationWillTerminate(&application); });
-  QApplication::setQuitOnLastWindowClosed(
-      delegate.applicationShouldTerminateAfterLastWindowClosed(&application));
 
+  delegate.attach(application);
   delegate.applicationDidFinishLaunching(&application);
   return QApplication::exec();
 }

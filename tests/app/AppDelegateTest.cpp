@@ -3,26 +3,24 @@
 
 #include <gmock/gmock.h>
 
+#include <QAction>
 #include <QApplication>
+#include <QEventLoop>
 #include <QPointer>
 #include <QTimer>
+#include <csignal>
 
 #include "ControllerFixture.h"
+#include "TerminationSignals.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Connected as main does it.
 class AppDelegateTest : public FreshApplication {
  protected:
-  AppDelegateTest() {
-    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &delegate,
-                     [this] { delegate.applicationWillTerminate(qApp); });
-    QApplication::setQuitOnLastWindowClosed(
-        delegate.applicationShouldTerminateAfterLastWindowClosed(qApp));
-  }
+  AppDelegateTest() { delegate.attach(*qApp); }
   ~AppDelegateTest() override {
     delete m_mainWindowController.exchange(nullptr);
     QApplication::setQuitOnLastWindowClosed(false);
@@ -91,24 +89,90 @@ TEST_F(AppDelegateTest, QuitNowGoesToTheController) {
   EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
 }
 
-TEST_F(AppDelegateTest, ClosingTheWindowClosesThePadBeforeTheApplicationEnds) {
+// As newer versions of Qt do when they are asked to quit while they do so already.
+TEST_F(AppDelegateTest, SecondAnnouncementOfTheEndHasNoEffect) {
   delegate.applicationDidFinishLaunching(nullptr);
-  controller().OpenButton(nullptr);
   takeLog();
-  QTimer::singleShot(0, &delegate, [] { controller().m_OpenButton->window()->close(); });
-  EXPECT_EQ(QApplication::exec(), 0);
+  ASSERT_TRUE(QMetaObject::invokeMethod(qApp, "aboutToQuit"));
+  ASSERT_TRUE(QMetaObject::invokeMethod(qApp, "aboutToQuit"));
   EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
 }
 
-// Quitting resets, and so does the termination that follows; the second time there is nothing open.
-TEST_F(AppDelegateTest, SecondRequestToTerminateIsTolerated) {
-  delegate.applicationDidFinishLaunching(nullptr);
+// --- the end of the application ---
+
+// A reset is "CloseConnection" and "CloseProvider". Quit makes one before it requests the end, and
+// the end makes one whoever requested it.
+struct Ending {
+  const char* name;
+  void (*request)();
+  std::vector<std::string> resets;
+};
+
+void PrintTo(const Ending& ending, std::ostream* out) {
+  *out << ending.name;
+}
+
+QWidget* window() {
+  return m_mainWindowController.load()->m_OpenButton->window();
+}
+
+const std::vector<std::string> kOneReset = {"CloseConnection", "CloseProvider"};
+const std::vector<std::string> kTwoResets = {"CloseConnection", "CloseProvider", "CloseConnection",
+                                             "CloseProvider"};
+
+const Ending kEndings[] = {
+    {"Quit", [] { window()->findChild<QAction*>("quit")->trigger(); }, kTwoResets},
+    {"ClosedWindow", [] { window()->close(); }, kOneReset},
+    {"Toolkit", [] { QCoreApplication::quit(); }, kOneReset},
+    {"SIGINT", [] { std::raise(SIGINT); }, kTwoResets},
+    {"SIGTERM", [] { std::raise(SIGTERM); }, kTwoResets},
+    {"SIGHUP", [] { std::raise(SIGHUP); }, kTwoResets},
+};
+
+// Connected as main does it.
+class EndTest : public AppDelegateTest, public testing::WithParamInterface<Ending> {
+ protected:
+  EndTest() {
+    terminationSignals.emplace();
+    QObject::connect(&*terminationSignals, &TerminationSignals::received, &delegate,
+                     &AppDelegate::QuitNow);
+    delegate.applicationDidFinishLaunching(qApp);
+    takeLog();
+  }
+  ~EndTest() override {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
+  }
+
+  std::optional<TerminationSignals> terminationSignals;
+};
+
+TEST_P(EndTest, OfAnIdleApplication) {
+  QTimer::singleShot(0, &delegate, GetParam().request);
+  EXPECT_EQ(QApplication::exec(), 0);
+  EXPECT_EQ(takeLog(), GetParam().resets);
+}
+
+TEST_P(EndTest, OfAConnectedApplication) {
   controller().OpenButton(nullptr);
   takeLog();
-  QTimer::singleShot(0, &delegate, [this] { delegate.QuitNow(nullptr); });
+  QTimer::singleShot(0, &delegate, GetParam().request);
   EXPECT_EQ(QApplication::exec(), 0);
-  EXPECT_THAT(takeLog(),
-              ElementsAre("CloseConnection", "CloseProvider", "CloseConnection", "CloseProvider"));
+  EXPECT_EQ(takeLog(), GetParam().resets);
 }
+
+// All event loops end then, the innermost first.
+TEST_P(EndTest, FromASlotThatHandlesEventsItself) {
+  QObject::connect(controller().m_OpenButton, &QPushButton::clicked, &delegate, [this] {
+    takeLog();
+    QTimer::singleShot(0, &delegate, GetParam().request);
+    QEventLoop().exec();
+  });
+  QTimer::singleShot(0, &delegate, [] { controller().m_OpenButton->click(); });
+  EXPECT_EQ(QApplication::exec(), 0);
+  EXPECT_EQ(takeLog(), GetParam().resets);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, EndTest, testing::ValuesIn(kEndings),
+                         [](const auto& way) { return std::string(way.param.name); });
 
 }  // namespace

@@ -79,13 +79,24 @@ TEST_P(PadTest, QuittingLeavesThePadClosed) {
 
 INSTANTIATE_TEST_SUITE_P(Pads, PadTest, testing::Values(0, 1, 2, 3));
 
-TEST(EndTest, SignalEndsAnIdleApplicationToo) {
-  DeskProcess desk;
-  desk.signal(SIGTERM);
-  const auto end = desk.end();
-  EXPECT_FALSE(end.crashed);
-  EXPECT_EQ(end.status, 0);
-  EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
+TEST(EndTest, EveryWayEndsAnIdleApplicationToo) {
+  const std::pair<const char*, std::function<void(DeskProcess&)>> ways[] = {
+      {"Quit", [](DeskProcess& desk) { desk.order("quit"); }},
+      {"closing the window", [](DeskProcess& desk) { desk.order("close"); }},
+      {"SIGINT", [](DeskProcess& desk) { desk.signal(SIGINT); }},
+      {"SIGTERM", [](DeskProcess& desk) { desk.signal(SIGTERM); }},
+      {"SIGHUP", [](DeskProcess& desk) { desk.signal(SIGHUP); }},
+  };
+  for (const auto& [name, request] : ways) {
+    SCOPED_TRACE(name);
+    DeskProcess desk;
+    request(desk);
+    const auto end = desk.end();
+    EXPECT_FALSE(end.crashed);
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.printed, "");
+    EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
+  }
 }
 
 TEST(EndTest, OutlivesItsTerminalWhenItIsToldTo) {
