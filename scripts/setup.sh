@@ -5,7 +5,7 @@
 # Packages for running the application, for the tests, and for the deep checks.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev qt6-base-dev qt6-wayland fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libcairo2-dev libx11-dev libxtst-dev
-  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio
+  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind dpkg-dev lintian debootstrap"
@@ -87,13 +87,14 @@ require_tools() {
   say "all needed tools and libraries are installed"
 }
 
-# build PRESET [TARGET...]: configures and builds in build/PRESET.
+# build PRESET [TARGET...]: configures and builds in build/PRESET. Warnings are errors where the environment
+# has VELA_WARNINGS_AS_ERRORS=ON.
 build() {
   local preset=$1 log=build/$1-configure.log
   shift
   mkdir -p build
   say "configuring build/$preset"
-  cmake --preset "$preset" >"$log" || {
+  cmake --preset "$preset" -D VELA_WARNINGS_AS_ERRORS="${VELA_WARNINGS_AS_ERRORS:-OFF}" >"$log" || {
     cat "$log"
     stop "configuring failed"
   }

@@ -46,25 +46,24 @@ Bytes reportOf(const InkRegion& region) {
   const int flags = (region.bFlag1 != 0 ? 0x80 : 0) + (region.bFlag2 != 0 ? 0x40 : 0) +
                     (region.bFlag3 != 0 ? 0x10 : 0);
   const int scaled = region.wScaled * 100;
-  Bytes bytes{17,
-              low(flags),
-              high(region.wWord1),
-              low(region.wWord1),
-              high(region.wWord2),
-              low(region.wWord2),
-              high(region.wWord3),
-              low(region.wWord3),
-              high(region.wWord4),
-              low(region.wWord4),
-              region.bByte1,
-              region.bByte2,
-              region.bByte3,
-              region.bByte4,
-              low(region.wByte5),
-              high(scaled),
-              low(scaled)};
-  bytes.resize(34);
-  return bytes;
+  const std::array<std::uint8_t, 34> bytes{17,
+                                           low(flags),
+                                           high(region.wWord1),
+                                           low(region.wWord1),
+                                           high(region.wWord2),
+                                           low(region.wWord2),
+                                           high(region.wWord3),
+                                           low(region.wWord3),
+                                           high(region.wWord4),
+                                           low(region.wWord4),
+                                           region.bByte1,
+                                           region.bByte2,
+                                           region.bByte3,
+                                           region.bByte4,
+                                           low(region.wByte5),
+                                           high(scaled),
+                                           low(scaled)};
+  return {bytes.begin(), bytes.end()};
 }
 
 DevicePadInfo infoIn(fuzz::ByteSpan bytes) {
