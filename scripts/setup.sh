@@ -8,7 +8,7 @@ debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libcairo2-d
   xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
-  valgrind dpkg-dev lintian debootstrap"
+  valgrind dpkg-dev lintian debootstrap git"
 brew_run="cmake ninja pkgconf hidapi qt"
 brew_check="$brew_run googletest google-benchmark cairo"
 
@@ -30,6 +30,7 @@ without() {
 install_missing() {
   local debian=debian_$1 brew=brew_$1
   if command -v apt-get >/dev/null; then
+    refuse_old_release /etc/os-release
     install_with_apt "${!debian}"
   elif [ "$1" = deep ]; then
     stop "the deep checks are set up for Debian and Ubuntu only"
@@ -38,6 +39,21 @@ install_missing() {
   else
     require_tools "$1"
   fi
+}
+
+# refuse_old_release OS_RELEASE: ends on a Debian or Ubuntu whose CMake is older than the 3.25 that CMakeLists.txt
+# asks for. A release that has no number yet is newer than all that have one.
+refuse_old_release() {
+  local ID="" VERSION_ID="" PRETTY_NAME="" oldest
+  # shellcheck source=/dev/null
+  [ ! -r "$1" ] || . "$1"
+  case $ID in
+    debian) oldest=12 ;;
+    ubuntu) oldest=24.04 ;;
+    *) return ;;
+  esac
+  printf '%s\n' "$oldest" "${VERSION_ID:-$oldest}" | sort -C -V ||
+    stop "this needs Debian 12 or Ubuntu 24.04, or a later release; here is $PRETTY_NAME"
 }
 
 install_with_apt() {

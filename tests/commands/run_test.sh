@@ -2,7 +2,8 @@
 # run_test.sh DEMONSTRATION: what ./run does from the first line to the last, in a tree of its own. Real are
 # the script, what it shares with the other commands, the list of pads and, where pictures are asked for, the
 # demonstration. Stand-ins on the PATH are the package manager, CMake, which "builds" by laying the programs
-# where they belong, and what tells the system's name; and the script looks for pads in a folder of the test.
+# where they belong, and what tells the system's name; and the script looks for pads and for the release's name
+# in a folder of the test.
 set -u
 demonstration=$1
 cd "$(dirname "$0")/../.." || exit
@@ -21,6 +22,11 @@ grep -q "$hidraw" "$tree/run" || {
   exit 1
 }
 chmod +x "$tree/run"
+sed "s|/etc/os-release|$scratch/os-release|" scripts/setup.sh >"$tree/scripts/setup.sh"
+grep -q "$scratch/os-release" "$tree/scripts/setup.sh" || {
+  echo "./run does not look for the release where this test thinks"
+  exit 1
+}
 
 stand_in() { # PATH: with what is on standard input for a script
   rm -f "$1"
@@ -60,17 +66,28 @@ expect() { # WHAT EXPECTED ACTUAL
 # run [NAME=VALUE...]: sets $status, $said to what ./run said itself, $printed to all other lines, $asked to
 # what it asked of the package manager and of CMake.
 run() {
-  rm -f "$scratch/asked"
+  : >"$scratch/asked"
   env -u DISPLAY -u WAYLAND_DISPLAY PATH="$scratch/bin:$PATH" "$@" "$tree/run" >"$scratch/output" 2>&1
   status=$?
   said=$(grep '^run: ' "$scratch/output")
   printed=$(grep -v '^run: ' "$scratch/output")
   asked=$(cat "$scratch/asked")
 }
-built='cmake --preset run
+built='cmake --preset run -D VELA_WARNINGS_AS_ERRORS=OFF
 cmake --build --preset run --target testapp vela-demonstration'
 building='run: configuring build/run
 run: building in build/run'
+
+# --- a release that is too old ---
+
+printf 'ID=ubuntu\nVERSION_ID="22.04"\nPRETTY_NAME="Ubuntu 22.04.5 LTS"\n' >"$scratch/os-release"
+run
+expect "the exit status on an old release" 1 $status
+expect "what is said on an old release" \
+  "run: this needs Debian 12 or Ubuntu 24.04, or a later release; here is Ubuntu 22.04.5 LTS" "$said"
+expect "what is printed beside that" "" "$printed"
+expect "what is asked for on an old release" "" "$asked"
+echo 'ID=debian' >"$scratch/os-release"
 
 # --- no display: pictures ---
 

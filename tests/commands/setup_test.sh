@@ -57,6 +57,24 @@ expect "two of three devices on macOS are pads" "18 56 " "$(pads_in_ioreg <<'END
 END
 )"
 
+# refused NAME VERSION: what is said on that release.
+refused() {
+  printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$scratch/os-release"
+  (refuse_old_release "$scratch/os-release" && echo goes on) 2>&1
+}
+needed="name: this needs Debian 12 or Ubuntu 24.04, or a later release; here is"
+expect "Debian 11" "$needed debian 11" "$(refused debian 11)"
+expect "Debian 12" "goes on" "$(refused debian 12)"
+expect "Debian 13" "goes on" "$(refused debian 13)"
+expect "a Debian that has no number yet" "goes on" "$(refused debian "")"
+expect "Ubuntu 9.10" "$needed ubuntu 9.10" "$(refused ubuntu 9.10)"
+expect "Ubuntu 22.04" "$needed ubuntu 22.04" "$(refused ubuntu 22.04)"
+expect "Ubuntu 23.10" "$needed ubuntu 23.10" "$(refused ubuntu 23.10)"
+expect "Ubuntu 24.04" "goes on" "$(refused ubuntu 24.04)"
+expect "another system" "goes on" "$(refused other 1)"
+expect "a system that does not name itself" "goes on" \
+  "$( (refuse_old_release "$scratch/none" && echo goes on) 2>&1)"
+
 # apt on a machine that has everything but one package, as root and as somebody without sudo.
 dpkg-query() { printf 'installed alpha\nconfig-files beta\ninstalled gamma\n'; }
 id() { echo "$user_id"; }
