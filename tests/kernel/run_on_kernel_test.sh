@@ -16,7 +16,7 @@ mkdir bin
 PATH=$scratch/bin:$PATH
 stand_in id 'echo 1000'
 stand_in uname 'echo Linux x86_64'
-for tool in qemu-system-x86_64 busybox cpio apt-get; do
+for tool in qemu-system-x86_64 busybox cpio modprobe xz zstd apt-get; do
   stand_in $tool "echo $tool is called; exit 1"
 done
 
@@ -41,7 +41,7 @@ stand_in apt-cache 'echo linux-image-amd64'
 expect "a kernel that depends on nothing" 77 "$no_kernel" "$program" . 5 echo ran
 stand_in apt-cache 'printf "linux-image-amd64\n  Depends: linux-image-1\n  Depends: linux-image-2\n"'
 stand_in apt-get 'echo "E: no network" >&2; exit 100'
-expect "the package can't be had" 77 "$skipped linux-image-1 could not be downloaded: E: no network" \
+expect "the packages can't be had" 77 "$skipped linux-image-amd64 linux-image-1 linux-image-2 could not be downloaded: E: no network" \
   "$program" . 5 echo ran
 
 # Root with a /dev/uhid, and with that line in /proc/mounts.
@@ -61,5 +61,72 @@ tmpfs /dev tmpfs rw 0 0'
 else
   echo "namespaces of its own are refused: not tried where /dev is a container's"
 fi
+
+# A kernel in several packages, with a module of each kind of compression and one that is built in. QEMU's stand-in
+# lists what the guest's first program is given, and ends the guest.
+module() { # FILE NEEDED_SYMBOL EXPORTED_SYMBOL
+  mkdir -p "$(dirname "$1")"
+  printf '%s\n' "extern void $2(void); void (*call_$3)(void) = $2;" \
+    "__attribute__((section(\"__ksymtab_strings\"))) const char name_$3[] = \"$3\";" |
+    "${CC:-cc}" -x c -c -o "$1" -
+}
+package() { # NAME
+  mkdir -p "$1/DEBIAN"
+  printf 'Package: %s\nVersion: 1\nArchitecture: all\nMaintainer: nobody\nDescription: none\n' "$1" >"$1/DEBIAN/control"
+  dpkg-deb --build "$1" "$1_1_all.deb" >/dev/null
+}
+try_split_kernel() {
+  local modules=linux-modules-1/usr/lib/modules/1.0.0-vela tool
+  rm bin/{cpio,modprobe,xz,zstd}
+  PATH=$PATH:/usr/sbin:/sbin
+  for tool in "${CC:-cc}" dpkg-deb depmod modprobe xz zstd cpio; do
+    command -v "$tool" >/dev/null || {
+      echo "$tool is not installed: not tried with packages"
+      return
+    }
+  done
+  mkdir packages
+  cd packages || exit
+  module $modules/kernel/a/9pnet.ko builtin_symbol of_9pnet
+  module $modules/kernel/b/9p.ko of_9pnet of_9p
+  module $modules/kernel/c/9pnet_virtio.ko of_9pnet of_9pnet_virtio
+  module $modules/kernel/d/hid.ko builtin_symbol of_hid
+  module $modules/kernel/d/hid-generic.ko of_hid of_hid_generic
+  module $modules/kernel/d/uhid.ko of_hid of_uhid
+  module $modules/kernel/d/other.ko of_hid of_other
+  for what in 9p hid; do cp $modules/kernel/*/$what.ko $what.plain; done
+  xz $modules/kernel/*/{9p,uhid}.ko
+  zstd --quiet --rm $modules/kernel/*/hid.ko
+  echo kernel/e/virtio_pci.ko >$modules/modules.builtin
+  : >$modules/modules.order
+  printf 'virtio_pci.license=GPL\0' >$modules/modules.builtin.modinfo
+  mkdir -p linux-binary-1/usr/lib/modules/1.0.0-vela
+  echo image >linux-binary-1/usr/lib/modules/1.0.0-vela/vmlinuz
+  for name in linux-image-amd64 linux-image-1 linux-binary-1 linux-modules-1; do package $name; done
+  cd ..
+  stand_in apt-cache 'case $2 in
+    linux-image-amd64) printf "  Depends: linux-image-1\n" ;;
+    linux-image-1) printf " PreDepends: kmod\n |Depends: linux-initramfs\n  Depends: linux-binary-1\n  Depends: linux-modules-1\n" ;;
+    linux-modules-1) printf "  Depends: linux-image-1\n" ;;
+    esac'
+  stand_in apt-get "shift; for name; do cp '$scratch/packages/'\${name}_1_all.deb .; done"
+  stand_in busybox :
+  # shellcheck disable=SC2016
+  stand_in qemu-system-x86_64 'while [ $# -gt 0 ]; do
+      [ "$1" != -initrd ] || initrd=$2
+      [ "$1" != -kernel ] || kernel=$2
+      shift
+    done
+    mkdir seen && (cd seen && cpio --quiet -i <"$initrd") && cp "$kernel" seen/vmlinuz && echo 0 >status'
+  expect "a kernel in several packages" 0 "run-on-kernel: a guest, emulated by QEMU without KVM" \
+    "$program" . 5 echo ran
+  expect "its image" 0 image cat seen/vmlinuz
+  expect "its modules in their order" 0 "9pnet 9pnet_virtio 9p hid hid-generic uhid" xargs -a seen/modules/order
+  expect "its modules" 0 "9p.ko 9pnet.ko 9pnet_virtio.ko hid-generic.ko hid.ko order uhid.ko" \
+    sh -c 'cd seen/modules && echo *'
+  expect "what was compressed by xz" 0 "" cmp packages/9p.plain seen/modules/9p.ko
+  expect "what was compressed by zstd" 0 "" cmp packages/hid.plain seen/modules/hid.ko
+}
+try_split_kernel
 
 exit $failures
