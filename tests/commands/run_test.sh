@@ -67,7 +67,7 @@ expect() { # WHAT EXPECTED ACTUAL
 # what it asked of the package manager and of CMake.
 run() {
   : >"$scratch/asked"
-  env -u DISPLAY -u WAYLAND_DISPLAY PATH="$scratch/bin:$PATH" "$@" "$tree/run" >"$scratch/output" 2>&1
+  env -u DISPLAY -u WAYLAND_DISPLAY -u VELA_WARNINGS_AS_ERRORS PATH="$scratch/bin:$PATH" "$@" "$tree/run" >"$scratch/output" 2>&1
   status=$?
   said=$(grep '^run: ' "$scratch/output")
   printed=$(grep -v '^run: ' "$scratch/output")
@@ -124,7 +124,9 @@ run: done: 30 pictures in $tree/build/pictures" "$said"
 expect "what is asked for a second time" "$built" "$asked"
 
 stand_in "$scratch/programs/vela-demonstration" <<<'exit 1'
-run
+run VELA_WARNINGS_AS_ERRORS=ON
+expect "what is asked for with warnings as errors" "cmake --preset run -D VELA_WARNINGS_AS_ERRORS=ON" \
+  "$(head -n 1 <<<"$asked")"
 expect "the exit status when the pictures fail" 1 $status
 expect "what is said last when the pictures fail" "run: the run failed" "$(tail -n 1 <<<"$said")"
 

@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# What check-on does around the command: the base tree that is made once, the copy that goes, the clone, the exit
+# status. What needs root or a network is a stand-in on the PATH.
+set -u
+program=$(dirname "$(realpath "$0")")/check-on
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+mkdir bin
+export PATH=$scratch/bin:$PATH VELA_TREES=$scratch/trees ASKED=$scratch/asked
+
+stand_in() { # NAME: with what is on standard input for a script
+  { echo '#!/bin/sh' && cat; } >"bin/$1"
+  chmod +x "bin/$1"
+}
+stand_in id <<<'echo 0'
+stand_in apt-get <<<'echo mirror:/debian'
+stand_in debootstrap <<'END'
+echo "debootstrap $*" >>"$ASKED"
+mkdir -p "$3/etc/apt/apt.conf.d"
+END
+stand_in mount <<'END'
+for last; do :; done
+echo "mount ${last##*/}" >>"$ASKED"
+END
+stand_in mountpoint <<<'exit 0'
+stand_in umount <<'END'
+echo "umount ${2##*/}" >>"$ASKED"
+END
+stand_in git <<'END'
+echo "git $1 $2 $3" >>"$ASKED"
+mkdir "$4" && echo "$4" >"$4/here"
+END
+# The command runs here, in the tree's folder.
+stand_in chroot <<'END'
+cd "$1" && shift
+while [ "$1" != sh ]; do shift; done
+script=$(echo "$3" | sed 's,/src,src,')
+shift 3
+exec sh -c "$script" "$@"
+END
+
+failures=0
+expect() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] && return
+  failures=$((failures + 1))
+  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
+}
+check_on() { # ARGUMENT...: sets $status, $said and $asked
+  : >"$ASKED"
+  said=$("$program" "$@" 2>&1)
+  status=$?
+  asked=$(xargs <"$ASKED")
+}
+
+check_on
+expect "without arguments" "1 check-on: usage: check-on RELEASE [COMMAND [ARGUMENT...]]" "$status $said"
+
+used='mount proc mount sys mount dev mount dev git clone -q . umount proc umount sys umount dev'
+check_on trixie sh -c 'cat here; echo "$1"; exit 3' sh 'two  words'
+expect "the command's exit status" 3 $status
+expect "the first time" "debootstrap --variant=minbase trixie $scratch/trees/trixie.new mirror:/debian $used" "$asked"
+expect "what is said first" "check-on: making a bare tree of trixie, which is kept in $scratch/trees/trixie" \
+  "$(head -n 1 <<<"$said")"
+tree=$(dirname "$(sed -n 3p <<<"$said")")
+expect "the command is in the clone, in a copy of the base" "$scratch/trees" "$(dirname "$tree")"
+expect "its argument" "two  words" "$(sed -n 4p <<<"$said")"
+expect "what is said last" "check-on: on trixie: ended with 3" "$(tail -n 1 <<<"$said")"
+expect "what is left" "trixie trixie.lock trixie.log" "$(find trees -mindepth 1 -maxdepth 1 -printf '%f\n' | sort | xargs)"
+expect "the base" "" "$(find trees/trixie -name src)"
+
+check_on trixie true
+expect "the second time" "0 $used" "$status $asked"
+
+stand_in git <<<'mkdir "$4" && for name in run check; do printf "#!/bin/sh\necho $name\n" >"$4/$name"; chmod +x "$4/$name"; done'
+check_on trixie
+expect "without a command" "0 run check" "$status $(sed -n '2,3p' <<<"$said" | xargs)"
+
+stand_in debootstrap <<<'exit 1'
+check_on sid true
+expect "a tree that cannot be made" "1 check-on: debootstrap failed, see $scratch/trees/sid.log" \
+  "$status $(tail -n 1 <<<"$said")"
+expect "what is left of it" "" "$(find trees -name 'sid' -o -name 'sid.??????')"
+
+stand_in id <<<'echo 1000'
+check_on trixie true
+expect "somebody who is not root" "1 check-on: needs root, for the bare tree" "$status $said"
+
+[ $failures = 0 ]
