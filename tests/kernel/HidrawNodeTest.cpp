@@ -1,5 +1,5 @@
-// waitForHidrawNode in a container: a made-up /sys, and no news of devices. Runs where a process
-// may have namespaces of its own.
+// waitForHidrawNode in a container: a made-up /sys and /dev, and no news of devices. Runs where a
+// process may have namespaces of its own.
 #include "virtualpads/kernel/HidrawNode.h"
 
 #include <gtest/gtest.h>
@@ -32,36 +32,42 @@ bool enterContainer() {
   std::ofstream("/proc/self/setgroups") << "deny";
   std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
   std::ofstream("/proc/self/gid_map") << "0 " + group + " 1";
-  return mount("none", "/sys", "tmpfs", 0, nullptr) == 0;
+  return mount("none", "/sys", "tmpfs", 0, nullptr) == 0 &&
+         mount("none", "/dev", "tmpfs", 0, nullptr) == 0;
 }
 
-// Waits until somebody has looked through the directory in vain.
-void makeNodeAfterALook(const FileDescriptor& looks) {
-  std::array<char, 4096> look;
-  if (read(looks.get(), look.data(), look.size()) > 0) {
-    std::filesystem::create_directories("/sys/class/hidraw/hidraw7/device");
-    std::ofstream("/sys/class/hidraw/hidraw7/device/uevent") << "HID_PHYS=toy/1\n";
-  }
+void listNode() {
+  std::filesystem::create_directories("/sys/class/hidraw/hidraw7/device");
+  std::ofstream("/sys/class/hidraw/hidraw7/device/uevent") << "HID_PHYS=toy/1\n";
 }
 
-int waitInContainer() {
+void makeNode() {
+  std::ofstream("/dev/hidraw7").flush();
+}
+
+// Waits for the node in a container, where `before` happens first and `after` once somebody has
+// looked through the directory in vain; whether the node and its file are there in the end.
+int waitInContainer(void (*before)(), void (*after)()) {
   if (!enterContainer()) {
     return kNoContainer;
   }
   std::filesystem::create_directories("/sys/class/hidraw");
+  before();
   const FileDescriptor looks(inotify_init1(IN_CLOEXEC));
   inotify_add_watch(looks.get(), "/sys/class/hidraw", IN_CLOSE_NOWRITE);
   if (fork() == 0) {
-    makeNodeAfterALook(looks);
+    std::array<char, 4096> look;
+    if (read(looks.get(), look.data(), look.size()) > 0) after();
     _exit(0);
   }
-  return waitForHidrawNode("toy/1", std::chrono::seconds(2)) == "/dev/hidraw7" ? kFound : kNotFound;
+  const std::string node = waitForHidrawNode("toy/1", std::chrono::seconds(2));
+  return node == "/dev/hidraw7" && std::filesystem::exists(node) ? kFound : kNotFound;
 }
 
-TEST(HidrawNodeTest, IsFoundAtTheEndOfTheTimeWhereNoNewsComes) {
+void expectFound(void (*before)(), void (*after)()) {
   const pid_t child = fork();
   if (child == 0) {
-    _exit(waitInContainer());
+    _exit(waitInContainer(before, after));
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -70,6 +76,14 @@ TEST(HidrawNodeTest, IsFoundAtTheEndOfTheTimeWhereNoNewsComes) {
     GTEST_SKIP() << "namespaces of its own are refused";
   }
   EXPECT_EQ(WEXITSTATUS(status), kFound);
+}
+
+TEST(HidrawNodeTest, IsFoundAtTheEndOfTheTimeWhereNoNewsComes) {
+  expectFound(makeNode, listNode);
+}
+
+TEST(HidrawNodeTest, IsNotFoundBeforeItsFileIsThere) {
+  expectFound(listNode, makeNode);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -36,7 +37,10 @@ struct CloseDevice {
 using Device = std::unique_ptr<hid_device, CloseDevice>;
 
 Device openPad(const UhidPad& pad) {
-  return Device(hid_open_path(pad.waitForNode().c_str()));
+  const std::string node = pad.waitForNode();
+  Device device(hid_open_path(node.c_str()));
+  if (!device) throw std::runtime_error("hidapi does not open the pad's node: " + node);
+  return device;
 }
 
 Bytes read(const Device& device) {

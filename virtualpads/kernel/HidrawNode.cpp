@@ -74,10 +74,13 @@ std::string waitForHidrawNode(const std::string& physicalPath, std::chrono::mill
   const auto end = Clock::now() + limit;
   const FileDescriptor listener = listenForDevices();
   std::string node = findNode(physicalPath);
+  std::error_code missing;
   bool inTime = true;
-  while (node.empty() && inTime) {
+  // The kernel lists a node before it makes its file.
+  while (inTime && !std::filesystem::exists(node, missing)) {
     inTime = waitForNews(listener, end);
-    // When the time is over, too: a container may get no news.
+    // When the time is over, too, and then without a file: a container may get no news, and may
+    // have a /dev of its own.
     node = findNode(physicalPath);
   }
   return node;
