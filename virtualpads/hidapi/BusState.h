@@ -31,13 +31,23 @@ struct PortState {
 
 }  // namespace virtualpads
 
+namespace virtualpads {
+
+// An error text of an open node.
+struct ErrorText {
+  const wchar_t* text = nullptr;  // stands for the text that hidapi allocates
+  int callsInFlight = 0;          // those that may free it
+};
+
+}  // namespace virtualpads
+
 // An open node, as the C functions hand it out.
 struct hid_device_ {
   std::shared_ptr<virtualpads::PortState> port;
   bool open = true;
   std::deque<virtualpads::Bytes> unread;
-  int callsInFlight = 0;               // those that may free the error text
-  const wchar_t* errorText = nullptr;  // stands for the text that hidapi allocates
+  virtualpads::ErrorText error;
+  virtualpads::ErrorText readError;  // of the reads, when they have a text of their own
 };
 
 namespace virtualpads {
@@ -75,6 +85,7 @@ struct VirtualBus::State {
   // Closed handles stay here until the reset, so that their use is noticed.
   std::map<const hid_device_*, std::shared_ptr<hid_device_>> handles;
   std::chrono::milliseconds readTimeout{0};
+  ErrorTexts errorTexts = ErrorTexts::OnePerHandle;
   std::vector<FaultRule> faults;
   Counts ordinals{};  // for the faults; never start again
   long ordinal = 0;

@@ -17,6 +17,8 @@ namespace {
 
 using virtualpads::BegunCall;
 using virtualpads::Bytes;
+using virtualpads::ErrorText;
+using virtualpads::ErrorTexts;
 using virtualpads::FaceAccess;
 using virtualpads::HidCall;
 using virtualpads::PadModel;
@@ -86,22 +88,22 @@ struct Call {
   }
 };
 
-// hidapi frees the handle's one error text whenever it is about to set another. Any other call in
-// flight on the handle may be about to do the same, and then the text is freed twice.
-void freeErrorText(FaceAccess::State& bus, hid_device_& handle) {
-  if (handle.errorText && handle.callsInFlight > 1) {
+// hidapi frees an error text whenever it is about to set another. Any other call in flight that
+// uses the same text may be about to do the same, and then it is freed twice.
+void freeErrorText(FaceAccess::State& bus, ErrorText& error) {
+  if (error.text && error.callsInFlight > 1) {
     ++bus.misuses;
   }
-  handle.errorText = nullptr;
+  error.text = nullptr;
 }
 
-// When a call frees its handle's old error text for certain; one that fails does so at its end too.
-enum class ErrorText { FreedAtStart, FreedAtEnd };
+// When a call frees its old error text for certain; one that fails does so at its end too.
+enum class OldText { FreedAtStart, FreedAtEnd };
 
 // The calls that exchange reports. `work` takes the call, the handle and the greatest length to
 // deliver, and returns the result.
 template <typename Work>
-int exchange(HidCall kind, ErrorText errorText, hid_device* dev, std::size_t length, Bytes bytes,
+int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length, Bytes bytes,
              Work work) {
   const int argument = static_cast<int>(length);
   Call call(kind, argument, std::move(bytes));
@@ -109,9 +111,11 @@ int exchange(HidCall kind, ErrorText errorText, hid_device* dev, std::size_t len
   if (!handle) {
     return call.end(kFailed);
   }
-  ++handle->callsInFlight;
-  if (errorText == ErrorText::FreedAtStart) {
-    freeErrorText(call.bus, *handle);
+  const bool readsHaveTheirs = call.bus.errorTexts == ErrorTexts::ReadsHaveTheirs;
+  ErrorText& error = kind == HidCall::Read && readsHaveTheirs ? handle->readError : handle->error;
+  ++error.callsInFlight;
+  if (oldText == OldText::FreedAtStart) {
+    freeErrorText(call.bus, error);
   }
   if (call.begun.unplug) {
     call.bus.unplug(*handle->port);
@@ -120,13 +124,13 @@ int exchange(HidCall kind, ErrorText errorText, hid_device* dev, std::size_t len
                          ? *call.begun.returns
                          : call.begun.limited(work(call, *handle, call.begun.limited(argument)));
   call.holdBackIfLate();
-  if (result < 0 || errorText == ErrorText::FreedAtEnd) {
-    freeErrorText(call.bus, *handle);
+  if (result < 0 || oldText == OldText::FreedAtEnd) {
+    freeErrorText(call.bus, error);
   }
   if (result < 0) {
-    handle->errorText = L"the call failed";
+    error.text = L"the call failed";
   }
-  --handle->callsInFlight;
+  --error.callsInFlight;
   return call.end(result);
 }
 
@@ -270,7 +274,7 @@ void hid_close(hid_device* dev) {
     return;
   }
   if (const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev)) {
-    if (handle->callsInFlight > 0) {
+    if (handle->error.callsInFlight + handle->readError.callsInFlight > 0) {
       ++call.bus.misuses;
     }
     if (call.begun.unplug) {
@@ -299,7 +303,7 @@ int hid_set_nonblocking(hid_device* dev, int nonblock) {
 }
 
 int hid_read_timeout(hid_device* dev, unsigned char* data, size_t length, int milliseconds) {
-  return exchange(HidCall::Read, ErrorText::FreedAtStart, dev, length, {},
+  return exchange(HidCall::Read, OldText::FreedAtStart, dev, length, {},
                   [&](Call& call, hid_device_& handle, int capacity) {
                     const bool shortened = call.bus.readTimeout.count() > 0;
                     return readReport(
@@ -310,12 +314,12 @@ int hid_read_timeout(hid_device* dev, unsigned char* data, size_t length, int mi
 
 int hid_write(hid_device* dev, const unsigned char* data, size_t length) {
   // No pad has output reports.
-  return exchange(HidCall::Write, ErrorText::FreedAtEnd, dev, length, copied(data, length),
+  return exchange(HidCall::Write, OldText::FreedAtEnd, dev, length, copied(data, length),
                   [](Call&, hid_device_&, int) { return kFailed; });
 }
 
 int hid_get_feature_report(hid_device* dev, unsigned char* data, size_t length) {
-  return exchange(HidCall::GetFeature, ErrorText::FreedAtStart, dev, length, copied(data, length),
+  return exchange(HidCall::GetFeature, OldText::FreedAtStart, dev, length, copied(data, length),
                   [&](Call& call, const hid_device_& handle, int capacity) {
                     if (!isFeatureRequest(data, length) || !handle.port->plugged) {
                       return kFailed;
@@ -333,7 +337,7 @@ int hid_get_feature_report(hid_device* dev, unsigned char* data, size_t length) 
 }
 
 int hid_send_feature_report(hid_device* dev, const unsigned char* data, size_t length) {
-  return exchange(HidCall::SendFeature, ErrorText::FreedAtStart, dev, length, copied(data, length),
+  return exchange(HidCall::SendFeature, OldText::FreedAtStart, dev, length, copied(data, length),
                   [&](Call& call, const hid_device_& handle, int) {
                     if (!isFeatureRequest(data, length) || !handle.port->plugged) {
                       return kFailed;
@@ -353,7 +357,7 @@ const wchar_t* hid_error(hid_device* dev) {
   FaceAccess::State& bus = FaceAccess::state();
   std::lock_guard lock(bus.mutex);
   const std::shared_ptr<hid_device_> handle = openHandle(bus, dev);
-  return handle && handle->errorText ? handle->errorText : kNone;
+  return handle && handle->error.text ? handle->error.text : kNone;
 }
 
 }  // extern "C"

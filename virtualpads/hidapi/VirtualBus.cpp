@@ -147,6 +147,7 @@ void VirtualBus::reset() {
   m_state->ports.clear();
   m_state->handles.clear();
   m_state->readTimeout = std::chrono::milliseconds{0};
+  m_state->errorTexts = ErrorTexts::OnePerHandle;
   m_state->releaseLateCalls();
   m_state->faults.clear();
   m_state->clearLog();
@@ -223,6 +224,11 @@ void VirtualBus::withModel(Port port, const std::function<void(PadModel&)>& look
 void VirtualBus::setReadTimeout(std::chrono::milliseconds timeout) {
   std::lock_guard lock(m_state->mutex);
   m_state->readTimeout = timeout;
+}
+
+void VirtualBus::setErrorTexts(ErrorTexts texts) {
+  std::lock_guard lock(m_state->mutex);
+  m_state->errorTexts = texts;
 }
 
 namespace {

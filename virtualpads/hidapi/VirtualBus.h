@@ -66,6 +66,12 @@ struct Fault {
   int value = -1;
 };
 
+// Which calls on a handle share an error text.
+enum class ErrorTexts {
+  OnePerHandle,    // all of them: hidapi up to 0.14
+  ReadsHaveTheirs  // the reads have one, all others share another: hidapi from 0.15 on
+};
+
 // A port that was never plugged, or not since the last reset, is a mistake of the caller: the
 // operations that take one throw std::out_of_range.
 class VirtualBus {
@@ -76,8 +82,8 @@ class VirtualBus {
 
   static VirtualBus& instance();
 
-  // Unplugs everything, forgets faults, log, misuse and time-out. For the start of a test; the
-  // program under test must have closed its handles.
+  // Unplugs everything, forgets faults, log, misuse, time-out and error texts. For the start of a
+  // test; the program under test must have closed its handles.
   void reset();
 
   // Plugs a pad; it shows `interfaces` entries in an enumeration. Each plugging has a port of its
@@ -108,6 +114,9 @@ class VirtualBus {
   // zero restores the caller's. Lets a test pass a thousand time-outs without waiting for them.
   void setReadTimeout(std::chrono::milliseconds timeout);
 
+  // For calls that begin from now on; OnePerHandle at first.
+  void setErrorTexts(ErrorTexts texts);
+
   // From now on the n-th call of that kind (1 is the next one), and the `times` - 1 calls after it,
   // meet the fault (kAlways: all from the n-th on). Faults add up; of several of one kind that meet
   // in a call the last counts. Throws std::invalid_argument for nth or times below 1 and for a
@@ -137,9 +146,9 @@ class VirtualBus {
   int openHandles(Port port) const;
   bool waitUntilOpen(Port port) const;  // false after 30 s
 
-  // Calls that hidapi 0.13 would have answered with undefined behaviour: a null or closed handle
-  // (Close may be given null); a Close while another call on the handle goes on; two calls on one
-  // handle that could both free its single error text.
+  // Calls that hidapi would have answered with undefined behaviour: a null or closed handle (Close
+  // may be given null); a Close while another call on the handle goes on; two calls that could both
+  // free the same error text, see setErrorTexts.
   long misuses() const;
 
  private:

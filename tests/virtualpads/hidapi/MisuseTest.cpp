@@ -136,6 +136,86 @@ TEST_F(MisuseTest, EachHandleHasATextOfItsOwn) {
   hid_close(dev);
 }
 
+// hidapi from 0.15 on.
+class ReadTextMisuseTest : public MisuseTest {
+ protected:
+  ReadTextMisuseTest() { bus.setErrorTexts(ErrorTexts::ReadsHaveTheirs); }
+};
+
+TEST_F(ReadTextMisuseTest, AReadLeavesTheTextOfTheOtherCallsAlone) {
+  auto reader = waitingRead();
+  EXPECT_EQ(setFeature(dev, {kNoSuchReport}, 17), -1);
+  EXPECT_EQ(setFeature(dev, {kNoSuchReport}, 17), -1);  // frees the first one's text
+  bus.unplug(port);
+  EXPECT_EQ(reader.get().result, -1);
+  auto feature = lateFailure();
+  EXPECT_EQ(read(dev, 0).result, -1);  // frees the first one's text
+  bus.releaseLateCalls();
+  EXPECT_EQ(feature.get(), -1);
+  EXPECT_EQ(bus.misuses(), 0);
+  hid_close(dev);
+}
+
+TEST_F(ReadTextMisuseTest, TheOtherCallsShareOneStill) {
+  EXPECT_EQ(setFeature(dev, {kNoSuchReport}, 17), -1);
+  auto feature = lateFailure();
+  EXPECT_EQ(bus.misuses(), 0);
+  EXPECT_EQ(setFeature(dev, {kNoSuchReport}, 17), -1);
+  EXPECT_EQ(bus.misuses(), 0);
+  const unsigned char report[1] = {0};
+  EXPECT_EQ(hid_write(dev, report, 1), -1);
+  EXPECT_EQ(bus.misuses(), 1);
+  bus.releaseLateCalls();
+  EXPECT_EQ(feature.get(), -1);
+  hid_close(dev);
+}
+
+TEST_F(ReadTextMisuseTest, TwoReadsShareOneStill) {
+  auto reader = waitingRead();
+  bus.fail(HidCall::Read, {});
+  EXPECT_EQ(read(dev, 0).result, -1);
+  EXPECT_EQ(bus.misuses(), 0);
+  EXPECT_EQ(read(dev, 0).result, 0);
+  EXPECT_EQ(bus.misuses(), 1);
+  bus.unplug(port);
+  reader.get();
+  hid_close(dev);
+}
+
+TEST_F(ReadTextMisuseTest, AClosingWhileACallOfEitherKindGoesOn) {
+  auto reader = waitingRead();
+  hid_close(dev);
+  EXPECT_EQ(bus.misuses(), 1);
+  reader.get();
+  dev = hid_open(kVendor, kVisionPad, nullptr);
+  auto feature = lateFailure();
+  hid_close(dev);
+  EXPECT_EQ(bus.misuses(), 2);
+  bus.releaseLateCalls();
+  feature.get();
+}
+
+TEST_F(ReadTextMisuseTest, TheErrorIsNeverAReads) {
+  bus.fail(HidCall::Read, {});
+  EXPECT_EQ(read(dev, 0).result, -1);
+  EXPECT_STREQ(hid_error(dev), L"Success");
+  EXPECT_EQ(getFeature(dev, kNoSuchReport, 17), -1);
+  EXPECT_EQ(read(dev, 0).result, 0);
+  EXPECT_STREQ(hid_error(dev), L"the call failed");
+  hid_close(dev);
+}
+
+TEST_F(ReadTextMisuseTest, TheResetGoesBackToOneText) {
+  hid_close(dev);
+  bus.reset();
+  bus.plug(makePad(PadKind::Vision));
+  dev = hid_open(kVendor, kVisionPad, nullptr);
+  bus.fail(HidCall::Read, {});
+  EXPECT_EQ(read(dev, 0).result, -1);
+  EXPECT_STREQ(hid_error(dev), L"the call failed");
+  hid_close(dev);
+}
+
 TEST_F(MisuseTest, SetNonblockingLeavesTheTextAlone) {
   auto reader = waitingRead();
   EXPECT_EQ(getFeature(dev, kNoSuchReport, 17), -1);
