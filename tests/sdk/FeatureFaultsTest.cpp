@@ -3,8 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <string>
@@ -538,6 +542,19 @@ class CutReplyTest : public FeatureFaultsTest {
     bus.fail(HidCall::GetFeature, {Fault::Kind::Short, bytes});
     dirtyTheStack();
   }
+
+  // A record's fields of these sizes, which are in the machine's byte order, with their low bytes
+  // first.
+  static Bytes lowFirst(Bytes record, std::initializer_list<std::ptrdiff_t> sizes) {
+    if constexpr (std::endian::native == std::endian::big) {
+      auto field = record.begin();
+      for (const std::ptrdiff_t size : sizes) {
+        std::reverse(field, field + size);
+        field += size;
+      }
+    }
+    return record;
+  }
 };
 
 class IiCutReplyTest : public CutReplyTest {
@@ -562,7 +579,8 @@ class IiCutReplyTest : public CutReplyTest {
     EXPECT_EQ(driver.GetPadInfo(&info), expected);
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&info);
     EXPECT_EQ(bytes[0], 0xEE);
-    return {bytes + 1, bytes + sizeof info};
+    return lowFirst({bytes + 1, bytes + sizeof info},
+                    {2, 2, 2, 2, 1, 2, 2, 1, 8, 8, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2});
   }
 
   Bytes serialBytes() {
@@ -722,7 +740,7 @@ class VisionCutReplyTest : public CutReplyTest {
     std::memset(&region, 0xEE, sizeof region);
     EXPECT_EQ(driver.GetInkRegion(&region), 1);
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&region);
-    return {bytes, bytes + sizeof region};
+    return lowFirst({bytes, bytes + sizeof region}, {1, 1, 1, 2, 2, 2, 2, 1, 1, 1, 1, 2, 2});
   }
 
   std::shared_ptr<ScriptedPad> pad = std::make_shared<ScriptedPad>(std::uint16_t{56});
@@ -745,7 +763,7 @@ TEST_F(VisionCutReplyTest, InkRegionHoldsWhatWasSentAndZeros) {
   EXPECT_EQ(region(), hex("", 19));
   cut(1);
   EXPECT_EQ(region(), hex("", 19));
-  // In the record's order and the machine's byte order; of word 4 the low byte is missing.
+  // In the record's order, low bytes first; of word 4 the low byte is missing.
   cut(9);
   EXPECT_EQ(region(), hex("01 01 01 00 41 32 31 22 21 12 11", 19));
   // Of the scaled value the high byte is missing: 0x88 / 100 = 1, swapped.

@@ -346,9 +346,9 @@ TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
   std::exit(0);
 }
 
-// In a process of its own, since the numbers go on over all connections of a process.
+// In a process of its own, since the numbers go on over all connections of a process. GoogleTest
+// forks it before all other tests.
 TEST(IiSequenceDeathTest, StartsAtOneAndCountsEveryCompleteReport) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(printSequences(), testing::ExitedWithCode(0), "^2 3 4 5 $");
 }
 

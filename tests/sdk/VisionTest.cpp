@@ -943,8 +943,8 @@ TEST_F(VisionSampleTest, SequenceGoesFromTwoHundredFiftyFiveToZero) {
 }
 
 // In a process of its own: position and number are kept over all connections of a process.
+// GoogleTest forks it before all other tests.
 TEST(VisionFirstSampleDeathTest, IsAtZeroWithNumberOneAndThe256thHasNumberZero) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(printFirstSamples(), testing::ExitedWithCode(0),
               "^\\(0, 0, 0, touch 0\\) 1 255 0 1$");
 }
