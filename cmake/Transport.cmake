@@ -12,15 +12,19 @@ else()
   set(VELA_HIDAPI_MODULE hidapi-hidraw)
 endif()
 
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(HIDAPI REQUIRED IMPORTED_TARGET ${VELA_HIDAPI_MODULE})
+if(VELA_APPLICATION)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(HIDAPI REQUIRED IMPORTED_TARGET ${VELA_HIDAPI_MODULE})
+
+  add_library(vela_transport_hidapi INTERFACE)
+  add_library(vela::transport-hidapi ALIAS vela_transport_hidapi)
+  target_link_libraries(vela_transport_hidapi INTERFACE PkgConfig::HIDAPI)
+else()
+  find_path(HIDAPI_INCLUDE_DIRS hidapi.h PATH_SUFFIXES hidapi REQUIRED)
+endif()
 
 add_library(vela_hidapi_headers INTERFACE)
 target_include_directories(vela_hidapi_headers SYSTEM INTERFACE ${HIDAPI_INCLUDE_DIRS})
-
-add_library(vela_transport_hidapi INTERFACE)
-add_library(vela::transport-hidapi ALIAS vela_transport_hidapi)
-target_link_libraries(vela_transport_hidapi INTERFACE PkgConfig::HIDAPI)
 
 add_library(vela_transport_virtual INTERFACE)
 add_library(vela::transport-virtual ALIAS vela_transport_virtual)
