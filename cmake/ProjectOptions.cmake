@@ -26,7 +26,7 @@ target_compile_options(vela_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 
 # The code has no warnings with these compilers. Any other may have more to say, and goes on.
-set(VELA_KNOWN_COMPILERS "GNU 12" "GNU 14" "GNU 16" "Clang 14" "Clang 19" "Clang 21")
+set(VELA_KNOWN_COMPILERS "GNU 12" "GNU 14" "GNU 16" "Clang 14" "Clang 16" "Clang 19" "Clang 21")
 option(VELA_WARNINGS_AS_ERRORS "Treat the warnings of the compilers that are known as errors" OFF)
 string(REGEX MATCH "^[0-9]+" VELA_COMPILER_MAJOR "${CMAKE_CXX_COMPILER_VERSION}")
 if(VELA_WARNINGS_AS_ERRORS

@@ -2,20 +2,21 @@
 # What ./run, ./check and .ci/run share: installing what is missing, and building. Sourced by them with
 # $command_name set; keeps to what the bash 3.2 of macOS understands.
 
-# Packages for running the application, for the tests, for the deep checks, and for those of the SDK and
-# the device side on other processors and with another standard library.
+# Packages for running the application, for the tests, and for the deep checks.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev qt6-base-dev qt6-wayland fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libcairo2-dev libx11-dev libxtst-dev
   xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind dpkg-dev lintian debootstrap git"
+brew_run="cmake ninja pkgconf hidapi qt"
+brew_check="$brew_run googletest google-benchmark cairo"
+
+# Packages for the SDK and the device side on other processors, and with another standard library.
 debian_core="cmake ninja-build libhidapi-dev googletest"
 debian_arm64="$debian_core g++-aarch64-linux-gnu qemu-user"
 debian_s390x="$debian_core g++-s390x-linux-gnu qemu-user"
 debian_libcxx="$debian_core clang-16 libc++-16-dev libc++abi-16-dev"
-brew_run="cmake ninja pkgconf hidapi qt"
-brew_check="$brew_run googletest google-benchmark cairo"
 
 say() { printf '%s: %s\n' "$command_name" "$*"; }
 stop() {

@@ -109,6 +109,16 @@ int __wrap_nanosleep(const timespec* duration, timespec* remaining) {
   return skipPauses ? 0 : __real_nanosleep(duration, remaining);
 }
 
+#ifdef _LIBCPP_VERSION
+// std::this_thread::sleep_for: libc++ calls nanosleep in its own library, where it cannot be
+// replaced.
+void __wrap__ZNSt3__111this_thread9sleep_forERKNS_6chrono8durationIxNS_5ratioILl1ELl1000000000EEEEE(
+    const std::chrono::nanoseconds& duration) {
+  const timespec time{.tv_sec = 0, .tv_nsec = duration.count()};
+  __wrap_nanosleep(&time, nullptr);
+}
+#endif
+
 }  // extern "C"
 
 namespace {

@@ -160,6 +160,7 @@ TYPED_TEST(PadsFlowTest, PadIsPulledOutWhileThePenMovesAndTheConnectionCloses) {
 }
 
 TYPED_TEST(PadsFlowTest, ConnectionClosesWhileThePenMoves) {
+  this->bus.setReadTimeout(this->kLongTimeout);  // however slow the pen is, it does not rest
   this->plugPad();
   typename TypeParam::Driver driver;
   ASSERT_EQ(driver.OpenConnection(recordPen), 1);
@@ -173,6 +174,8 @@ TYPED_TEST(PadsFlowTest, ConnectionClosesWhileThePenMoves) {
   const std::size_t delivered = this->recorder.count();
   EXPECT_TRUE(this->bus.waitForReturned(HidCall::Read,
                                         this->bus.count(HidCall::Read) + 100));  // it reads on
+  this->bus.setReadTimeout(this->kShortTimeout);
+  EXPECT_TRUE(this->bus.waitForReturned(HidCall::Read, this->bus.count(HidCall::Read) + 2));
   stop = true;
   pen.join();
   closing.join();

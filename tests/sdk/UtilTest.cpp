@@ -206,6 +206,9 @@ TEST_F(Base64DecodeTest, StopsQuietlyAtTheFirstCharacterThatDoesNotBelong) {
 }
 
 TEST_F(Base64DecodeTest, LettersOfTheLocaleBelongAndCountAs255) {
+#ifdef _LIBCPP_VERSION
+  GTEST_SKIP() << "isalnum is inline with libc++, so that no locale can be played";
+#endif
   latin1 = true;
   // 0 << 2 | 0x30 >> 4, 0xF0 | 0x3C >> 2, (0xC0 + 0xFF) % 256
   EXPECT_THAT(util.base64_decode("A\xE4\xF6\xFC"), ElementsAre(0x03, 0xFF, 0xBF));
