@@ -1,15 +1,15 @@
 // How long one redraw of the drawing view takes, by the number of segments that it shows, next to
-// the same picture drawn by QPainter::drawPath and by Cairo as they come.
+// the same picture drawn by QPainter::drawPath and QPainter::drawLines.
 //
-// The ink is what a pen leaves: short segments between whole points, all over the view of a USB
-// pad.
+// The ink lies on the view of a USB pad: handwriting and hatching as a pen leaves them, short
+// segments between whole points, and long lines between random points.
 #include <benchmark/benchmark.h>
-#include <cairo.h>
 
 #include <QApplication>
 #include <QImage>
 #include <QPainter>
 #include <cmath>
+#include <random>
 #include <vector>
 
 #include "DrawView.h"
@@ -18,127 +18,149 @@ namespace {
 
 constexpr QSize kViewSize(265, 161);
 
-// A pen that winds over the view: a spiral out and in again, ever anew and turned a little, 200
-// samples each. Points that are the same as the one before are left out, so that each step is a
-// segment.
-std::vector<QPoint> penPoints(int segments) {
-  std::vector<QPoint> points;
-  for (int sample = 0; static_cast<int>(points.size()) <= segments; ++sample) {
-    const int round = sample / 200;
-    const double turn = sample * 0.063 + round * 0.37;
-    const double reach = 0.05 + 0.9 * std::abs(sample % 200 - 100) / 100.0;
-    const QPoint point(132 + static_cast<int>(130 * reach * std::cos(turn)),
-                       80 + static_cast<int>(78 * reach * std::sin(turn)));
-    if (points.empty() || points.back() != point) points.push_back(point);
+using Segments = std::vector<QLine>;
+
+// The way of a pen through the points; one that is the same as the one before it is left out.
+class Pen {
+ public:
+  explicit Pen(int wanted) : m_wanted(wanted) {}
+
+  bool writes() const { return std::ssize(segments) < m_wanted; }
+
+  void moveTo(double x, double y) { m_at = {static_cast<int>(x), static_cast<int>(y)}; }
+
+  void lineTo(double x, double y) {
+    const QPoint from = m_at;
+    moveTo(x, y);
+    if (m_at != from && writes()) segments.emplace_back(from, m_at);
   }
-  return points;
+
+  Segments segments;
+
+ private:
+  std::ptrdiff_t m_wanted;
+  QPoint m_at;
+};
+
+// Joined letters in four lines of writing, sheet after sheet on top of each other, each a little
+// elsewhere and with letters of another size.
+Segments handwriting(int segments) {
+  Pen pen(segments);
+  for (int row = 0; pen.writes(); ++row) {
+    const double left = 12 + row * 7 % 11;
+    const double middle = 30 + 34 * (row % 4) + row * 5 % 9 - 4;
+    const double size = 8 + row * 3 % 7;
+    pen.moveTo(left, middle);
+    for (int sample = 0; sample < 420; ++sample) {
+      const double turn = sample * 0.3;
+      const double height = size * (0.6 + 0.4 * std::sin(turn / 5));
+      pen.lineTo(left + sample * 0.52 + 0.6 * size * std::sin(turn),
+                 middle - height * std::sin(turn * 0.97));
+    }
+  }
+  return pen.segments;
 }
 
-QImage canvas(double scale) {
+Segments randomLines(int segments) {
+  std::mt19937 random;  // the same sequence each time
+  const auto below = [&](int end) {
+    return static_cast<int>(random() % static_cast<unsigned>(end));
+  };
+  Segments lines;
+  while (std::ssize(lines) < segments) {
+    const QPoint from(below(kViewSize.width()), below(kViewSize.height()));
+    lines.emplace_back(from, QPoint(below(kViewSize.width()), below(kViewSize.height())));
+  }
+  return lines;
+}
+
+// Slanted strokes to and fro, over the view and again.
+Segments hatching(int segments) {
+  constexpr int kSteps = 40;
+  Pen pen(segments);
+  for (int stroke = 0; pen.writes(); ++stroke) {
+    const double foot = stroke * 3 % 200;
+    for (int sample = 0; sample <= kSteps; ++sample) {
+      const double way = static_cast<double>(stroke % 2 == 0 ? sample : kSteps - sample) / kSteps;
+      const double x = 10 + foot + 45 * way;
+      const double y = 150 - 140 * way;
+      stroke == 0 && sample == 0 ? pen.moveTo(x, y) : pen.lineTo(x, y);
+    }
+  }
+  return pen.segments;
+}
+
+using Pattern = Segments (*)(int segments);
+
+QImage canvas(const benchmark::State& state) {
+  const double scale = static_cast<double>(state.range(1)) / 100;
   QImage image((QSizeF(kViewSize) * scale).toSize(), QImage::Format_RGB32);
   image.setDevicePixelRatio(scale);
   return image;
 }
 
-void countSegments(benchmark::State& state, int segments) {
-  state.counters["segments/s"] =
-      benchmark::Counter(static_cast<double>(segments) * static_cast<double>(state.iterations()),
-                         benchmark::Counter::kIsRate);
-}
-
 // One sample arrives, and the view is redrawn: the path is another one each time.
-void viewRedraw(benchmark::State& state) {
-  const auto segments = static_cast<int>(state.range(0));
+void view(benchmark::State& state, Pattern pattern) {
   DrawView view;
   view.setGeometry(QRect(QPoint(0, 0), kViewSize));
-  const auto points = penPoints(segments);
-  view.SetMoveTo(points[0].x(), points[0].y());
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    view.SetLineTo(points[i].x(), points[i].y());
-    view.SetMoveTo(points[i].x(), points[i].y());
+  const Segments segments = pattern(static_cast<int>(state.range(0)));
+  for (const QLine& segment : segments) {
+    view.SetMoveTo(segment.x1(), segment.y1());
+    view.SetLineTo(segment.x2(), segment.y2());
   }
-  QImage image = canvas(static_cast<double>(state.range(1)) / 100);
+  QImage image = canvas(state);
   for ([[maybe_unused]] auto _ : state) {
-    view.SetMoveTo(points.back().x(), points.back().y());
+    view.SetMoveTo(segments.back().x2(), segments.back().y2());
     QPainter painter(&image);
     view.drawRect(painter, view.rect());
   }
-  countSegments(state, segments);
 }
 
-void drawPlainly(benchmark::State& state, const QPainterPath& path) {
-  QImage image = canvas(static_cast<double>(state.range(1)) / 100);
+void paint(benchmark::State& state, auto stroke) {
+  QImage image = canvas(state);
   for ([[maybe_unused]] auto _ : state) {
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillRect(QRect(QPoint(0, 0), kViewSize), Qt::white);
-    painter.setPen(QPen(Qt::blue, 2));
-    painter.drawPath(path);
+    painter.setPen(QPen(Qt::blue, 2, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    stroke(painter);
   }
-  countSegments(state, static_cast<int>(state.range(0)));
 }
 
-// The same ink as one joined path, antialiased and otherwise as the toolkit does it by itself.
-void plainDrawPath(benchmark::State& state) {
-  const auto points = penPoints(static_cast<int>(state.range(0)));
-  QPainterPath path(points[0]);
-  for (const QPoint& point : points) path.lineTo(point);
-  drawPlainly(state, path);
-}
-
-// The same as subpaths of one segment each, which is what the view has.
-void plainDrawPathOfSegments(benchmark::State& state) {
-  const auto points = penPoints(static_cast<int>(state.range(0)));
+// Each segment is a subpath of its own, as in the view.
+void drawPath(benchmark::State& state, Pattern pattern) {
   QPainterPath path;
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    path.moveTo(points[i - 1]);
-    path.lineTo(points[i]);
+  for (const QLine& segment : pattern(static_cast<int>(state.range(0)))) {
+    path.moveTo(segment.p1());
+    path.lineTo(segment.p2());
   }
-  drawPlainly(state, path);
+  paint(state, [&](QPainter& painter) {
+    path.moveTo(path.currentPosition());
+    painter.drawPath(path);
+  });
 }
 
-// The same subpaths stroked by Cairo as one path.
-void cairoStroke(benchmark::State& state) {
-  const auto points = penPoints(static_cast<int>(state.range(0)));
-  const double scale = static_cast<double>(state.range(1)) / 100;
-  const QSize size = canvas(scale).size();
-  cairo_surface_t* surface =
-      cairo_image_surface_create(CAIRO_FORMAT_RGB24, size.width(), size.height());
-  for ([[maybe_unused]] auto _ : state) {
-    cairo_t* cairo = cairo_create(surface);
-    cairo_scale(cairo, scale, scale);
-    cairo_set_source_rgb(cairo, 1, 1, 1);
-    cairo_paint(cairo);
-    cairo_set_source_rgb(cairo, 0, 0, 1);
-    cairo_set_line_width(cairo, 2);
-    for (std::size_t i = 1; i < points.size(); ++i) {
-      cairo_move_to(cairo, points[i - 1].x(), points[i - 1].y());
-      cairo_line_to(cairo, points[i].x(), points[i].y());
-    }
-    cairo_stroke(cairo);
-    cairo_destroy(cairo);
-  }
-  cairo_surface_destroy(surface);
-  countSegments(state, static_cast<int>(state.range(0)));
+void drawLines(benchmark::State& state, Pattern pattern) {
+  QList<QLineF> lines;
+  for (const QLine& segment : pattern(static_cast<int>(state.range(0)))) lines.append(segment);
+  paint(state, [&](QPainter& painter) { painter.drawLines(lines); });
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
-  benchmark->ArgNames({"segments", "scale%"})->Unit(benchmark::kMillisecond);
-  for (const int scale : {100, 200}) {
-    for (const int segments : {1'000, 10'000, 100'000, 1'000'000}) {
-      benchmark->Args({segments, scale});
-    }
-  }
+  benchmark->ArgNames({"segments", "scale%"})
+      ->Unit(benchmark::kMillisecond)
+      ->ArgsProduct({{1'000, 10'000, 100'000}, {100, 200}});
 }
 
-BENCHMARK(viewRedraw)->Apply(sizes);
-BENCHMARK(plainDrawPathOfSegments)->Apply(sizes);
-BENCHMARK(cairoStroke)->Apply(sizes);
-// Joined, a million segments take minutes.
-BENCHMARK(plainDrawPath)
-    ->ArgNames({"segments", "scale%"})
-    ->Unit(benchmark::kMillisecond)
-    ->ArgsProduct({{1'000, 10'000, 100'000}, {100, 200}});
+BENCHMARK_CAPTURE(view, handwriting, handwriting)->Apply(sizes);
+BENCHMARK_CAPTURE(drawPath, handwriting, handwriting)->Apply(sizes);
+BENCHMARK_CAPTURE(drawLines, handwriting, handwriting)->Apply(sizes);
+BENCHMARK_CAPTURE(view, randomLines, randomLines)->Apply(sizes);
+BENCHMARK_CAPTURE(drawPath, randomLines, randomLines)->Apply(sizes);
+BENCHMARK_CAPTURE(drawLines, randomLines, randomLines)->Apply(sizes);
+BENCHMARK_CAPTURE(view, hatching, hatching)->Apply(sizes);
+BENCHMARK_CAPTURE(drawPath, hatching, hatching)->Apply(sizes);
+BENCHMARK_CAPTURE(drawLines, hatching, hatching)->Apply(sizes);
 
 }  // namespace
 

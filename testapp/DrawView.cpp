@@ -2,10 +2,13 @@
 
 #include <QPaintEvent>
 #include <QPainter>
-#include <array>
+#include <QScreen>
+#include <QThread>
+#include <QTimer>
+#include <algorithm>
 #include <cmath>
 
-#include "PixelCanvas.h"
+#include "PixelFrame.h"
 
 namespace {
 
@@ -21,53 +24,17 @@ QRect rounded(const QRectF& frame) {
   return {qRound(frame.x()), qRound(frame.y()), qRound(frame.width()), qRound(frame.height())};
 }
 
-// Strokes the path. A pen leaves strokes of a single segment each, many thousands in the end, most
-// of them where there is ink enough already: those are passed over, for they would not change a
-// pixel.
-void strokeInk(PixelCanvas& canvas, const QPainterPath& path, const QPen& pen) {
-  std::array<QLineF, 64> segments;
-  int count = 0;
-  QPainter& painter = canvas.painter();
-  painter.setPen(pen);
-  const auto drawSegments = [&] {
-    painter.drawLines(segments.data(), count);
-    count = 0;
-  };
-  const double reach = pen.widthF() / 2;
-  const QRgb colour = pen.color().rgb();
-  for (int begin = 0, end = 0; begin < path.elementCount(); begin = end) {
-    end = begin + 1;
-    while (end < path.elementCount() && path.elementAt(end).isLineTo()) ++end;
-    if (end - begin == 2) {
-      const QLineF segment(path.elementAt(begin), path.elementAt(begin + 1));
-      const QRectF touched =
-          QRectF(segment.p1(), segment.p2()).normalized().adjusted(-reach, -reach, reach, reach);
-      if (segment.p1() == segment.p2() || canvas.isAll(touched, colour)) continue;
-      segments[static_cast<std::size_t>(count++)] = segment;
-      if (count == std::ssize(segments)) drawSegments();
-    } else if (end - begin > 2) {
-      QPainterPath stroke(path.elementAt(begin));
-      for (int i = begin + 1; i < end; ++i) stroke.lineTo(path.elementAt(i));
-      painter.strokePath(stroke, pen);
-    }
-  }
-  drawSegments();
-}
-
 }  // namespace
 
 DrawView::DrawView(QWidget* parent) : QWidget(parent) {
-  connect(
-      this, &DrawView::redrawRequested, this,
-      [this] {
-        m_redrawPending = false;
-        update();
-      },
-      Qt::QueuedConnection);
+  connect(this, &DrawView::redrawRequested, this, &DrawView::redrawInTime, Qt::QueuedConnection);
 }
 
 void DrawView::setNeedsDisplay(bool needed) {
-  if (needed && !m_redrawPending.exchange(true)) {
+  if (!needed) return;
+  if (QThread::currentThread() == thread()) {
+    update();
+  } else if (!m_redrawPending.exchange(true)) {
     emit redrawRequested();
   }
 }
@@ -97,12 +64,11 @@ void DrawView::SetLineTo(std::int32_t x, std::int32_t ypos) {
 }
 
 void DrawView::drawRect(QPainter& painter, const QRect& /*dirty*/) {
-  PixelCanvas canvas(painter, bounds());
-  setbgwhite(canvas.painter());
-  QPen ink = canvas.painter().pen();
+  setbgwhite(painter);
+  QPen ink = painter.pen();
   ink.setColor(Qt::blue);
-  canvas.painter().setRenderHint(QPainter::Antialiasing);
-  strokeInk(canvas, path(), ink);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.strokePath(path(), ink);
 }
 
 void DrawView::resize(double w, double height) {
@@ -122,7 +88,8 @@ void DrawView::setbgwhite(QPainter& painter) {
   painter.setRenderHint(QPainter::Antialiasing, false);  // crisp at fractional scales too
   painter.fillRect(bounds(), Qt::white);
   painter.setPen({Qt::black, kLineWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin});
-  painter.drawRect(bounds());
+  // Deliberate: not stroked with the pen, which would leave half of its width outside the view.
+  paintPixelFrame(painter, rect(), kLineWidth, Qt::black);
 }
 
 QRectF DrawView::frame() const {
@@ -137,6 +104,18 @@ QRectF DrawView::bounds() const {
 void DrawView::paintEvent(QPaintEvent* event) {
   QPainter painter(this);
   drawRect(painter, event->rect());
+  m_lastPaint = Clock::now();
+}
+
+// The pen sends many samples a frame. A redraw for each would show no more and take a core.
+void DrawView::redrawInTime() {
+  using std::chrono::ceil, std::chrono::milliseconds;
+  const std::chrono::duration<double> frame(1 / screen()->refreshRate());
+  const auto wait = ceil<milliseconds>(m_lastPaint + frame - Clock::now());
+  QTimer::singleShot(std::max(wait, milliseconds(0)), Qt::PreciseTimer, this, [this] {
+    m_redrawPending = false;
+    update();
+  });
 }
 
 void DrawView::post(PathStep step) {

@@ -7,6 +7,7 @@
 #include <QRectF>
 #include <QWidget>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -23,7 +24,9 @@ class DrawView : public QWidget {
   // A flag of the view that nothing reads or writes. The strokes go by the global of this name.
   std::int8_t firstPoint = 0;
 
-  // Asks for a redraw; all requests up to the redraw are one. False asks for nothing.
+  // Requests a redraw; all requests up to the redraw are one. On the GUI thread the next event
+  // brings it. On any other thread the screen's pace is kept: it comes once the last one is a
+  // frame of the screen old. False requests nothing.
   virtual void setNeedsDisplay(bool needed);
 
   // All ink since the last ClearContext, in the order of the calls of SetMoveTo and SetLineTo.
@@ -77,8 +80,11 @@ class DrawView : public QWidget {
     std::int32_t y;
   };
 
+  using Clock = std::chrono::steady_clock;
+
   void post(PathStep step);
   void emptyInbox();
+  void redrawInTime();
 
   QRectF m_frame;
 
@@ -89,7 +95,8 @@ class DrawView : public QWidget {
   std::vector<PathStep> m_inbox;
   std::vector<PathStep> m_emptied;  // the inbox's memory, used in turn
 
-  std::atomic<bool> m_redrawPending = false;
+  std::atomic<bool> m_redrawPending = false;  // of a thread other than the GUI thread
+  Clock::time_point m_lastPaint;  // its end, so that the window's events have their turn
 };
 
 #endif

@@ -127,14 +127,14 @@ class WaylandTest : public testing::TestWithParam<Scale> {
     return testing::AssertionFailure() << (wanted ? "no ink" : "ink is left");
   }
 
-  // In view units the line is 117 by 2. Left of it are 57 white ones and then the view's black
-  // frame, right of it 89. Where a line begins between two pixels, one of them is a blend.
+  // In view units the line is 117 by 2. Left of it are 56 white ones and then the view's black
+  // frame, right of it 88. Where a line begins between two pixels, one of them is a blend.
   void expectLine() const {
     const double scale = GetParam().sum;
     EXPECT_NEAR(ink.width(), 117 * scale, 1);
     EXPECT_NEAR(ink.height(), 2 * scale, 1);
-    EXPECT_NEAR(ink.left() - frameFrom(ink.left(), -1), 57 * scale + 1, 1);
-    EXPECT_NEAR(frameFrom(ink.right(), 1) - ink.right(), 89 * scale + 1, 1);
+    EXPECT_NEAR(ink.left() - frameFrom(ink.left(), -1), 56 * scale + 1, 1);
+    EXPECT_NEAR(frameFrom(ink.right(), 1) - ink.right(), 88 * scale + 1, 1);
     const int middle = ink.center().x();
     EXPECT_EQ(seen.pixelColor(middle, ink.top() - 2), kWhite);
     EXPECT_EQ(seen.pixelColor(middle, ink.bottom() + 2), kWhite);
