@@ -1,9 +1,11 @@
 #include "TerminationSignals.h"
 
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <QSocketNotifier>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 
@@ -11,14 +13,31 @@
 
 namespace {
 
-// A signal handler may hardly do anything but write: it writes a byte into this pipe, and the event
-// loop reads it. The pipe stays open until the process ends, for a signal may come at any time.
+// The event loop hears of the first signal through this pipe: a signal handler may hardly do
+// anything but write. The pipe stays open until the process ends, for a signal may come at any
+// time.
 int pipeEnds[2];
 
-extern "C" void writeToPipe(int /*signal*/) {
+// When the first signal came, in seconds that only grow.
+constexpr time_t kNever = -1;
+std::atomic<time_t> firstSignal = kNever;
+static_assert(decltype(firstSignal)::is_always_lock_free);
+
+// Deliberate: a hangup this soon after the first signal, in seconds, is not a second request. A
+// terminal that is closed sends more than one, and a session that ends sends one after SIGTERM.
+constexpr time_t kHangupsTogether = 1;
+
+extern "C" void onSignal(int number) {
   const int savedError = errno;
-  // A full pipe holds enough bytes to wake the event loop, so a failing write loses nothing.
-  [[maybe_unused]] const auto written = write(pipeEnds[1], "", 1);
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  time_t first = kNever;
+  if (firstSignal.compare_exchange_strong(first, now.tv_sec)) {
+    [[maybe_unused]] const auto written = write(pipeEnds[1], "", 1);
+  } else if (number != SIGHUP || now.tv_sec - first > kHangupsTogether) {
+    signal(number, SIG_DFL);
+    raise(number);  // takes effect when the handler returns
+  }
   errno = savedError;
 }
 
@@ -28,21 +47,17 @@ TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
   if (pipe(pipeEnds) != 0) {
     FatalError(QStringLiteral("no pipe for the termination signals"));
   }
-  for (const int end : pipeEnds) {
-    fcntl(end, F_SETFD, FD_CLOEXEC);
-    fcntl(end, F_SETFL, O_NONBLOCK);
-  }
+  for (const int end : pipeEnds) fcntl(end, F_SETFD, FD_CLOEXEC);
+  firstSignal = kNever;
 
   auto* notifier = new QSocketNotifier(pipeEnds[0], QSocketNotifier::Read, this);
-  connect(notifier, &QSocketNotifier::activated, this, [this] {
-    char byte;
-    while (read(pipeEnds[0], &byte, 1) == 1) {
-    }
+  connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
+    notifier->setEnabled(false);
     emit received(this);
   });
 
   struct sigaction action = {};
-  action.sa_handler = writeToPipe;
+  action.sa_handler = onSignal;
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <QDeadlineTimer>
+
 namespace {
 
 // Long enough for a loaded machine; a test that works never waits for it.
@@ -46,6 +48,13 @@ bool DeskProcess::running() const {
 
 void DeskProcess::signal(int number) {
   kill(static_cast<pid_t>(m_process.processId()), number);
+}
+
+void DeskProcess::signalUntilItEnds(int number) {
+  const QDeadlineTimer deadline(kDeadlineMs);
+  do {
+    signal(number);
+  } while (!m_process.waitForFinished(20) && !deadline.hasExpired());
 }
 
 DeskProcess::End DeskProcess::end() {

@@ -30,6 +30,9 @@ class DeskProcess {
   // Sends it a signal.
   void signal(int number);
 
+  // Sends it a signal again and again.
+  void signalUntilItEnds(int number);
+
   struct End {
     bool crashed;          // by a signal
     int status;            // the exit status, or the signal

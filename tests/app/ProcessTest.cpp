@@ -7,15 +7,16 @@
 
 namespace {
 
-// Opens a pad of that kind, and writes on it.
-void connectPad(DeskProcess& desk, int kind) {
+// Opens a pad of that kind, writes on it and returns its port.
+std::string connectPad(DeskProcess& desk, int kind) {
   const std::string port = desk.order("plug " + std::to_string(kind));
   desk.order("choose " + std::to_string(kind));
   desk.order("click m_OpenButton");
   desk.order("pen " + port + " 0.25 0.5 1");
   desk.order("pen " + port + " 0.75 0.5 1");
   desk.order("pen " + port + " 0.75 0.5 0");
-  ASSERT_EQ(desk.order("wait-points 3"), "done");
+  EXPECT_EQ(desk.order("wait-points 3"), "done");
+  return port;
 }
 
 void expectQuietEnd(DeskProcess& desk) {
@@ -97,6 +98,17 @@ TEST(EndTest, EveryWayEndsAnIdleApplicationToo) {
     EXPECT_EQ(end.printed, "");
     EXPECT_EQ(end.lastSaid, "desk: opened 0, closed 0, open 0, providers 0");
   }
+}
+
+// A pen that lies on the pad keeps the close waiting.
+TEST(EndTest, SecondSignalEndsWhatThePenKeepsWaiting) {
+  DeskProcess desk;
+  desk.order("keep-moving " + connectPad(desk, 0));
+  desk.signalUntilItEnds(SIGTERM);
+  const auto end = desk.end();
+  EXPECT_TRUE(end.crashed);
+  EXPECT_EQ(end.status, SIGTERM);
+  EXPECT_EQ(end.lastSaid, "desk: done");  // and not what is left at an orderly end
 }
 
 TEST(EndTest, OutlivesItsTerminalWhenItIsToldTo) {

@@ -8,14 +8,11 @@
 //   choose ROW           in the provider list
 //   click NAME           the button of that object name
 //   pen PORT X Y TOUCH   X and Y from 0 to 1, TOUCH 0 or 1
-//   wait-points N        until the view has N points
-//   wait-enabled NAME    until that widget is enabled
-//   where NAME           answers the widget's middle on the screen, in device pixels
-//   window               answers the window's id for the window system
-//   providers            answers how many providers are open
-//   destroy NAME         that widget
-//   close                the window
-//   quit                 by the menu
+//   keep-moving PORT     a pen that is not lifted from now on; and pads seem quiet as late as real
+//   ones wait-points N        until the view has N points wait-enabled NAME    until that widget is
+//   enabled where NAME           answers the widget's middle on the screen, in device pixels window
+//   answers the window's id for the window system providers            answers how many providers
+//   are open destroy NAME         that widget close                the window quit by the menu
 #include <unistd.h>
 
 #include <QAction>
@@ -26,6 +23,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 #include "DrawView.h"
 #include "MainWindowController.h"
@@ -122,6 +120,16 @@ class Desk : public QObject {
       order >> port >> pen.x >> pen.y >> touch;
       pen.touch = touch != 0;
       bus.sendPen(port, pen);
+    } else if (verb == "keep-moving") {
+      VirtualBus::Port port;
+      order >> port;
+      bus.setReadTimeout(std::chrono::seconds(1));
+      std::thread([&bus, port] {
+        for (double x = 0.25;; x = 1 - x) {
+          bus.sendPen(port, {.x = x, .y = 0.5, .pressure = 0.5, .touch = true});
+          std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+      }).detach();  // until the process is ended
     } else if (verb == "wait-points") {
       int points;
       order >> points;
