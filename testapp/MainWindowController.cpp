@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "Busy.h"
 #include "FatalError.h"
 #include "Queue.h"
 #include "VelaWrap.h"
@@ -64,8 +65,11 @@ void MainWindowController::QuitNow(QObject* sender) {
 }
 
 void MainWindowController::ResetButton(QObject* /*sender*/) {
-  CloseConnection(velaobj);
-  CloseProvider(velaobj);
+  {
+    const Busy busy;
+    CloseConnection(velaobj);
+    CloseProvider(velaobj);
+  }
   m_OpenButton->setEnabled(true);
   m_ClearButton->setEnabled(false);
   m_ResetButton->setEnabled(false);
@@ -146,7 +150,11 @@ void MainWindowController::loadWindow() {
 
   connect(form.m_OpenButton, &QPushButton::clicked, this, [this] { OpenButton(m_OpenButton); });
   connect(form.m_ClearButton, &QPushButton::clicked, this, [this] { ClearButton(m_ClearButton); });
-  connect(form.m_ResetButton, &QPushButton::clicked, this, [this] { ResetButton(m_ResetButton); });
+  connect(form.m_ResetButton, &QPushButton::clicked, this, [this, button = form.m_ResetButton] {
+    button->setDown(true);  // until the pad is closed
+    ResetButton(button);
+    button->setDown(false);
+  });
   connect(form.quit, &QAction::triggered, this, [this, quit = form.quit] { QuitNow(quit); });
 
   // The canvas surrounds the view evenly, so the view is in its middle however large the pad is.

@@ -45,7 +45,7 @@ class MainWindowController : public QObject {
   virtual void QuitNow(QObject* sender);
 
   // Closes the connection and the provider, wipes the ink in the window and offers Open again.
-  // Returns when CloseConnection does (see VelaWrap.h).
+  // Returns when CloseConnection does (see VelaWrap.h); the window takes no input until then.
   virtual void ResetButton(QObject* sender);
 
   // Wipes the ink on the pad and in the window. The connection stays open.

@@ -1,6 +1,7 @@
 // The application in a real window of an X server, worked by the X server's own mouse and keyboard
 // and looked at on its screen.
 #include <gmock/gmock.h>
+#include <signal.h>
 
 #include <QImage>
 #include <QProcess>
@@ -33,11 +34,12 @@ class DisplayTest : public testing::TestWithParam<double> {
     return {place.value(0).toInt(), place.value(1).toInt()};
   }
 
-  void click(const std::string& widget) {
-    const QPoint place = where(widget);
+  static void clickAt(const QPoint& place) {
     run("xdotool", {"mousemove", "--sync", QString::number(place.x()), QString::number(place.y()),
                     "click", "1"});
   }
+
+  void click(const std::string& widget) { clickAt(where(widget)); }
 
   void press(const QString& key) {
     run("xdotool",
@@ -87,7 +89,7 @@ TEST_P(DisplayTest, PersonSignsClearsSignsAgainAndQuits) {
   EXPECT_EQ(seen.pixelColor(at(178, 80)), kWhite);
   EXPECT_EQ(seen.pixelColor(at(100, 76)), kWhite);
   EXPECT_EQ(seen.pixelColor(at(100, 85)), kWhite);
-  EXPECT_EQ(seen.pixelColor(at(0, 80)), kBlack);
+  EXPECT_EQ(seen.pixelColor(at(1, 80)), kBlack);
   EXPECT_EQ(seen.pixelColor(at(3, 80)), kWhite);
 
   click("m_ClearButton");
@@ -116,6 +118,22 @@ TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
   press("Return");
   click("m_OpenButton");
   ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
+  desk.order("close");
+  EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
+}
+
+// Open, which is enabled once the pad is closed, does not take a click of before.
+TEST_P(DisplayTest, ClickWhileThePadIsClosedDoesNothing) {
+  const std::string port = desk.order("plug 0");
+  click("m_OpenButton");
+  ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
+  const QPoint open = where("m_OpenButton");
+  desk.order("keep-moving " + port);
+  click("m_ResetButton");
+  clickAt(open);
+  desk.signal(SIGUSR2);
+  ASSERT_EQ(desk.order("wait-enabled m_OpenButton"), "done");
+  EXPECT_EQ(desk.order("providers"), "0");
   desk.order("close");
   EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
 }

@@ -8,11 +8,15 @@
 //   choose ROW           in the provider list
 //   click NAME           the button of that object name
 //   pen PORT X Y TOUCH   X and Y from 0 to 1, TOUCH 0 or 1
-//   keep-moving PORT     a pen that is not lifted from now on; and pads seem quiet as late as real
-//   ones wait-points N        until the view has N points wait-enabled NAME    until that widget is
-//   enabled where NAME           answers the widget's middle on the screen, in device pixels window
-//   answers the window's id for the window system providers            answers how many providers
-//   are open destroy NAME         that widget close                the window quit by the menu
+//   keep-moving PORT     a pen moves there until SIGUSR2; and pads seem quiet as late as real ones
+//   wait-points N        until the view has N points
+//   wait-enabled NAME    until that widget is enabled
+//   where NAME           answers the widget's middle on the screen, in device pixels
+//   window               answers the window's id for the window system
+//   providers            answers how many providers are open
+//   destroy NAME         that widget
+//   close                the window
+//   quit                 by the menu
 #include <unistd.h>
 
 #include <QAction>
@@ -20,7 +24,9 @@
 #include <QPushButton>
 #include <QSocketNotifier>
 #include <QTextStream>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -35,6 +41,8 @@ namespace {
 
 using virtualpads::HidCall;
 using virtualpads::VirtualBus;
+
+std::atomic<bool> penIsLifted = false;
 
 void answer(const QString& text) {
   std::fprintf(stderr, "desk: %s\n", qPrintable(text));
@@ -72,6 +80,7 @@ class Desk : public QObject {
 
  private:
   void takeOrders() {
+    if (QApplication::overrideCursor() != nullptr) return;  // busy; they are still there afterwards
     char bytes[256];
     const auto length = read(STDIN_FILENO, bytes, sizeof bytes);
     m_orders.append(bytes, length > 0 ? static_cast<int>(length) : 0);
@@ -124,12 +133,13 @@ class Desk : public QObject {
       VirtualBus::Port port;
       order >> port;
       bus.setReadTimeout(std::chrono::seconds(1));
+      std::signal(SIGUSR2, [](int) { penIsLifted = true; });
       std::thread([&bus, port] {
-        for (double x = 0.25;; x = 1 - x) {
+        for (double x = 0.25; !penIsLifted; x = 1 - x) {
           bus.sendPen(port, {.x = x, .y = 0.5, .pressure = 0.5, .touch = true});
           std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-      }).detach();  // until the process is ended
+      }).detach();
     } else if (verb == "wait-points") {
       int points;
       order >> points;

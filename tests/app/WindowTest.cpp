@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QRawFont>
 #include <QScrollArea>
@@ -127,6 +128,73 @@ TEST_F(WindowTest, ArrowKeysScrollALargePad) {
   area->setFocus();
   press(Qt::Key_Down);
   EXPECT_GT(area->verticalScrollBar()->value(), before);
+}
+
+// --- while a pad is closed ---
+
+// Remembers whether the watched button has been painted pressed.
+class PaintedPressed : public QObject {
+ public:
+  bool painted = false;
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() == QEvent::Paint) painted = static_cast<QPushButton*>(watched)->isDown();
+    return false;
+  }
+};
+
+TEST_F(WindowTest, ResetIsPaintedPressedAndThePointerWaitsUntilThePadIsClosed) {
+  open(3.685, 2.23);
+  PaintedPressed reset;
+  controller.m_ResetButton->installEventFilter(&reset);
+  bool closed = false;
+  fakevela::state().onCloseConnection = [&] {
+    closed = true;
+    EXPECT_TRUE(reset.painted);
+    ASSERT_NE(QApplication::overrideCursor(), nullptr);
+    EXPECT_EQ(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+  };
+  QTest::mouseClick(controller.m_ResetButton, Qt::LeftButton);
+  EXPECT_TRUE(closed);
+  EXPECT_FALSE(controller.m_ResetButton->isDown());
+  EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(WindowTest, PointerWaitsWhileQuitClosesThePad) {
+  open(3.685, 2.23);
+  fakevela::state().onCloseConnection = [] {
+    ASSERT_NE(QApplication::overrideCursor(), nullptr);
+    EXPECT_EQ(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+  };
+  press(Qt::Key_Q, Qt::ControlModifier);
+  EXPECT_THAT(takeLog(), Contains("CloseConnection"));
+  EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(WindowTest, InputThatComesWhileAPadIsClosedIsDropped) {
+  open(3.685, 2.23);
+  takeLog();
+  fakevela::state().onCloseConnection = [this] {
+    // As the window system sends them; Open is enabled once the pad is closed.
+    const QPointF middle = controller.m_OpenButton->rect().center();
+    const QPointF onScreen = controller.m_OpenButton->mapToGlobal(middle);
+    for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+      QApplication::postEvent(
+          controller.m_OpenButton,
+          new QMouseEvent(type, middle, onScreen, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier));
+    }
+    for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+      QApplication::postEvent(controller.m_OpenButton,
+                              new QKeyEvent(type, Qt::Key_Space, Qt::NoModifier));
+    }
+    QApplication::postEvent(controller.m_OpenButton,
+                            new QShortcutEvent(QKeySequence(Qt::ALT | Qt::Key_O), 1));
+  };
+  controller.ResetButton(nullptr);
+  QApplication::processEvents();
+  EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
+  EXPECT_TRUE(controller.m_OpenButton->isEnabled());
 }
 
 // --- what a screen reader says ---
