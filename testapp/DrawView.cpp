@@ -1,5 +1,6 @@
 #include "DrawView.h"
 
+#include <QAccessibleWidget>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QScreen>
@@ -24,9 +25,16 @@ QRect rounded(const QRectF& frame) {
   return {qRound(frame.x()), qRound(frame.y()), qRound(frame.width()), qRound(frame.height())};
 }
 
+// To a screen reader a widget of a class of its own is nothing in particular.
+QAccessibleInterface* accessibleView(const QString& /*className*/, QObject* object) {
+  auto* view = qobject_cast<DrawView*>(object);
+  return view == nullptr ? nullptr : new QAccessibleWidget(view, QAccessible::Canvas);
+}
+
 }  // namespace
 
 DrawView::DrawView(QWidget* parent) : QWidget(parent) {
+  QAccessible::installFactory(accessibleView);  // the first time; then it is there already
   connect(this, &DrawView::redrawRequested, this, &DrawView::redrawInTime, Qt::QueuedConnection);
 }
 

@@ -1,7 +1,9 @@
 #include "MainWindowController.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QIcon>
+#include <QScreen>
 #include <QStringDecoder>
 #include <cstdio>
 #include <utility>
@@ -37,6 +39,17 @@ short providerIndex(int listPosition) {
   }
   return static_cast<short>(listPosition);
 }
+
+// Keeps the wheel from changing a widget without the focus.
+class WheelFilter : public QObject {
+ public:
+  using QObject::QObject;
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    return event->type() == QEvent::Wheel && !static_cast<QWidget*>(watched)->hasFocus();
+  }
+};
 
 QIcon applicationIcon() {
   loadResources();
@@ -74,6 +87,7 @@ void MainWindowController::ResetButton(QObject* /*sender*/) {
   m_ClearButton->setEnabled(false);
   m_ResetButton->setEnabled(false);
   wipeView();
+  m_OpenButton->setFocus();
 }
 
 void MainWindowController::ClearButton(QObject* /*sender*/) {
@@ -107,6 +121,7 @@ void MainWindowController::OpenButton(QObject* /*sender*/) {
   m_height = GetPhysicalY(velaobj);
   m_drawview->resize(m_width, m_height);
   m_drawview->setNeedsDisplay(true);
+  m_ClearButton->setFocus();
 }
 
 void MainWindowController::initButtons() {
@@ -157,17 +172,12 @@ void MainWindowController::loadWindow() {
   });
   connect(form.quit, &QAction::triggered, this, [this, quit = form.quit] { QuitNow(quit); });
 
-  // The canvas surrounds the view evenly, so the view is in its middle however large the pad is.
-  // What does not fit into the window is scrolled to the corner where writing begins.
-  connect(form.m_drawview, &DrawView::frameChanged, form.canvas,
-          [canvas = form.canvas, area = form.scrollArea](const QRectF& frame) {
-            canvas->resize(qRound(2 * frame.x() + frame.width()),
-                           qRound(2 * frame.y() + frame.height()));
-            area->ensureVisible(qRound(frame.right()), qRound(frame.bottom()));
-            area->ensureVisible(qRound(frame.x()), qRound(frame.y()));
-          });
+  connect(form.m_drawview, &DrawView::frameChanged, form.scrollArea,
+          [form] { form.scrollArea->showView(*form.canvas, form.m_drawview->geometry()); });
+  m_prolist->installEventFilter(new WheelFilter(m_prolist));
 
   awakeFromNib();
+  form.scrollArea->keepWithin(m_window->screen()->availableSize());
 }
 
 void MainWindowController::fail(const QString& message) {

@@ -45,14 +45,15 @@ class MainWindowController : public QObject {
   virtual void QuitNow(QObject* sender);
 
   // Closes the connection and the provider, wipes the ink in the window and offers Open again.
-  // Returns when CloseConnection does (see VelaWrap.h); the window takes no input until then.
+  // Returns when CloseConnection does (see VelaWrap.h); the window takes no input until then. The
+  // focus goes to Open.
   virtual void ResetButton(QObject* sender);
 
   // Wipes the ink on the pad and in the window. The connection stays open.
   virtual void ClearButton(QObject* sender);
 
-  // Opens the chosen provider and its connection and gives the view the pad's size. When that fails
-  // it prints one line, keeps it in errmsg, and leaves what is open open.
+  // Opens the chosen provider and its connection and gives the view the pad's size. The focus goes
+  // to Clear. When that fails it prints one line, keeps it in errmsg, and leaves what is open open.
   virtual void OpenButton(QObject* sender);
 
  public:

@@ -9,12 +9,12 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QRawFont>
-#include <QScrollArea>
 #include <QScrollBar>
 #include <QTest>
 #include <algorithm>
 
 #include "ControllerFixture.h"
+#include "PadArea.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ class WindowTest : public FreshApplication {
     window = controller.m_prolist->window();
     window->activateWindow();
     EXPECT_TRUE(QTest::qWaitForWindowActive(window));
-    area = window->findChild<QScrollArea*>("scrollArea");
+    area = window->findChild<PadArea*>("scrollArea");
     takeLog();
   }
 
@@ -55,7 +55,7 @@ class WindowTest : public FreshApplication {
 
   MainWindowController controller;
   QWidget* window;
-  QScrollArea* area;
+  PadArea* area;
 };
 
 // --- keyboard ---
@@ -115,6 +115,54 @@ TEST_F(WindowTest, MnemonicsReachEveryControl) {
   EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
   press(Qt::Key_P, Qt::AltModifier);
   EXPECT_EQ(focus(), "m_prolist");
+}
+
+TEST_F(WindowTest, EnterPressesTheFocusedButton) {
+  for (const Qt::Key enter : {Qt::Key_Return, Qt::Key_Enter}) {
+    controller.m_OpenButton->setFocus();
+    press(enter);
+    EXPECT_THAT(takeLog(), Contains("OpenConnection"));
+    press(enter);
+    EXPECT_THAT(takeLog(), ElementsAre("ClearInking"));
+    press(Qt::Key_Tab);
+    press(enter);
+    EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
+  }
+}
+
+TEST_F(WindowTest, FocusGoesToClearAfterOpenAndToOpenAfterReset) {
+  ASSERT_EQ(focus(), "m_prolist");
+  controller.OpenButton(nullptr);
+  EXPECT_EQ(focus(), "m_ClearButton");
+  controller.m_prolist->setFocus();
+  controller.ResetButton(nullptr);
+  EXPECT_EQ(focus(), "m_OpenButton");
+}
+
+TEST_F(WindowTest, FocusStaysAfterAnOpenThatFailed) {
+  fakevela::state().numDevices = 0;
+  testing::internal::CaptureStdout();
+  controller.m_OpenButton->setFocus();
+  press(Qt::Key_Space);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "No device Vela USB found\n");
+  EXPECT_EQ(focus(), "m_OpenButton");
+}
+
+void turnWheel(QWidget* widget) {
+  const QPointF middle = widget->rect().center();
+  QWheelEvent wheel(middle, widget->mapToGlobal(middle), {}, {0, -120}, Qt::NoButton,
+                    Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(widget, &wheel);
+}
+
+TEST_F(WindowTest, WheelChangesTheListOnlyWhenItHasTheFocus) {
+  controller.m_OpenButton->setFocus();
+  turnWheel(controller.m_prolist);
+  EXPECT_EQ(controller.m_prolist->currentIndex(), 0);
+  EXPECT_EQ(focus(), "m_OpenButton");
+  controller.m_prolist->setFocus();
+  turnWheel(controller.m_prolist);
+  EXPECT_EQ(controller.m_prolist->currentIndex(), 1);
 }
 
 TEST_F(WindowTest, ControlQResets) {
@@ -217,9 +265,17 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
   EXPECT_EQ(said(controller.m_OpenButton, QAccessible::Name), "Open");
   EXPECT_EQ(role(controller.m_OpenButton), QAccessible::Button);
   EXPECT_EQ(said(controller.m_ClearButton, QAccessible::Name), "Clear");
+  EXPECT_EQ(role(controller.m_ClearButton), QAccessible::Button);
   EXPECT_EQ(said(controller.m_ResetButton, QAccessible::Name), "Reset");
+  EXPECT_EQ(role(controller.m_ResetButton), QAccessible::Button);
   EXPECT_EQ(said(controller.m_drawview, QAccessible::Name), "Ink");
+  EXPECT_EQ(role(controller.m_drawview), QAccessible::Canvas);
   EXPECT_EQ(said(area, QAccessible::Name), "Canvas");
+  auto* bar = window->findChild<QMenuBar*>();
+  EXPECT_EQ(role(bar), QAccessible::MenuBar);
+  const auto* fileMenu = QAccessible::queryAccessibleInterface(bar)->child(0);
+  EXPECT_EQ(fileMenu->role(), QAccessible::MenuItem);
+  EXPECT_EQ(fileMenu->text(QAccessible::Name), "File");
   for (QObject* object : std::initializer_list<QObject*>{
            controller.m_prolist, controller.m_OpenButton, controller.m_ClearButton,
            controller.m_ResetButton, controller.m_drawview, area}) {
@@ -353,6 +409,57 @@ TEST_F(WindowTest, UsualPadAfterAnAbsurdOneIsShownWholeAgain) {
   open(1e300, 1e300);
   open(3.685, 2.23);
   EXPECT_TRUE(area->viewport()->rect().contains(viewInViewport()));
+}
+
+TEST_P(UsualPadTest, IsShownWholeInTheSmallestWindow) {
+  window->resize(1, 1);
+  open(GetParam().width, GetParam().height);
+  EXPECT_TRUE(area->viewport()->rect().contains(viewInViewport()));
+  EXPECT_FALSE(area->horizontalScrollBar()->isVisible());
+  EXPECT_FALSE(area->verticalScrollBar()->isVisible());
+}
+
+TEST_F(WindowTest, WindowMayBeAsSmallAsASmallScreen) {
+  area->keepWithin({2000, 200});
+  QApplication::sendPostedEvents();
+  window->resize(1, 1);
+  EXPECT_LE(window->height(), 200);
+  EXPECT_GE(area->viewport()->width(), 324);
+  open(4.5, 2.8);
+  EXPECT_TRUE(area->verticalScrollBar()->isVisible());
+}
+
+TEST_F(WindowTest, WindowBeginsNoLargerThanTheScreen) {
+  area->keepWithin({450, 350});
+  EXPECT_EQ(window->size(), QSize(450, 350));
+}
+
+TEST_F(WindowTest, LargeWindowDoesNotStretchTheControls) {
+  std::vector<int> widths;
+  for (const int width : {600, 1200}) {
+    window->resize(width, 600);
+    QApplication::sendPostedEvents();
+    for (const QWidget* control : std::initializer_list<QWidget*>{
+             controller.m_prolist, controller.m_OpenButton, controller.m_ResetButton}) {
+      widths.push_back(control->width());
+    }
+  }
+  EXPECT_THAT(widths,
+              ElementsAre(widths[0], widths[1], widths[2], widths[0], widths[1], widths[2]));
+}
+
+TEST_F(WindowTest, BorderOfTheCanvasMarksTheFocus) {
+  const auto sides = [this] {
+    const QImage picture = area->grab().toImage();
+    const int x = picture.width() / 2;
+    const int y = picture.height() / 2;
+    return std::vector{picture.pixelColor(x, 1), picture.pixelColor(x, picture.height() - 2),
+                       picture.pixelColor(1, y), picture.pixelColor(picture.width() - 2, y)};
+  };
+  const QColor mark = area->palette().color(QPalette::Highlight);
+  EXPECT_THAT(sides(), testing::Each(testing::Ne(mark)));
+  area->setFocus();
+  EXPECT_THAT(sides(), testing::Each(mark));
 }
 
 TEST_F(WindowTest, SmallWindowCutsNoControl) {

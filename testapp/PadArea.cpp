@@ -1,0 +1,47 @@
+#include "PadArea.h"
+
+#include <QEvent>
+#include <QPainter>
+#include <QScrollBar>
+
+#include "PixelFrame.h"
+
+namespace {
+
+constexpr QSize kLargestView(324, 202);  // the vision pad's
+constexpr int kBorder = 2;
+
+}  // namespace
+
+PadArea::PadArea(QWidget* parent) : QScrollArea(parent) {
+  setFrameStyle(QFrame::Box | QFrame::Plain);
+  setLineWidth(kBorder);
+  setMinimumSize(kLargestView.grownBy({kBorder, kBorder, kBorder, kBorder}));
+}
+
+void PadArea::showView(QWidget& canvas, const QRect& view) {
+  canvas.setGeometry(-view.x(), -view.y(), view.right() + 1, view.bottom() + 1);
+  widget()->resize(view.size());
+  horizontalScrollBar()->setValue(0);
+  verticalScrollBar()->setValue(0);
+}
+
+void PadArea::keepWithin(const QSize& screen) {
+  const QSize needed = window()->minimumSizeHint();
+  setMinimumSize(needed.width() > screen.width() ? 0 : minimumWidth(),
+                 needed.height() > screen.height() ? 0 : minimumHeight());
+  window()->resize(window()->size().boundedTo(screen));
+}
+
+bool PadArea::event(QEvent* event) {
+  if (event->type() != QEvent::Paint) return QScrollArea::event(event);
+  // Not by the style, whose lines are uneven where the scale factor is a fraction, and do not mark
+  // the focus.
+  QPainter painter(this);
+  if (hasFocus()) {
+    paintPixelFrame(painter, rect(), kBorder, palette().color(QPalette::Highlight));
+  } else {
+    paintPixelFrame(painter, rect(), kBorder / 2.0, palette().color(QPalette::Mid));
+  }
+  return true;
+}
