@@ -34,7 +34,7 @@ QAccessibleInterface* accessibleView(const QString& /*className*/, QObject* obje
 }  // namespace
 
 DrawView::DrawView(QWidget* parent) : QWidget(parent) {
-  QAccessible::installFactory(accessibleView);  // the first time; then it is there already
+  QAccessible::installFactory(accessibleView);
   connect(this, &DrawView::redrawRequested, this, &DrawView::redrawInTime, Qt::QueuedConnection);
 }
 

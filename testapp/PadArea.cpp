@@ -1,5 +1,6 @@
 #include "PadArea.h"
 
+#include <QAccessibleWidget>
 #include <QEvent>
 #include <QPainter>
 #include <QScrollBar>
@@ -11,9 +12,16 @@ namespace {
 constexpr QSize kLargestView(324, 202);  // the vision pad's
 constexpr int kBorder = 2;
 
+// To a screen reader a scroll area is a mere filler, though this one takes the focus.
+QAccessibleInterface* accessibleArea(const QString& /*className*/, QObject* object) {
+  auto* area = qobject_cast<PadArea*>(object);
+  return area == nullptr ? nullptr : new QAccessibleWidget(area, QAccessible::Pane);
+}
+
 }  // namespace
 
 PadArea::PadArea(QWidget* parent) : QScrollArea(parent) {
+  QAccessible::installFactory(accessibleArea);
   setFrameStyle(QFrame::Box | QFrame::Plain);
   setLineWidth(kBorder);
   setMinimumSize(kLargestView.grownBy({kBorder, kBorder, kBorder, kBorder}));

@@ -271,6 +271,7 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
   EXPECT_EQ(said(controller.m_drawview, QAccessible::Name), "Ink");
   EXPECT_EQ(role(controller.m_drawview), QAccessible::Canvas);
   EXPECT_EQ(said(area, QAccessible::Name), "Canvas");
+  EXPECT_EQ(role(area), QAccessible::Pane);
   auto* bar = window->findChild<QMenuBar*>();
   EXPECT_EQ(role(bar), QAccessible::MenuBar);
   const auto* fileMenu = QAccessible::queryAccessibleInterface(bar)->child(0);
