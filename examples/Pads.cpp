@@ -1,22 +1,20 @@
 #include "Pads.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <string_view>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// As the kernel writes them into a HID device's HID_ID, by provider.
-constexpr std::array kIds{"0003:000004DF:00000012", "0003:000004DF:0000001F",
-                          "0003:000004DF:00000030", "0003:000004DF:00000038"};
+// The HID devices of the pads as sysfs calls them, by provider; an instance number follows.
+constexpr std::array<std::string_view, 4> kDevices{"0003:04DF:0012.", "0003:04DF:001F.",
+                                                   "0003:04DF:0030.", "0003:04DF:0038."};
 
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
 
@@ -30,31 +28,57 @@ bool ruleIsInstalled() {
   return exists("/etc") || exists("/usr/lib") || exists("/usr/local/lib");
 }
 
+}  // namespace
+
+std::string Pads::refusal() const {
+  std::string line = name + ":";
+  for (const std::string& node : refused) line += " " + node;
+  line += " may not be opened by you; this permits it: ";
+  if (!ruleIsInstalled()) {
+    line += "echo '" + std::string(kRule) + "' | sudo tee /etc/" + kRuleFile +
+            " && sudo udevadm control --reload && ";
+  }
+  return line + "sudo udevadm trigger --subsystem-match=hidraw";
+}
+
+std::optional<std::string> unknownName(gIIVela& vela, const std::string& name) {
+  if (name.empty()) return std::nullopt;
+  std::string names;
+  for (short provider = 0; provider < vela.GetNumProviders(); ++provider) {
+    const std::string known = vela.GetProviderDescription(provider);
+    if (known == name) return std::nullopt;
+    names += (names.empty() ? "" : ", ") + known;
+  }
+  return "there is no pad " + name + "; the pads are " + names;
+}
+
+std::string absence(const std::string& name) {
+  return "no " + (name.empty() ? "pad" : name) + " is attached";
+}
+
+std::optional<short> providerOf(const std::string& device) {
+  const auto found = std::find_if(kDevices.begin(), kDevices.end(), [&](std::string_view known) {
+    return device.starts_with(known);
+  });
+  if (found == kDevices.end()) return std::nullopt;
+  return static_cast<short>(found - kDevices.begin());
+}
+
 std::vector<std::string> nodesOf(short provider) {
   std::vector<std::string> nodes;
-  std::error_code none;  // where there is no such folder there are no nodes
+  std::error_code none;  // where there is no such folder, or a device has just gone, is no node
   for (const auto& entry : fs::directory_iterator("/sys/class/hidraw", none)) {
-    std::ifstream properties(entry.path() / "device/uevent");
-    const std::string wanted = std::string("HID_ID=") + kIds.at(static_cast<size_t>(provider));
-    for (std::string line; std::getline(properties, line);) {
-      if (line == wanted) nodes.push_back("/dev/" + entry.path().filename().string());
+    const fs::path device = fs::canonical(entry.path() / "device", none);
+    if (providerOf(device.filename().string()) == provider) {
+      nodes.push_back("/dev/" + entry.path().filename().string());
     }
   }
   std::sort(nodes.begin(), nodes.end());
   return nodes;
 }
 
-}  // namespace
-
-std::string Pads::refusal() const {
-  std::string line = name + ":";
-  for (const std::string& node : refused) line += " " + node;
-  line += " may not be opened by you; this mends it: ";
-  if (!ruleIsInstalled()) {
-    line += "echo '" + std::string(kRule) + "' | sudo tee /etc/" + kRuleFile +
-            " && sudo udevadm control --reload && ";
-  }
-  return line + "sudo udevadm trigger --subsystem-match=hidraw";
+bool mayOpen(const std::string& node) {
+  return access(node.c_str(), R_OK | W_OK) == 0;
 }
 
 std::vector<Pads> attachedPads(gIIVela& vela, const std::string& name) {
@@ -66,7 +90,7 @@ std::vector<Pads> attachedPads(gIIVela& vela, const std::string& name) {
     pads.attached = vela.GetNumDevices();
     vela.CloseProvider();
     std::copy_if(pads.nodes.begin(), pads.nodes.end(), std::back_inserter(pads.refused),
-                 [](const std::string& node) { return access(node.c_str(), R_OK | W_OK) != 0; });
+                 [](const std::string& node) { return !mayOpen(node); });
     if (pads.attached > 0) all.push_back(pads);
   }
   return all;
@@ -83,20 +107,22 @@ HeldSignals::~HeldSignals() {
   pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
 }
 
-bool HeldSignals::waitFor(int descriptor, short events) const {
+bool HeldSignals::waitFor(std::span<pollfd> descriptors) const {
   // A signal that comes in before poll waits in the pipe for it.
   static int arrived[2];
-  if (pipe(arrived) != 0) return false;
+  if (arrived[1] == 0 && pipe(arrived) != 0) return false;
   for (const int signal : kSignals) {
     std::signal(signal, [](int) { [[maybe_unused]] const auto one = write(arrived[1], "", 1); });
   }
   sigset_t held;
   pthread_sigmask(SIG_SETMASK, &m_before, &held);
-  pollfd waited[] = {{arrived[0], POLLIN, 0}, {descriptor, events, 0}};
-  while (poll(waited, 2, -1) < 0 && errno == EINTR) {
+  std::vector<pollfd> waited(descriptors.begin(), descriptors.end());
+  waited.push_back({arrived[0], POLLIN, 0});
+  while (poll(waited.data(), waited.size(), -1) < 0 && errno == EINTR) {
   }
   pthread_sigmask(SIG_SETMASK, &held, nullptr);
-  return waited[0].revents == 0;
+  std::copy_n(waited.begin(), descriptors.size(), descriptors.begin());
+  return waited.back().revents == 0;
 }
 
 Connection::Connection(gIIVela& vela, short provider, PenEventHandler handler) : m_vela(vela) {

@@ -2,7 +2,11 @@
 #ifndef EXAMPLES_PADS_H
 #define EXAMPLES_PADS_H
 
+#include <poll.h>
+
 #include <csignal>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,12 +20,29 @@ struct Pads {
   std::vector<std::string> nodes;    // their device nodes, where the system has such
   std::vector<std::string> refused;  // those of them that may not be opened
 
-  // One line: what may not be opened, and the command that mends it.
+  // One line: what may not be opened, and the command that permits it.
   std::string refusal() const;
 };
 
+// One line where no provider has that name, nothing where one has. The empty name is that of all
+// pads together.
+std::optional<std::string> unknownName(gIIVela& vela, const std::string& name);
+
 // All providers with attached pads, or only the one of that name. No provider is open after it.
 std::vector<Pads> attachedPads(gIIVela& vela, const std::string& name);
+
+// One line for when there are none.
+std::string absence(const std::string& name);
+
+// The device nodes of a provider's pads, where the system has such, in the order of their names.
+std::vector<std::string> nodesOf(short provider);
+
+// Whether this user may open the node.
+bool mayOpen(const std::string& node);
+
+// The provider whose pads have the HID device as it is called in sysfs, "0003:04DF:0012.0001";
+// nothing for the device of somebody else.
+std::optional<short> providerOf(const std::string& device);
 
 // Holds SIGINT, SIGTERM and SIGHUP back as long as it lives, in this thread and in those started
 // from it, so that a pad can be closed before the program ends. One at a time.
@@ -32,9 +53,9 @@ class HeldSignals {
   HeldSignals(const HeldSignals&) = delete;
   HeldSignals& operator=(const HeldSignals&) = delete;
 
-  // Waits for one of them, which is then taken, or for these events (as in poll) of a descriptor.
-  // True for the descriptor.
-  bool waitFor(int descriptor, short events) const;
+  // Waits for one of them, which is then taken, or for events of the descriptors, as poll does.
+  // False for a signal.
+  bool waitFor(std::span<pollfd> descriptors) const;
 
  private:
   sigset_t m_before;

@@ -1,135 +1,130 @@
-// vela-capture: a signature from the pad into an SVG drawing and a CSV table of all samples.
+// vela-capture: a signature from the pad into files.
 #include <getopt.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <cmath>
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdio>
+#include <memory>
+#include <system_error>
 
+#include "OutputFile.h"
 #include "Pads.h"
+#include "Signature.h"
+#include "Tool.h"
 
 namespace {
 
-enum ExitCode { kWritten = 0, kFailed = 1, kUsage = 2, kRefused = 3, kInterrupted = 130 };
+enum ExitCode { kWritten = 0, kFailed = 1, kRefused = 3, kInterrupted = 130 };
 
-constexpr const char* kHelp =
-    "usage: vela-capture [--pad NAME] FILE.svg FILE.csv\n"
-    "  --pad NAME  the pad to sign on, when several are attached:\n"
-    "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
-    "  --help      print this\n"
-    "Sign, then press Enter. Ctrl+C ends without writing anything.\n";
-
-constexpr double kPointsPerInch = 72;
-
-struct Sample {
-  int32_t x, y, pressure;
-  uint8_t touch;
-  uint32_t timestamp, sequenceNumber;
-};
+constexpr Tool kTool{
+    .name = "vela-capture",
+    .usage = "usage: vela-capture [--pad NAME] FILE...\n",
+    .options =
+        "Takes a signature from the pad: sign, then press Enter. The ending of each FILE\n"
+        "names its format:\n"
+        "\n"
+        "  .svg        a drawing of the strokes\n"
+        "  .png        the same in pixels, 300 an inch, on white\n"
+        "  .inkml      the strokes with pressure and time, as digital ink of the W3C\n"
+        "  .csv        a table of all samples\n"
+        "\n"
+        "  --pad NAME  the pad to sign on, when several are attached:\n"
+        "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
+        "  -h, --help  print this\n"
+        "  --version   print the version\n"
+        "\n"
+        "Ctrl+C ends without writing anything.\n"};
 
 // Filled on the SDK's thread, read after the connection has been closed.
-std::vector<Sample> samples;
+Signature signature;
 
 void keepSample(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t timestamp,
                 uint32_t sequenceNumber) {
+  using namespace std::chrono;
+  std::vector<Sample>& samples = signature.samples;
+  if (samples.empty()) {
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
+    signature.start = static_cast<uint64_t>(now.count());
+  }
   const bool lifted = !touch && !samples.empty() && samples.back().touch;
   samples.push_back({x, y, pressure, touch, timestamp, sequenceNumber});
-  if (lifted) std::fprintf(stderr, "%zu samples\n", samples.size());
+  if (lifted) std::fprintf(stderr, "%s: %zu samples\n", kTool.name, samples.size());
 }
 
-// Maps a range of device units onto a length in points.
-struct Axis {
-  int low, high;
-  double points;
-  bool usable() const { return high > low && std::isfinite(points) && points > 0; }
-  double operator()(int value) const { return (value - low) * points / (high - low); }
-};
-
-void writeSvg(std::FILE* file, const Axis& x, const Axis& y) {
-  std::fprintf(file,
-               "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.2fpt\" height=\"%.2fpt\" "
-               "viewBox=\"0 0 %.2f %.2f\">\n<path fill=\"none\" stroke=\"#00f\" "
-               "stroke-width=\"1.5\" stroke-linecap=\"round\" stroke-linejoin=\"round\" d=\"",
-               x.points, y.points, x.points, y.points);
-  bool down = false;
-  for (const Sample& sample : samples) {
-    if (sample.touch) {
-      // A stroke begins with a line of no length, which shows as a dot.
-      if (!down) std::fprintf(file, "M%.2f %.2f", x(sample.x), y(sample.y));
-      std::fprintf(file, "L%.2f %.2f\n", x(sample.x), y(sample.y));
+int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& paths) {
+  const HeldSignals signals;
+  std::vector<std::unique_ptr<OutputFile>> files;
+  for (const std::string& path : paths) files.push_back(std::make_unique<OutputFile>(path));
+  {
+    const Connection connection(vela, pads.provider, keepSample);
+    signature.pad = pads.name;
+    signature.x = {vela.GetDataRangeMinX(), vela.GetDataRangeMaxX(), vela.GetPhysicalX()};
+    signature.y = {vela.GetDataRangeMinY(), vela.GetDataRangeMaxY(), vela.GetPhysicalY()};
+    signature.pressureLow = vela.GetDataRangeMinZ();
+    signature.pressureHigh = std::max(signature.pressureLow, vela.GetDataRangeMaxZ());
+    if (!signature.x.usable() || !signature.y.usable()) {
+      return kTool.fail(kFailed, pads.name + " reports no size that a drawing could have");
     }
-    down = sample.touch;
+    std::fprintf(stderr, "%s: sign on the %s, then press Enter\n", kTool.name, pads.name.c_str());
+    std::array<pollfd, 1> input{{{STDIN_FILENO, POLLIN, 0}}};
+    if (!signals.waitFor(input)) return kInterrupted;
   }
-  std::fputs("\"/>\n</svg>\n", file);
-}
-
-void writeCsv(std::FILE* file) {
-  std::fputs("x,y,pressure,touch,timestamp,sequence\n", file);
-  for (const Sample& sample : samples) {
-    std::fprintf(file, "%d,%d,%d,%u,%u,%u\n", sample.x, sample.y, sample.pressure, sample.touch,
-                 sample.timestamp, sample.sequenceNumber);
+  if (std::none_of(signature.samples.begin(), signature.samples.end(),
+                   [](const Sample& sample) { return sample.touch != 0; })) {
+    return kTool.fail(kFailed, "nothing was written on the pad");
   }
-}
-
-template <class Write>
-bool writeFile(const char* path, Write write) {
-  std::FILE* const file = std::fopen(path, "w");
-  if (file != nullptr) write(file);
-  const bool written = file != nullptr && std::ferror(file) == 0;
-  if ((file == nullptr || std::fclose(file) == 0) && written) return true;
-  std::perror(path);
-  return false;
+  int exitCode = kWritten;
+  for (const auto& file : files) {
+    try {
+      file->write(signature);
+    } catch (const std::system_error& error) {
+      exitCode = kTool.fail(kFailed, error.what());
+    }
+  }
+  return exitCode;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  kTool.rename(argv);
   std::string name;
   static const option options[] = {{"pad", required_argument, nullptr, 'p'},
                                    {"help", no_argument, nullptr, 'h'},
+                                   {"version", no_argument, nullptr, 'v'},
                                    {nullptr, 0, nullptr, 0}};
-  for (int option; (option = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
-    if (option != 'p') {
-      std::fputs(kHelp, option == 'h' ? stdout : stderr);
-      return option == 'h' ? kWritten : kUsage;
+  for (int option; (option = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+    switch (option) {
+      case 'p':
+        name = optarg;
+        break;
+      case 'h':
+        return kTool.help();
+      case 'v':
+        return kTool.version();
+      default:
+        return kTool.failUsage({});
     }
-    name = optarg;
   }
-  if (argc - optind != 2) {
-    std::fputs(kHelp, stderr);
-    return kUsage;
+  const std::vector<std::string> paths(argv + optind, argv + argc);
+  if (paths.empty()) return kTool.failUsage("which file?");
+  for (const std::string& path : paths) {
+    if (writerFor(path) != nullptr) continue;
+    return kTool.failUsage(path + " has none of the endings " + kEndings);
   }
-
   gIIVela vela;
-  const std::vector<Pads> attached = attachedPads(vela, name);
-  if (attached.empty()) {
-    std::fputs("No pad is attached.\n", stderr);
-    return kFailed;
-  }
-  const Pads& pads = attached.front();
-  if (!pads.refused.empty()) {
-    std::fprintf(stderr, "%s\n", pads.refusal().c_str());
-    return kRefused;
-  }
+  if (const auto complaint = unknownName(vela, name)) return kTool.failUsage(*complaint);
 
-  const HeldSignals signals;
-  Axis x{};
-  Axis y{};
-  bool entered = false;
-  {
-    const Connection connection(vela, pads.provider, keepSample);
-    x = {vela.GetDataRangeMinX(), vela.GetDataRangeMaxX(), vela.GetPhysicalX() * kPointsPerInch};
-    y = {vela.GetDataRangeMinY(), vela.GetDataRangeMaxY(), vela.GetPhysicalY() * kPointsPerInch};
-    if (!x.usable() || !y.usable()) {
-      std::fprintf(stderr, "%s tells no size that a drawing could have.\n", pads.name.c_str());
-      return kFailed;
-    }
-    std::fprintf(stderr, "Sign on the %s, then press Enter.\n", pads.name.c_str());
-    entered = signals.waitFor(STDIN_FILENO, POLLIN);
+  const std::vector<Pads> attached = attachedPads(vela, name);
+  if (attached.empty()) return kTool.fail(kFailed, absence(name));
+  const Pads& pads = attached.front();
+  if (!pads.refused.empty()) return kTool.fail(kRefused, pads.refusal());
+  try {
+    return capture(vela, pads, paths);
+  } catch (const std::system_error& error) {
+    return kTool.fail(kFailed, error.what());
   }
-  if (!entered) return kInterrupted;
-  const bool svg = writeFile(argv[optind], [&](std::FILE* file) { writeSvg(file, x, y); });
-  const bool csv = writeFile(argv[optind + 1], writeCsv);
-  if (!svg || !csv) return kFailed;
-  return kWritten;
 }

@@ -1,24 +1,38 @@
-// vela-padinfo: which pads are attached, whether they may be opened, and what they tell.
+// vela-padinfo: which pads are attached, whether they may be opened, and what they report.
 #include <getopt.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <set>
+#include <stdexcept>
 
+#include "PadWatch.h"
 #include "Pads.h"
+#include "Tool.h"
 
 namespace {
 
-enum ExitCode { kFine = 0, kNoPad = 1, kUsage = 2, kRefused = 3 };
+enum ExitCode { kFine = 0, kNoPad = 1, kRefused = 3 };
 
-constexpr const char* kHelp =
-    "usage: vela-padinfo [--json] [--watch] [--pad NAME]\n"
-    "  --json      in JSON\n"
-    "  --watch     show the samples of the first pad until Ctrl+C\n"
-    "  --pad NAME  only the pads of that name: Vela USB, Vela II, Vela Ink, Vela Vision\n"
-    "  --help      print this\n";
+constexpr Tool kTool{
+    .name = "vela-padinfo",
+    .usage = "usage: vela-padinfo [--watch | --samples] [--json] [--pad NAME]\n",
+    .options =
+        "Lists the attached pads.\n"
+        "\n"
+        "  --watch     print a line whenever a pad is attached or detached, until Ctrl+C\n"
+        "  --samples   print the samples of the first pad, until Ctrl+C\n"
+        "  --json      print JSON\n"
+        "  --pad NAME  only the pads of that name:\n"
+        "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
+        "  -h, --help  print this\n"
+        "  --version   print the version\n"};
 
 constexpr short kVision = 3;
 
@@ -100,20 +114,78 @@ void showSample(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t 
   std::fflush(out);
 }
 
+// Also ends when nobody reads any more.
+int watchSamples(gIIVela& vela, const Pads& pads) {
+  const HeldSignals signals;
+  const Connection connection(vela, pads.provider, showSample);
+  std::array<pollfd, 1> reader{{{fileno(out), 0, 0}}};
+  signals.waitFor(reader);
+  return kFine;
+}
+
+void showEvent(const PadEvent& event) {
+  using namespace std::chrono;
+  const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+  std::fprintf(out, "%s\n", (json ? eventJson(event, now) : eventText(event, now)).c_str());
+  std::fflush(out);
+}
+
+int watchPads(gIIVela& vela, const std::string& name) {
+  const HeldSignals signals;
+  PadWatch watch;  // before the first look, so that nothing is missed in between
+  std::set<std::string> present;
+  for (short provider = 0; provider < vela.GetNumProviders(); ++provider) {
+    const std::string known = vela.GetProviderDescription(provider);
+    if (!name.empty() && name != known) continue;
+    for (const std::string& node : nodesOf(provider)) {
+      present.insert(node);
+      showEvent({PadEvent::Kind::Present, known, node, mayOpen(node)});
+    }
+  }
+  if (present.empty()) kTool.fail(kFine, absence(name));
+  std::array<pollfd, 2> waited{{{watch.descriptor(), POLLIN, 0}, {fileno(out), 0, 0}}};
+  while (signals.waitFor(waited) && waited[1].revents == 0) {
+    const auto news = watch.take();
+    if (!news) continue;
+    const std::string known = vela.GetProviderDescription(news->provider);
+    if (!name.empty() && name != known) continue;
+    // A pad that came while this program took its first look is there already.
+    const bool attached = news->kind == PadEvent::Kind::Attached;
+    const bool changed =
+        attached ? present.insert(news->node).second : present.erase(news->node) > 0;
+    if (changed) showEvent({news->kind, known, news->node, !attached || mayOpen(news->node)});
+  }
+  return kFine;
+}
+
+int list(gIIVela& vela, const std::vector<Pads>& attached, int exitCode) {
+  if (json) std::fputs(attached.empty() ? "[" : "[\n", out);
+  for (const Pads& pads : attached) describe(vela, pads, &pads == &attached.front());
+  if (json) std::fputs(attached.empty() ? "]\n" : "\n]\n", out);
+  return std::fclose(out) == 0 ? exitCode : kNoPad;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  kTool.rename(argv);
+  bool samples = false;
   bool watch = false;
   std::string name;
   static const option options[] = {{"json", no_argument, nullptr, 'j'},
+                                   {"samples", no_argument, nullptr, 's'},
                                    {"watch", no_argument, nullptr, 'w'},
                                    {"pad", required_argument, nullptr, 'p'},
                                    {"help", no_argument, nullptr, 'h'},
+                                   {"version", no_argument, nullptr, 'v'},
                                    {nullptr, 0, nullptr, 0}};
-  for (int option; (option = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
+  for (int option; (option = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
     switch (option) {
       case 'j':
         json = true;
+        break;
+      case 's':
+        samples = true;
         break;
       case 'w':
         watch = true;
@@ -121,40 +193,36 @@ int main(int argc, char** argv) {
       case 'p':
         name = optarg;
         break;
+      case 'h':
+        return kTool.help();
+      case 'v':
+        return kTool.version();
       default:
-        std::fputs(kHelp, option == 'h' ? stdout : stderr);
-        return option == 'h' ? kFine : kUsage;
+        return kTool.failUsage({});
     }
   }
-  if (optind != argc) {
-    std::fputs(kHelp, stderr);
-    return kUsage;
-  }
+  if (optind != argc) return kTool.failUsage(std::string("what is ") + argv[optind] + " for?");
+  if (watch && samples) return kTool.failUsage("--watch and --samples do not go together");
+  gIIVela vela;
+  if (const auto complaint = unknownName(vela, name)) return kTool.failUsage(*complaint);
 
   // The SDK prints its failures to standard output; they go to standard error here.
   out = fdopen(dup(STDOUT_FILENO), "w");
   dup2(STDERR_FILENO, STDOUT_FILENO);
   std::signal(SIGPIPE, SIG_IGN);
 
-  gIIVela vela;
-  const std::vector<Pads> attached = attachedPads(vela, name);
-  int exitCode = attached.empty() ? kNoPad : kFine;
-  if (attached.empty()) std::fputs("No pad is attached.\n", stderr);
-  for (const Pads& pads : attached) {
-    if (pads.refused.empty()) continue;
-    std::fprintf(stderr, "%s\n", pads.refusal().c_str());
-    exitCode = kRefused;
-  }
   if (watch) {
-    if (exitCode != kFine) return exitCode;
-    const HeldSignals signals;
-    const Connection connection(vela, attached.front().provider, showSample);
-    // Also ends when nobody reads any more.
-    signals.waitFor(fileno(out), 0);
-    return kFine;
+    try {
+      return watchPads(vela, name);
+    } catch (const std::runtime_error& error) {
+      return kTool.fail(kNoPad, error.what());
+    }
   }
-  if (json) std::fputs("[\n", out);
-  for (const Pads& pads : attached) describe(vela, pads, &pads == &attached.front());
-  if (json) std::fputs("\n]\n", out);
-  return std::fclose(out) == 0 ? exitCode : kNoPad;
+  const std::vector<Pads> attached = attachedPads(vela, name);
+  int exitCode = attached.empty() ? kTool.fail(kNoPad, absence(name)) : kFine;
+  for (const Pads& pads : attached) {
+    if (!pads.refused.empty()) exitCode = kTool.fail(kRefused, pads.refusal());
+  }
+  if (!samples) return list(vela, attached, exitCode);
+  return exitCode == kFine ? watchSamples(vela, attached.front()) : exitCode;
 }

@@ -3,13 +3,14 @@
 # $command_name set; keeps to what the bash 3.2 of macOS understands.
 
 # Packages for running the application, for the tests, and for the deep checks.
-debian_run="g++ cmake ninja-build pkg-config libhidapi-dev qt6-base-dev qt6-wayland fonts-dejavu-core"
+debian_run="g++ cmake ninja-build pkg-config libhidapi-dev libudev-dev libcairo2-dev qt6-base-dev qt6-wayland
+  fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxtst-dev
   xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind dpkg-dev lintian debootstrap git"
-brew_run="cmake ninja pkgconf hidapi qt"
+brew_run="cmake ninja pkgconf hidapi cairo qt"
 brew_check="$brew_run googletest google-benchmark"
 
 # Packages for the SDK and the device side on other processors, and with another standard library.
@@ -97,7 +98,7 @@ install_with_brew() {
 
 # On a system whose package manager is not known here: goes on when all is there, else lists it.
 require_tools() {
-  local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw Qt6Widgets" missing="" item
+  local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw libudev cairo Qt6Widgets" missing="" item
   [ "$1" = run ] || modules="$modules gtest gmock benchmark x11 xtst"
   for item in $tools; do
     command -v "$item" >/dev/null || missing="$missing $item"

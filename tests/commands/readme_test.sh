@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The C++ and the C program in README.md compile as they stand there, the pictures it shows exist, and it
-# knows all pads.
+# The C++ and the C program in README.md compile as they stand there, the first is the example's, the pictures
+# it shows exist, and it knows all pads.
 set -eu
 cd "$(dirname "$0")/../.."
 
@@ -18,6 +18,10 @@ compile() { # COMPILER STANDARD LANGUAGE
 }
 
 compile c++ c++20 cpp
+sed -n '/^#include/,$p' examples/facade.cpp | cmp - <(program cpp) || {
+  echo "README.md has another program in C++ than examples/facade.cpp"
+  exit 1
+}
 compile cc c11 c
 
 pictures=$(grep -o '\bdocs/pictures/[a-z-]*\.png' README.md)

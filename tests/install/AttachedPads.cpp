@@ -1,7 +1,7 @@
 // Together with the virtual pads' hidapi face this is preloaded into installed programs, which then
 // find virtual pads where they look for real ones: those that VELA_PADS names. As soon as a program
-// has opened one, a pen draws a line on it and lifts. When the program ends, the file VELA_LEFT
-// gets what it left behind.
+// has opened one, a pen draws a line on it and lifts, unless VELA_PEN is set. When the program
+// ends, the file VELA_LEFT gets what it left behind.
 #include <unistd.h>
 
 #include <array>
@@ -32,6 +32,7 @@ std::array<std::shared_ptr<PadModel>, kKinds.size()> pads;
 void drawLine(VirtualBus::Port port) {
   if (!bus().waitUntilOpen(port)) return;
   if (const char* const signal = std::getenv("VELA_SIGNAL")) kill(getpid(), std::atoi(signal));
+  if (std::getenv("VELA_PEN") != nullptr) return;
   bus().sendPen(port, {.x = 0.25, .y = 0.5, .pressure = 0.5, .touch = true, .milliseconds = 1000});
   bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 1, .touch = true, .milliseconds = 1010});
   bus().sendPen(port, {.x = 0.75, .y = 0.25, .pressure = 0, .touch = false, .milliseconds = 1020});

@@ -10,8 +10,8 @@ unshare --mount true 2>/dev/null || skip "mount namespaces are not permitted her
 as_nobody="setpriv --reuid=65534 --regid=65534 --clear-groups"
 $as_nobody test -x "$padinfo" || skip "the build folder is closed to other users"
 
-mkdir -p "$work/class/hidraw/hidraw7/device" "$work/dev"
-printf 'DRIVER=x\nHID_ID=0003:000004DF:0000001F\nHID_NAME=x\n' >"$work/class/hidraw/hidraw7/device/uevent"
+mkdir -p "$work/class/hidraw/hidraw7" "$work/class/0003:04DF:001F.0001" "$work/dev"
+ln -s ../../0003:04DF:001F.0001 "$work/class/hidraw/hidraw7/device"
 touch "$work/dev/hidraw7" "$work/dev/null"
 chmod 600 "$work/dev/hidraw7"
 chmod 755 "$work"
@@ -30,16 +30,16 @@ refused() { # COMMAND...
   echo "$?"
 }
 
-expect "one line, with the rule" "Vela II: /dev/hidraw7 may not be opened by you; this mends it: echo 'SUBSYSTEM==\"hidraw\", KERNELS==\"0003:04DF:0012.*|0003:04DF:001F.*|0003:04DF:0030.*|0003:04DF:0038.*\", TAG+=\"uaccess\"' | sudo tee /etc/udev/rules.d/70-vela-pads.rules && sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=hidraw
+expect "one line, with the rule" "vela-padinfo: Vela II: /dev/hidraw7 may not be opened by you; this permits it: echo 'SUBSYSTEM==\"hidraw\", KERNELS==\"0003:04DF:0012.*|0003:04DF:001F.*|0003:04DF:0030.*|0003:04DF:0038.*\", TAG+=\"uaccess\"' | sudo tee /etc/udev/rules.d/70-vela-pads.rules && sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=hidraw
 3" "$(refused "$padinfo")"
-expect "where the rule is installed" "Vela II: /dev/hidraw7 may not be opened by you; this mends it: sudo udevadm trigger --subsystem-match=hidraw
-3" "$(RULE=installed refused "$padinfo" --watch)"
+expect "where the rule is installed" "vela-padinfo: Vela II: /dev/hidraw7 may not be opened by you; this permits it: sudo udevadm trigger --subsystem-match=hidraw
+3" "$(RULE=installed refused "$padinfo" --samples)"
 expect "in JSON" '[
   {"name": "Vela II", "class_id": "C1AF33B2529E4D2DB885DAF2780009EE", "attached": 1, "nodes": ["/dev/hidraw7"], "may_be_opened": false}
 ]
-3' "$(refused "$padinfo" --json | sed /mends/d)"
-expect "capturing" "Vela II: /dev/hidraw7 may not be opened by you; this mends it: sudo udevadm trigger --subsystem-match=hidraw
-3" "$(RULE=installed refused "$capture" /dev/null /dev/null)"
+3' "$(refused "$padinfo" --json | sed /permits/d)"
+expect "capturing" "vela-capture: Vela II: /dev/hidraw7 may not be opened by you; this permits it: sudo udevadm trigger --subsystem-match=hidraw
+3" "$(RULE=installed refused "$capture" a.svg)"
 chmod 666 "$work/dev/hidraw7"
 expect "a node that may be opened" "Vela II, 1 attached
   node      /dev/hidraw7" "$(refused "$padinfo" | head -n 2)"

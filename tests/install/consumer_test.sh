@@ -5,6 +5,7 @@
 prefix=$1
 libraries=$1/$2
 source=$(cd "$(dirname "$0")/consumer" && pwd)
+readme=$(cd "$(dirname "$0")/../.." && pwd)/README.md
 
 facade="0 1 0 0
 
@@ -51,10 +52,18 @@ expect "version" "1.0.0 1.0.0" "$(pkg-config --modversion gIIVela velawrap | xar
     $(pkg-config --static --cflags --libs gIIVela | sed 's/-lgIIVela/-l:libgIIVela.a/')
   $CC -std=c11 "$source/flat.c" $(pkg-config --cflags --libs velawrap) \
     -Wl,-rpath,"$libraries" -o "$work/flat"
+  sed -n '/^```cpp$/,/^```$/p' "$readme" | sed '1d;$d' | $CXX -std=c++20 -x c++ - -x none \
+    $(pkg-config --cflags --libs gIIVela) -Wl,-rpath,"$libraries" -o "$work/readme-cpp"
+  sed -n '/^```c$/,/^```$/p' "$readme" | sed '1d;$d' | $CC -std=c11 -x c - -x none \
+    $(pkg-config --cflags --libs velawrap) -Wl,-rpath,"$libraries" -o "$work/readme-c"
 } || exit 1
 expect "pkg-config, shared" "$facade" "$(run "$work/facade-shared")"
 expect "pkg-config, static" "$facade" "$(run "$work/facade-static")"
 expect "pkg-config, flat" "$flat" "$(run "$work/flat")"
 expect "shared" "libgIIVela.so.1" "$(needed "$work/facade-shared")"
 expect "static" "libhidapi-hidraw.so.0" "$(needed "$work/facade-static")"
+for language in cpp c; do
+  expect "the README's program in $language without a pad" "No Vela USB is attached. 1" \
+    "$(on_pads ink "$work/readme-$language" 2>&1) $?"
+done
 finish

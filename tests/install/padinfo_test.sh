@@ -3,12 +3,10 @@
 . "$(dirname "$0")/testing.sh"
 padinfo=$1
 
-expect "no pad" "No pad is attached. 1" "$(on_pads "" "$padinfo" 2>&1) $?"
-expect "no pad in JSON" "[
-
-]" "$(on_pads "" "$padinfo" --json 2>/dev/null)"
-expect "no pad of that name" "No pad is attached." \
-  "$(on_pads usb "$padinfo" --pad 'Vela Ink' 2>&1)"
+expect "no pad" "vela-padinfo: no pad is attached 1" "$(on_pads "" "$padinfo" 2>&1) $?"
+expect "no pad in JSON" "[]" "$(on_pads "" "$padinfo" --json 2>/dev/null)"
+expect "no pad of that name" "vela-padinfo: no Vela Ink is attached 1" \
+  "$(on_pads usb "$padinfo" --pad 'Vela Ink' 2>&1) $?"
 
 expect "all pads" "Vela USB, 1 attached
   serial    none
@@ -54,8 +52,8 @@ expect "what the SDK prints is kept out of the output" "[" "$(head -n 1 "$work/j
 expect "and shown" "velaii:opendevice failed" "$(head -n 1 "$work/errors")"
 
 for signal in INT TERM HUP; do
-  drive vision "*up" $signal "$padinfo" --watch
-  expect "watching until SIG$signal" "      1000 ms  #1    x   325  y   700  pressure  512  down
+  drive vision "*up" $signal "$padinfo" --samples
+  expect "samples until SIG$signal" "      1000 ms  #1    x   325  y   700  pressure  512  down
       1010 ms  #2    x   975  y   350  pressure 1023  down
       1020 ms  #3    x   975  y   350  pressure    0  up
 0" "$output
@@ -64,19 +62,40 @@ $code"
 vision mode 4" "$(cat "$work/left")"
 done
 
-drive vision '*false*' TERM "$padinfo" --watch --json
-expect "watching in JSON" \
+drive vision '*false*' TERM "$padinfo" --samples --json
+expect "samples in JSON" \
   '{"timestamp": 1000, "sequence": 1, "x": 325, "y": 700, "pressure": 512, "touch": true}
 {"timestamp": 1010, "sequence": 2, "x": 975, "y": 350, "pressure": 1023, "touch": true}
 {"timestamp": 1020, "sequence": 3, "x": 975, "y": 350, "pressure": 0, "touch": false}' "$output"
 
-on_pads ink "$padinfo" --watch | head -n 1 >"$work/first"
-expect "watching ends when nobody reads" "0" "${PIPESTATUS[0]}"
+on_pads ink "$padinfo" --samples | head -n 1 >"$work/first"
+expect "the samples end when nobody reads" "0" "${PIPESTATUS[0]}"
 expect "and leaves the pad reset" "open 0, misused 0
 ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
 
-expect "a wrong option" "2" "$("$padinfo" --wrong >"$work/usage" 2>&1; echo $?)"
-expect "a word too many" "2" "$("$padinfo" word >"$work/usage" 2>&1; echo $?)"
-expect "help" "usage: vela-padinfo 0" "$("$padinfo" --help | grep -o '^usage: vela-padinfo') $?"
+# The kernel's pads come and go in tests/kernel.
+for signal in INT TERM HUP; do
+  drive "" "*no pad*" $signal "$padinfo" --watch
+  expect "watching until SIG$signal" "vela-padinfo: no pad is attached 0" "$output $code"
+done
+on_pads "" "$padinfo" --watch 2>/dev/null | true
+expect "watching ends when nobody reads" "0" "${PIPESTATUS[0]}"
+
+usage="usage: vela-padinfo [--watch | --samples] [--json] [--pad NAME]"
+expect_refused() { # COMPLAINT ARGUMENT...
+  local complaint=$1
+  shift
+  expect "$*" "vela-padinfo: $complaint
+$usage
+2" "$("$padinfo" "$@" 2>&1; echo $?)"
+}
+expect_refused "unrecognized option '--wrong'" --wrong
+expect_refused "what is word for?" word
+expect_refused "there is no pad Vela; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad Vela
+expect_refused "--watch and --samples do not go together" --watch --samples
+for option in -h --help; do
+  expect "$option" "$usage 0" "$("$padinfo" $option | head -n 1) ${PIPESTATUS[0]}"
+done
+expect "the version" "vela-padinfo 1.0.0 0" "$("$padinfo" --version) $?"
 expect "output that cannot be written" "1" "$(on_pads usb "$padinfo" >/dev/full 2>&1; echo $?)"
 finish

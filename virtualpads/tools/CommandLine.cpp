@@ -30,8 +30,12 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
   std::optional<PadKind> pad;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string argument = arguments[i];
-    if (argument == "--help") {
+    if (argument == "-h" || argument == "--help") {
       line.help = true;
+      return line;
+    }
+    if (argument == "--version") {
+      line.version = true;
       return line;
     }
     if (argument == "--replay" || argument == "--record") {
@@ -82,7 +86,8 @@ const char* const kHelp =
     "  --replay FILE  without a window: wait until a program has opened the pad, send\n"
     "                 the reports of the recording at the pace at which they were\n"
     "                 made, unplug the pad when the program has closed it\n"
-    "  --help         print this\n"
+    "  -h, --help     print this\n"
+    "  --version      print the version\n"
     "\n"
     "Exit status: 0 when all went well, 1 when there is no display for the window,\n"
     "the pad could not be plugged, a file could not be read or written, or reports\n"

@@ -12,7 +12,8 @@
 namespace virtualpads {
 
 struct CommandLine {
-  bool help = false;  // the rest does not matter then
+  bool help = false;     // the rest does not matter then
+  bool version = false;  // nor then
   PadKind pad = PadKind::Usb;
   std::optional<std::string> replay = std::nullopt;  // the recording to read
   std::optional<std::string> record = std::nullopt;  // the recording to write

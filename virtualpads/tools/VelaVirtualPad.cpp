@@ -154,6 +154,10 @@ int run(int argc, char** argv) {
     std::fputs(kHelp, stdout);
     return 0;
   }
+  if (line.version) {
+    std::puts("vela-virtual-pad " VELA_VERSION);
+    return 0;
+  }
   const auto model = makePad(line.pad);
   return line.replay ? runReplay(model, *line.replay) : runWindow(argc, argv, model, line.record);
 }

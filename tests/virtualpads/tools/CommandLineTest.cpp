@@ -27,8 +27,15 @@ TEST(CommandLine, NamesARecordingBeforeOrAfterThePad) {
 
 TEST(CommandLine, AsksForHelpWhateverElseItSays) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--help"}).help);
+  EXPECT_TRUE(parseCommandLine(Arguments{"-h"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--help", "--nonsense"}).help);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).help);
+}
+
+TEST(CommandLine, AsksForTheVersionWhateverElseItSays) {
+  EXPECT_TRUE(parseCommandLine(Arguments{"--version"}).version);
+  EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--version", "--nonsense"}).version);
+  EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).version);
 }
 
 struct Senseless {

@@ -26,6 +26,8 @@ head=$'R: 1 06\nN: Vela Ink\nI: 3 04df 0030\n'
 
 expect 0 '' --help
 [ "$(head -n 1 out)" = "$usage" ] || { echo "--help prints no usage"; failures=1; }
+expect 0 '' --version
+grep -qx 'vela-virtual-pad [0-9.]*' out || { echo "--version prints no version"; failures=1; }
 expect 2 "vela-virtual-pad: which pad?
 $usage"
 expect 2 "vela-virtual-pad: there is no pad pen

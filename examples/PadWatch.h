@@ -1,0 +1,48 @@
+// Reports the pads that come and go.
+#ifndef EXAMPLES_PADWATCH_H
+#define EXAMPLES_PADWATCH_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+struct PadEvent {
+  enum class Kind { Present, Attached, Detached };
+  Kind kind;
+  std::string name;  // of the provider
+  std::string node;
+  bool mayBeOpened = true;
+};
+
+// One line without its end. The time is that of the clock on the wall, in milliseconds since 1970;
+// the text shows it in the time zone of this process.
+std::string eventText(const PadEvent& event, int64_t milliseconds);
+std::string eventJson(const PadEvent& event, int64_t milliseconds);
+
+// What happened to a pad's node.
+struct NodeEvent {
+  PadEvent::Kind kind;
+  short provider;
+  std::string node;
+};
+
+// Hears of what happens to nodes from the moment it is made.
+class PadWatch {
+ public:
+  // Throws std::runtime_error where it cannot.
+  PadWatch();
+  ~PadWatch();
+  PadWatch(const PadWatch&) = delete;
+  PadWatch& operator=(const PadWatch&) = delete;
+
+  // Readable (as in poll) when there is something to take.
+  int descriptor() const;
+  // Takes the next piece of news; nothing when it was not about a pad that came or went.
+  std::optional<NodeEvent> take();
+
+ private:
+  struct Source;
+  Source* const m_source;
+};
+
+#endif

@@ -1,0 +1,46 @@
+// A signature, and the formats that vela-capture writes it in.
+#ifndef EXAMPLES_SIGNATURE_H
+#define EXAMPLES_SIGNATURE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+struct Sample {
+  int32_t x, y, pressure;
+  uint8_t touch;
+  uint32_t timestamp, sequenceNumber;
+};
+
+// A range of device units, and the length on the pad that it stands for.
+struct Axis {
+  int low = 0;
+  int high = 0;
+  double inches = 0;
+
+  bool usable() const;
+  double points(int value) const;  // 72 an inch
+  double points() const;           // of the whole range
+};
+
+struct Signature {
+  std::string pad;
+  Axis x, y;
+  int pressureLow = 0;
+  int pressureHigh = 0;
+  uint64_t start = 0;  // when the first sample came, in milliseconds since 1970
+  std::vector<Sample> samples;
+};
+
+// Writes the signature; false, with errno set, when that fails.
+using Writer = bool (*)(const Signature&, std::FILE*);
+
+// The writer for the format that the path's ending names, in upper or lower case; null when it
+// names none.
+Writer writerFor(const std::string& path);
+
+// The endings, as a help text lists them.
+constexpr const char* kEndings = ".svg, .png, .inkml, .csv";
+
+#endif

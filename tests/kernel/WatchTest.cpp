@@ -1,0 +1,76 @@
+// vela-padinfo --watch as it is shipped, on a kernel where no udev runs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "tests/kernel/Program.h"
+#include "tests/kernel/TestPads.h"
+
+namespace {
+
+using testing::ElementsAre;
+using virtualpads::PadKind;
+
+// The lines without the time at their beginning, "12:34:56.789  ".
+std::vector<std::string> news(const Program& program) {
+  std::vector<std::string> lines = program.lines();
+  for (std::string& line : lines) line.erase(0, 14);
+  return lines;
+}
+
+void waitForEnd(const Program& program, const std::string& end) {
+  program.waitForLine([&](const std::string& line) { return line.ends_with(end); });
+}
+
+TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
+  const auto usb = plugged(PadKind::Usb);
+  const std::string usbNode = usb->waitForNode();
+  Program program(VELA_PADINFO, {.arguments = {"--watch"}});
+  waitForEnd(program, "present at " + usbNode);
+
+  const auto ink = plugged(PadKind::Ink);
+  const std::string inkNode = ink->waitForNode();
+  waitForEnd(program, "attached at " + inkNode);
+  const auto stranger = plugged(makeOtherPad());
+  stranger->unplug();
+  ink->unplug();
+  waitForEnd(program, "detached from " + inkNode);
+  usb->unplug();
+  waitForEnd(program, "detached from " + usbNode);
+  replug(*ink);
+  const std::string again = ink->waitForNode();
+  waitForEnd(program, "attached at " + again);
+
+  EXPECT_THAT(news(program),
+              ElementsAre("Vela USB present at " + usbNode, "Vela Ink attached at " + inkNode,
+                          "Vela Ink detached from " + inkNode, "Vela USB detached from " + usbNode,
+                          "Vela Ink attached at " + again));
+  program.signal(SIGINT);
+  EXPECT_EQ(program.wait(), 0);
+}
+
+TEST(Watch, ReportsThePadsOfOneNameOnly) {
+  const auto usb = plugged(PadKind::Usb);
+  Program program(VELA_PADINFO, {.arguments = {"--watch", "--pad", "Vela II"}});
+  program.waitForLine("vela-padinfo: no Vela II is attached");
+  const auto ink = plugged(PadKind::Ink);
+  const auto ii = plugged(PadKind::Ii);
+  const std::string node = ii->waitForNode();
+  waitForEnd(program, "Vela II attached at " + node);
+  EXPECT_EQ(program.lineCount(), 2U);
+}
+
+TEST(Watch, NamesANodeThatMayNotBeOpened) {
+  const auto usb = plugged(PadKind::Usb);
+  Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
+  waitForEnd(program,
+             "Vela USB present at " + usb->waitForNode() + ", which may not be opened by you");
+  const auto ink = plugged(PadKind::Ink);
+  waitForEnd(program,
+             "Vela Ink attached at " + ink->waitForNode() + ", which may not be opened by you");
+}
+
+}  // namespace
