@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <initializer_list>
 #include <numbers>
+#include <optional>
+#include <random>
 #include <utility>
 
 namespace virtualpads {
@@ -100,14 +102,17 @@ std::vector<double> curvature(const Path& path) {
 // a way, pressing harder downwards and in the middle of a stroke.
 class Hand {
  public:
+  // `pace` is that of the usual hand multiplied.
+  explicit Hand(double pace = 1) : m_pace(pace) {}
+
   // Moves along the path while the pen touches, from its very beginning to its very end.
   void draw(const Path& path) {
     const std::vector<double> seconds = timesAlong(path);
-    const double duration = seconds.back();
+    const double duration = seconds.back() / m_pace;
     const auto count = static_cast<int>(std::ceil(duration * 1000 / kMillisecondsPerSample));
     std::size_t at = 0;
     for (int sample = 0; sample < count; ++sample) {
-      const double time = duration * sample / count;
+      const double time = seconds.back() * sample / count;
       while (seconds[at + 1] <= time) {
         ++at;
       }
@@ -178,6 +183,7 @@ class Hand {
     }
   }
 
+  const double m_pace;
   std::vector<PenState> m_samples;
   std::size_t m_strokeBegin = 0;
   std::uint32_t m_clock = 0;
@@ -207,16 +213,6 @@ const Letter kTail = {{0.45, 0.42}, {1.2, 0.98}};
 const Letter kFlourish = {{9.9, -0.42},  {7.0, -0.52}, {3.6, -0.88}, {1.5, -1.42}, {0.75, -1.5},
                           {0.85, -1.12}, {2.2, -1.02}, {4.6, -1.22}, {7.2, -1.18}, {9.0, -0.82}};
 
-// A point of the writing on the surface: slanted, rising a little, well centred.
-Point onSurface(Point p) {
-  constexpr double kXHeight = 0.12;  // surface heights
-  constexpr double kSlant = 0.3;
-  constexpr double kRise = 0.07;
-  const double across = (p.x + kSlant * p.y) * kXHeight;
-  const double up = p.y * kXHeight + across * kRise;
-  return {0.12 + across / kAspect, 0.625 - up};
-}
-
 // A letter in its place in the writing.
 struct Placed {
   const Letter& letter;
@@ -224,40 +220,100 @@ struct Placed {
   double size;
 };
 
-Path written(std::initializer_list<Placed> letters) {
-  Path points;
-  for (const auto& [letter, x, size] : letters) {
-    for (const Point p : letter) {
-      points.push_back(onSurface({x + p.x * size, p.y * size}));
-    }
+// How one time of writing departs from the model: by random numbers, or not at all.
+class Mood {
+ public:
+  Mood() = default;
+  explicit Mood(std::uint32_t variation) : m_random(std::in_place, variation) {
+    constexpr double kSize = 0.03;
+    constexpr double kSlant = 0.05;
+    constexpr double kRise = 0.02;
+    constexpr double kPace = 0.1;
+    m_size = 1 + around(kSize);
+    m_slant = around(kSlant);
+    m_rise = around(kRise);
+    m_pace = 1 + around(kPace);
   }
-  return smooth(points);
+
+  double pace() const { return m_pace; }
+
+  // Milliseconds between two strokes.
+  std::uint32_t pause(double usual) {
+    constexpr double kHesitation = 0.2;
+    return static_cast<std::uint32_t>(usual * (1 + around(kHesitation)));
+  }
+
+  Path written(std::initializer_list<Placed> letters) {
+    constexpr double kUnsteadiness = 0.05;  // x-heights
+    Path points;
+    for (const auto& [letter, x, size] : letters) {
+      for (const Point p : letter) {
+        const double right = x + p.x * size + around(kUnsteadiness);
+        const double up = p.y * size + around(kUnsteadiness);
+        points.push_back(onSurface({right, up}));
+      }
+    }
+    return smooth(points);
+  }
+
+ private:
+  // A random number between -most and most. The standard library's own distributions differ from
+  // one system to another.
+  double around(double most) {
+    if (!m_random) return 0;
+    const auto number = static_cast<double>((*m_random)());
+    return most * (2 * number / static_cast<double>(std::mt19937::max()) - 1);
+  }
+
+  // A point of the writing on the surface: slanted, rising a little, well centred.
+  Point onSurface(Point p) const {
+    constexpr double kXHeight = 0.12;  // surface heights
+    constexpr double kSlant = 0.3;
+    constexpr double kRise = 0.07;
+    const double across = (p.x + (kSlant + m_slant) * p.y) * kXHeight * m_size;
+    const double up = p.y * kXHeight * m_size + across * (kRise + m_rise);
+    return {0.12 + across / kAspect, 0.625 - up};
+  }
+
+  std::optional<std::mt19937> m_random;
+  double m_size = 1;
+  double m_slant = 0;
+  double m_rise = 0;
+  double m_pace = 1;
+};
+
+std::vector<PenState> signedIn(Mood mood) {
+  Hand hand(mood.pace());
+  hand.draw(mood.written({{kCapitalA, 0.3, 1.0}}));
+  hand.lift(mood.pause(120));
+  hand.draw(mood.written({{kBarOfA, 0.3, 1.0}}));
+  hand.lift(mood.pause(180));
+  hand.draw(mood.written({{kCapitalM, 3.0, 1.0},
+                          {kI, 5.3, 0.95},
+                          {kL, 5.95, 1.0},
+                          {kE, 6.6, 0.95},
+                          {kT, 7.3, 0.95},
+                          {kT, 7.95, 0.9},
+                          {kE, 8.65, 0.85},
+                          {kTail, 9.35, 1.0}}));
+  hand.lift(mood.pause(140));
+  hand.draw(mood.written({{kTheDot, 5.3, 1.0}}));
+  hand.lift(mood.pause(130));
+  hand.draw(mood.written({{kBarOfTs, 7.3, 1.0}}));
+  hand.lift(mood.pause(200));
+  hand.draw(mood.written({{kFlourish, 0.0, 1.0}}));
+  hand.lift(0);
+  return std::move(hand).samples();
 }
 
 }  // namespace
 
 std::vector<PenState> signature() {
-  Hand hand;
-  hand.draw(written({{kCapitalA, 0.3, 1.0}}));
-  hand.lift(120);
-  hand.draw(written({{kBarOfA, 0.3, 1.0}}));
-  hand.lift(180);
-  hand.draw(written({{kCapitalM, 3.0, 1.0},
-                     {kI, 5.3, 0.95},
-                     {kL, 5.95, 1.0},
-                     {kE, 6.6, 0.95},
-                     {kT, 7.3, 0.95},
-                     {kT, 7.95, 0.9},
-                     {kE, 8.65, 0.85},
-                     {kTail, 9.35, 1.0}}));
-  hand.lift(140);
-  hand.draw(written({{kTheDot, 5.3, 1.0}}));
-  hand.lift(130);
-  hand.draw(written({{kBarOfTs, 7.3, 1.0}}));
-  hand.lift(200);
-  hand.draw(written({{kFlourish, 0.0, 1.0}}));
-  hand.lift(0);
-  return std::move(hand).samples();
+  return signedIn(Mood());
+}
+
+std::vector<PenState> signature(std::uint32_t variation) {
+  return signedIn(Mood(variation));
 }
 
 std::vector<PenState> diagonalLine() {

@@ -2,7 +2,7 @@
 // coordinates from 0 to 1, the clock starting at 0. Each stroke ends with a sample that does not
 // touch, at the place where the pen left the surface; between two strokes the clock runs on.
 //
-// The movements are the same each time. The functions may be called on any thread.
+// The same call gives the same movement each time. The functions may be called on any thread.
 #ifndef VIRTUALPADS_PENSTROKES_H
 #define VIRTUALPADS_PENSTROKES_H
 
@@ -17,6 +17,10 @@ constexpr std::uint32_t kMillisecondsPerSample = 5;
 
 // A signature ("A Milette"), made for a surface about 1.6 times as wide as high.
 std::vector<PenState> signature();
+
+// The same signature as a person writes it another time: a little larger or smaller, steeper or
+// flatter, faster or slower, no letter quite the same. Each number gives another one.
+std::vector<PenState> signature(std::uint32_t variation);
 
 // One straight stroke from the upper left to the lower right, within 10 to 90 % of the surface.
 std::vector<PenState> diagonalLine();

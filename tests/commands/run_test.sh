@@ -2,8 +2,8 @@
 # run_test.sh DEMONSTRATION: what ./run does from the first line to the last, in a tree of its own. Real are
 # the script, what it shares with the other commands, the list of pads and, where pictures are asked for, the
 # demonstration. Stand-ins on the PATH are the package manager, CMake, which "builds" by laying the programs
-# where they belong, and what tells the system's name; and the script looks for pads and for the release's name
-# in a folder of the test.
+# where they belong, and what tells the system's name; for the probe a program that finds a display where the
+# variables name one; and the script looks for pads and for the release's name in a folder of the test.
 set -u
 demonstration=$1
 cd "$(dirname "$0")/../.." || exit
@@ -48,7 +48,7 @@ echo "cmake \$*" >>'$scratch/asked'
 for target; do
   case \$target in
     testapp) folder=build/run/testapp ;;
-    vela-demonstration) folder=build/run/virtualpads/demonstration ;;
+    vela-demonstration | vela-display-probe) folder=build/run/virtualpads/demonstration ;;
     *) continue ;;
   esac
   mkdir -p \$folder
@@ -73,8 +73,9 @@ run() {
   printed=$(grep -v '^run: ' "$scratch/output")
   asked=$(cat "$scratch/asked")
 }
+stand_in "$scratch/programs/vela-display-probe" <<<'[ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]'
 built='cmake --preset run -D VELA_WARNINGS_AS_ERRORS=OFF
-cmake --build --preset run --target testapp vela-demonstration'
+cmake --build --preset run --target testapp vela-demonstration vela-display-probe'
 building='run: configuring build/run
 run: building in build/run'
 
@@ -91,7 +92,7 @@ echo 'ID=debian' >"$scratch/os-release"
 
 # --- no display: pictures ---
 
-no_display='run: no display: the application runs unseen on virtual pads, each step leaves a picture'
+no_display='run: no display can be opened: the application runs unseen on virtual pads, each step leaves a picture'
 pictures=$(pictures_in build/pictures)
 expect_pictures() { # WHEN
   expect "$1, the exit status" 0 $status
@@ -145,6 +146,8 @@ for display in DISPLAY WAYLAND_DISPLAY; do
   run $display=x
   expect_started "without a pad, in $display" vela-demonstration
 done
+expect "how another pad is tried" "run: to try another pad press Reset, choose it in the list, press Open" \
+  "$(grep another <<<"$said")"
 run SYSTEM=Darwin
 expect_started "with a pad on macOS" testapp
 

@@ -30,18 +30,18 @@ await_no_ink() {
 
 window=$(xdotool search --sync --onlyvisible --name '^Vela Pad Test$')
 await_ink
-xdotool search --onlyvisible --name '^Vela USB$' || fail "the open pad is not shown beside"
+xdotool search --onlyvisible --name '^Vela USB .virtual pad.$' || fail "the open pad is not shown beside"
 xdotool windowfocus --sync "$window" key alt+r
 await_no_ink
 xdotool key alt+p Down Down Down alt+o
 await_ink
 
-xdotool search --onlyvisible --name '^Vela USB$' && fail "the pad before is still shown"
-pad=$(xdotool search --onlyvisible --name '^Vela Vision$') || fail "the other pad is not shown beside"
+xdotool search --onlyvisible --name '^Vela USB .virtual pad.$' && fail "the pad before is still shown"
+pad=$(xdotool search --onlyvisible --name '^Vela Vision .virtual pad.$') || fail "the other pad is not shown beside"
 # Above all that the pen of the demonstration writes.
 above=280x30+100+130
 shows_ink $above && fail "the pen writes where it should not"
-xdotool mousemove --window "$pad" 200 50 mousedown 1 mousemove --window "$pad" 400 60 mouseup 1
+xdotool mousemove --window "$pad" 200 72 mousedown 1 mousemove --window "$pad" 400 82 mouseup 1
 await_ink $above
 
 kill -TERM $application

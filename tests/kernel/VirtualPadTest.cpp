@@ -186,7 +186,7 @@ TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
                    .environment = {"DISPLAY=" + desktop.name(), "QT_QPA_PLATFORM=xcb",
                                    "XDG_RUNTIME_DIR=/tmp"}});
   const std::string path = nodeOf(program, "Vela Ink");
-  desktop.waitForWindow("Vela Ink at " + path);
+  desktop.waitForWindow("Vela Ink (virtual pad) at " + path);
   const QRect lcd = findLcd(
       desktop.waitForPicture([](const QImage& picture) { return !findLcd(picture).isEmpty(); }));
   ASSERT_EQ(lcd.size(), QSize(320, 240));

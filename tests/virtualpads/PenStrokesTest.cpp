@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
+#include <utility>
+#include <vector>
 
 namespace virtualpads {
 namespace {
@@ -21,6 +24,10 @@ struct Movement {
   int strokes;
 };
 
+std::vector<PenState> anotherSignature() {
+  return signature(7);
+}
+
 class PenStrokes : public testing::TestWithParam<Movement> {
  protected:
   const std::vector<PenState> samples = GetParam().samples();
@@ -28,6 +35,7 @@ class PenStrokes : public testing::TestWithParam<Movement> {
 
 INSTANTIATE_TEST_SUITE_P(All, PenStrokes,
                          testing::Values(Movement{"Signature", signature, 6},
+                                         Movement{"AnotherSignature", anotherSignature, 6},
                                          Movement{"DiagonalLine", diagonalLine, 1},
                                          Movement{"EdgeRectangle", edgeRectangle, 1},
                                          Movement{"Spiral", spiral, 1}),
@@ -93,33 +101,75 @@ TEST_P(PenStrokes, AreTheSameEachTime) {
   }
 }
 
+// The model, and as it is written a hundred times.
+std::vector<std::vector<PenState>> signatures() {
+  std::vector<std::vector<PenState>> all{signature()};
+  for (std::uint32_t variation = 0; variation < 100; ++variation) {
+    all.push_back(signature(variation));
+  }
+  return all;
+}
+
 TEST(Signature, SitsWellOnTheSurface) {
-  const std::vector<PenState> samples = signature();
-  const auto [left, right] = std::ranges::minmax(samples, {}, &PenState::x);
-  const auto [top, bottom] = std::ranges::minmax(samples, {}, &PenState::y);
-  EXPECT_GE(left.x, 0.05);
-  EXPECT_LE(right.x, 0.95);
-  EXPECT_GE(top.y, 0.05);
-  EXPECT_LE(bottom.y, 0.95);
-  EXPECT_THAT((left.x + right.x) / 2, DoubleNear(0.5, 0.05));
-  EXPECT_THAT((top.y + bottom.y) / 2, DoubleNear(0.5, 0.05));
-  EXPECT_GT(right.x - left.x, 0.75);
+  for (const auto& samples : signatures()) {
+    const auto [left, right] = std::ranges::minmax(samples, {}, &PenState::x);
+    const auto [top, bottom] = std::ranges::minmax(samples, {}, &PenState::y);
+    EXPECT_GE(left.x, 0.05);
+    EXPECT_LE(right.x, 0.95);
+    EXPECT_GE(top.y, 0.05);
+    EXPECT_LE(bottom.y, 0.95);
+    EXPECT_THAT((left.x + right.x) / 2, DoubleNear(0.5, 0.05));
+    EXPECT_THAT((top.y + bottom.y) / 2, DoubleNear(0.5, 0.05));
+    EXPECT_GT(right.x - left.x, 0.75);
+  }
 }
 
 TEST(Signature, TakesAsLongAsAPersonTakes) {
-  const std::uint32_t milliseconds = signature().back().milliseconds;
-  EXPECT_GE(milliseconds, 2000U);
-  EXPECT_LE(milliseconds, 6000U);
+  for (const auto& samples : signatures()) {
+    EXPECT_GE(samples.back().milliseconds, 2000U);
+    EXPECT_LE(samples.back().milliseconds, 6000U);
+  }
 }
 
 // A tenth of an inch on the smallest surface: more would look like corners.
 TEST(Signature, IsSampledDensely) {
-  const std::vector<PenState> samples = signature();
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    if (samples[i - 1].touch) {
-      EXPECT_LT(step(samples, i), 0.045);
+  for (const auto& samples : signatures()) {
+    for (std::size_t i = 1; i < samples.size(); ++i) {
+      if (samples[i - 1].touch) {
+        EXPECT_LT(step(samples, i), 0.045);
+      }
     }
   }
+}
+
+// Where each stroke ends.
+std::vector<std::pair<double, double>> ends(const std::vector<PenState>& samples) {
+  std::vector<std::pair<double, double>> places;
+  for (const PenState& pen : samples) {
+    if (!pen.touch) {
+      places.emplace_back(pen.x, pen.y);
+    }
+  }
+  return places;
+}
+
+TEST(Signature, DiffersALittleEachTime) {
+  const auto model = ends(signature());
+  std::set<std::vector<std::pair<double, double>>> written{model};
+  std::set<std::uint32_t> durations;
+  for (std::uint32_t variation = 0; variation < 100; ++variation) {
+    const auto samples = signature(variation);
+    const auto places = ends(samples);
+    ASSERT_EQ(places.size(), 6U);
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      EXPECT_NEAR(places[i].first, model[i].first, 0.06);
+      EXPECT_NEAR(places[i].second, model[i].second, 0.06);
+    }
+    written.insert(places);
+    durations.insert(samples.back().milliseconds);
+  }
+  EXPECT_EQ(written.size(), 101U);
+  EXPECT_GT(*durations.rbegin() - *durations.begin(), 300U);
 }
 
 TEST(DiagonalLine, RunsFromCornerToCorner) {

@@ -1,14 +1,11 @@
 #include "PadBeside.h"
 
+#include <QScreen>
 #include <utility>
 
+#include "SideBySide.h"
+
 namespace demonstration {
-
-namespace {
-
-constexpr int kGap = 12;
-
-}  // namespace
 
 PadBeside::PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pads,
                      std::function<void()> written)
@@ -41,7 +38,13 @@ void PadBeside::showChosenPad() {
   m_padWindow->setAttribute(Qt::WA_QuitOnClose, false);
   // Small, for where the desktop does not let a program say where its windows go.
   m_padWindow->resize(m_padWindow->minimumSizeHint());
-  m_padWindow->move(m_window.window.frameGeometry().topRight() + QPoint(kGap, 0));
+  QWidget& application = m_window.window;
+  const QSize frame = application.frameGeometry().size() - application.size();
+  // At a fractional scale a place and a size are rounded one by one, to a unit more than there is.
+  const QRect screen = application.screen()->availableGeometry().adjusted(0, 0, -1, -1);
+  const auto places = sideBySide(screen, application.frameGeometry(), m_padWindow->size() + frame);
+  if (places.application != application.pos()) application.move(places.application);
+  m_padWindow->move(places.pad);
   m_padWindow->show();
 }
 

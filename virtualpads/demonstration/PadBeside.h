@@ -1,6 +1,6 @@
 // The pad on the screen, beside the application: the one that is chosen in the application's list,
 // and while the application is connected the one that it has open. Whoever likes writes on it with
-// the mouse.
+// the mouse. Both windows are placed so that they fit on the screen.
 #ifndef VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
 #define VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
 

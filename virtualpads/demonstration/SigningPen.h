@@ -14,16 +14,16 @@
 
 namespace demonstration {
 
-// Writes from the moment the application is connected until it is reset: the signature, a pause,
-// the signature again at the same place. It stands back while somebody else writes. For the GUI
-// thread.
+// Writes from the moment the application is connected until Reset is pressed: a signature, a pause,
+// Clear, the signature again, a little different each time. It stands back while somebody else
+// writes. For the GUI thread.
 class SigningPen : public QObject {
  public:
   // `pads` are in the order of the application's provider list.
   SigningPen(ApplicationWindow& window, std::vector<DemonstrationPad> pads);
 
-  // Somebody else writes on the open pad: this pen is lifted, and begins a new signature once the
-  // other one has been away for some seconds.
+  // The pen is lifted, and begins a new signature some seconds after the last call: somebody else
+  // writes on the open pad, or closes it.
   void standBack();
 
  protected:
@@ -35,13 +35,13 @@ class SigningPen : public QObject {
 
   ApplicationWindow& m_window;
   const std::vector<DemonstrationPad> m_pads;
-  const std::vector<virtualpads::PenState> m_signature;
+  std::vector<virtualpads::PenState> m_signature;
   virtualpads::VirtualBus::Port m_port = 0;  // the pad that the application has open
   std::size_t m_written = 0;                 // samples of the signature that are on the pad
-  int m_signatures = 0;                      // signatures that are finished
-  std::uint32_t m_padClock = 0;  // the pad's milliseconds at the beginning of the signature
-  int m_wait = 0;                // milliseconds from m_sinceWait to that beginning
-  QElapsedTimer m_sinceWait;
+  bool m_clean = true;                       // nothing was written since the last Clear
+  std::uint32_t m_signatures = 0;            // signatures that were begun
+  QElapsedTimer m_clock;                     // the pad's
+  qint64 m_begin = 0;                        // when the signature begins, by that clock
   QTimer m_timer;
 };
 

@@ -24,11 +24,28 @@ const QColor kPenColor(0xD9, 0x48, 0x0F);
 constexpr int kComfortableWidth = 640;
 constexpr int kSmallestWidth = 320;
 
+// Writes with the lower left corner.
+QCursor penCursor(double devicePixelRatio) {
+  constexpr int kSize = 24;
+  QPixmap picture(QSize(kSize, kSize) * devicePixelRatio);
+  picture.setDevicePixelRatio(devicePixelRatio);
+  picture.fill(Qt::transparent);
+  QPainter painter(&picture);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(QPen(Qt::white, 1));
+  painter.setBrush(Qt::black);
+  painter.drawPolygon(QPolygonF({{0.5, 23.5}, {3, 16}, {17, 2}, {22, 7}, {8, 21}}));
+  painter.drawLine(QPointF(3, 16), QPointF(8, 21));
+  painter.end();
+  return QCursor(picture, 0, kSize - 1);
+}
+
 }  // namespace
 
 PadSurface::PadSurface(QString name, SurfaceView view, std::function<void(const PenState&)> send)
     : m_name(std::move(name)), m_send(std::move(send)), m_view(std::move(view)) {
-  setCursor(Qt::CrossCursor);
+  setMouseTracking(true);
+  setTabletTracking(true);
   setObjectName("padSurface");
   setAccessibleName("Writing surface");
   m_clock.start();
@@ -116,6 +133,7 @@ void PadSurface::mousePressEvent(QMouseEvent* event) {
 }
 
 void PadSurface::mouseMoveEvent(QMouseEvent* event) {
+  showPointer(*event);
   move(*event, kMousePressure);
 }
 
@@ -129,6 +147,7 @@ void PadSurface::mouseReleaseEvent(QMouseEvent* event) {
 void PadSurface::tabletEvent(QTabletEvent* event) {
   event->accept();
   if (event->type() == QEvent::TabletMove) {
+    showPointer(*event);
     move(*event, event->pressure());
   } else if (event->button() != Qt::LeftButton) {
     return;
@@ -141,6 +160,19 @@ void PadSurface::tabletEvent(QTabletEvent* event) {
 
 void PadSurface::hideEvent(QHideEvent*) {
   lift();
+}
+
+void PadSurface::showPointer(const QSinglePointEvent& event) {
+  const bool pen = surfaceRect().contains(event.position());
+  if (pen == m_pointerIsPen) {
+    return;
+  }
+  m_pointerIsPen = pen;
+  if (pen) {
+    setCursor(penCursor(devicePixelRatioF()));
+  } else {
+    unsetCursor();
+  }
 }
 
 void PadSurface::press(const QSinglePointEvent& event, double pressure) {

@@ -1,4 +1,5 @@
-// The writing surface of a pad on the screen: shows what the surface shows and takes the pen.
+// The writing surface of a pad on the screen: shows what the surface shows and takes the pen. Over
+// the surface the pointer is a pen.
 #ifndef VIRTUALPADS_WINDOW_PADSURFACE_H
 #define VIRTUALPADS_WINDOW_PADSURFACE_H
 
@@ -55,6 +56,7 @@ class PadSurface : public QWidget {
 
  private:
   QSize sizeForSurface(int width) const;
+  void showPointer(const QSinglePointEvent& event);
   void press(const QSinglePointEvent& event, double pressure);
   void move(const QSinglePointEvent& event, double pressure);
   void release(const QSinglePointEvent& event);
@@ -67,6 +69,7 @@ class PadSurface : public QWidget {
   const std::function<void(const PenState&)> m_send;
   SurfaceView m_view;
   std::optional<PenState> m_pen;
+  bool m_pointerIsPen = false;
   const QPointingDevice* m_writer = nullptr;  // the device whose pen is down
   QMetaObject::Connection m_writerGone;       // lifts the pen of a device that is pulled out
   PenSampler m_sampler;

@@ -3,6 +3,9 @@
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QMenuBar>
+#include <QPainter>
+#include <QPainterPath>
 #include <QScreen>
 #include <QVBoxLayout>
 #include <utility>
@@ -15,6 +18,31 @@ namespace {
 
 constexpr int kFrameMilliseconds = 16;
 constexpr int kSpacing = 12;
+
+// A pad in its case, with ink on it.
+QIcon padIcon() {
+  constexpr int kDrawn = 64;  // the size for which the numbers below are
+  QIcon icon;
+  for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+    QPixmap picture(size, size);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.scale(static_cast<double>(size) / kDrawn, static_cast<double>(size) / kDrawn);
+    painter.setPen(QPen(QColor(0x8A, 0x93, 0xA0), 2));
+    painter.setBrush(QColor(0x3A, 0x40, 0x49));
+    painter.drawRoundedRect(QRectF(2, 8, 60, 48), 7, 7);
+    painter.fillRect(QRectF(9, 15, 46, 29), Qt::white);
+    QPainterPath ink(QPointF(14, 36));
+    ink.cubicTo(20, 10, 28, 16, 24, 36);
+    ink.cubicTo(32, 16, 38, 24, 35, 36);
+    ink.cubicTo(40, 30, 44, 30, 50, 33);
+    painter.strokePath(ink, QPen(Qt::blue, 4, Qt::SolidLine, Qt::RoundCap));
+    painter.end();
+    icon.addPixmap(picture);
+  }
+  return icon;
+}
 
 }  // namespace
 
@@ -30,7 +58,8 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   });
 
   const QString name = QString::fromStdString(m_pad->identity().name);
-  setWindowTitle(name);
+  setWindowTitle(name + " (virtual pad)");
+  setWindowIcon(padIcon());
   m_surface = new PadSurface(name, m_portrait->surface(), std::move(sendPen));
   m_pen = new QLabel("lifted");
   m_pen->setObjectName("pen");
@@ -51,7 +80,11 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   upper->setSpacing(kSpacing);
   upper->addWidget(m_surface, 1);
   upper->addWidget(m_portrait);
+  auto* menus = new QMenuBar;
+  auto* menu = menus->addMenu("&Pad");
+  menu->addAction("&Close", this, &QWidget::close)->setShortcut(QKeySequence::Close);
   auto* all = new QVBoxLayout(this);
+  all->setMenuBar(menus);
   all->setSpacing(kSpacing);
   all->addLayout(upper, 1);
   all->addLayout(penForm);

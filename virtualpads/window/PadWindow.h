@@ -28,7 +28,7 @@ class PadWindow : public QWidget {
   using SendPen = std::function<void(const PenState&)>;
 
   // The window is the pad's observer for as long as it lives. It may be made before the pad is
-  // plugged and afterwards.
+  // plugged and afterwards. Its title says which pad it is, and that it is a virtual one.
   PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen);
   ~PadWindow() override;
 

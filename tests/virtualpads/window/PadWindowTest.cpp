@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QMenu>
+#include <QMenuBar>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QPointingDevice>
@@ -286,8 +288,56 @@ TEST_F(UsbPadWindow, MarksThePenWhileItTouches) {
   EXPECT_TRUE(waitUntil([&] { return !ring(); }));
 }
 
+TEST_F(UsbPadWindow, MakesThePointerAPenOverTheSurfaceOnly) {
+  const auto pointerIsPen = [this](double x, double y) {
+    mouse(QEvent::MouseMove, x, y);
+    return surface->cursor().shape() == Qt::BitmapCursor;
+  };
+  EXPECT_TRUE(surface->hasMouseTracking());
+  EXPECT_TRUE(surface->hasTabletTracking());
+  EXPECT_FALSE(pointerIsPen(-0.01, 0.5));
+  EXPECT_TRUE(pointerIsPen(0.01, 0.99));
+  EXPECT_FALSE(pointerIsPen(0.5, 1.02));
+  EXPECT_EQ(surface->cursor().shape(), Qt::ArrowCursor);
+  tablet(QEvent::TabletMove, 0.5, 0.5, 0);
+  EXPECT_EQ(surface->cursor().shape(), Qt::BitmapCursor);
+}
+
+// It touches the surface with its tip: the lower left corner.
+TEST_F(UsbPadWindow, DrawsThePenFromItsTip) {
+  mouse(QEvent::MouseMove, 0.5, 0.5);
+  const QCursor pen = surface->cursor();
+  EXPECT_EQ(pen.hotSpot(), QPoint(0, 23));
+  const QImage picture = pen.pixmap().toImage();
+  EXPECT_EQ(picture.size(), QSize(24, 24));
+  EXPECT_GT(picture.pixelColor(1, 22).alpha(), 0x80);
+  EXPECT_EQ(picture.pixelColor(0, 0).alpha(), 0);
+  EXPECT_EQ(picture.pixelColor(23, 23).alpha(), 0);
+}
+
+TEST_F(UsbPadWindow, IsClosedByItsMenu) {
+  auto* bar = find<QMenuBar>({});
+  ASSERT_EQ(bar->actions().size(), 1);
+  EXPECT_EQ(bar->actions().first()->text().toStdString(), "&Pad");
+  const QList<QAction*> entries = bar->actions().first()->menu()->actions();
+  ASSERT_EQ(entries.size(), 1);
+  EXPECT_EQ(entries.first()->text().toStdString(), "&Close");
+  EXPECT_EQ(entries.first()->shortcut(), QKeySequence(QKeySequence::Close));
+  entries.first()->trigger();
+  EXPECT_FALSE(window->isVisible());
+}
+
+TEST_F(UsbPadWindow, HasAnIconWithAPadOnIt) {
+  const QImage icon = window->windowIcon().pixmap(64, 64).toImage();
+  EXPECT_EQ(icon.size(), QSize(64, 64));
+  EXPECT_EQ(icon.pixelColor(0, 0).alpha(), 0);
+  EXPECT_EQ(icon.pixelColor(5, 32), QColor(0x3A, 0x40, 0x49));
+  EXPECT_EQ(icon.pixelColor(12, 18), QColor(Qt::white));
+  EXPECT_TRUE(window->windowIcon().availableSizes().contains(QSize(16, 16)));
+}
+
 TEST_F(UsbPadWindow, ShowsWhatThePadIs) {
-  EXPECT_EQ(window->windowTitle().toStdString(), "Vela USB");
+  EXPECT_EQ(window->windowTitle().toStdString(), "Vela USB (virtual pad)");
   EXPECT_EQ(text("productId"), "04df:0012");
   EXPECT_EQ(text("surface"), "3.69 × 2.23 inches");
 }

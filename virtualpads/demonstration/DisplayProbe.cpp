@@ -1,0 +1,12 @@
+// vela-display-probe: ends with 0 where a program with a window finds its display, else with 1.
+// Without one the toolkit would abort the program.
+#include <QGuiApplication>
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+  qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString&) {
+    if (type == QtFatalMsg) std::_Exit(1);
+  });
+  const QGuiApplication application(argc, argv);
+  return 0;
+}
