@@ -57,6 +57,7 @@ void keepSample(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t 
 int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& paths) {
   const HeldSignals signals;
   std::vector<std::unique_ptr<OutputFile>> files;
+  files.reserve(paths.size());
   for (const std::string& path : paths) files.push_back(std::make_unique<OutputFile>(path));
   {
     const Connection connection(vela, pads.provider, keepSample);
