@@ -17,9 +17,18 @@ fail() {
   exit 1
 }
 
+# Sets $pad, after the keys as often as it takes; a search fails when a window goes meanwhile.
+await_pad() { # NAME KEY...
+  local name=$1
+  shift
+  until pad=$(xdotool search --onlyvisible --name "^$name .virtual pad.\$" 2>/dev/null) && [ -n "$pad" ]; do
+    kill -0 $application || fail "the application has ended"
+    [ $# = 0 ] || xdotool key "$@"
+  done
+}
+
 expect_beside() { # NAME
-  local pad right
-  pad=$(xdotool search --sync --onlyvisible --name "^$1 .virtual pad.\$")
+  local right
   # Sets X, Y, WIDTH and HEIGHT, as the next one does.
   eval "$(xdotool getwindowgeometry --shell "$window")"
   right=$((X + WIDTH))
@@ -32,18 +41,16 @@ expect_beside() { # NAME
 }
 
 window=$(xdotool search --sync --onlyvisible --name '^Vela Pad Test$')
+await_pad "Vela USB"
 expect_beside "Vela USB"
 xdotool windowfocus --sync "$window" key alt+r
 downs=
-for pad in "Vela II" "Vela Ink" "Vela Vision"; do
+for name in "Vela II" "Vela Ink" "Vela Vision"; do
   downs+=" Down"
   # Until Reset is done the list changes nothing.
   # shellcheck disable=SC2086
-  until xdotool search --onlyvisible --name "^$pad .virtual pad.\$" >/dev/null; do
-    kill -0 $application || fail "the application has ended"
-    xdotool key alt+p Home $downs
-  done
-  expect_beside "$pad"
+  await_pad "$name" alt+p Home $downs
+  expect_beside "$name"
 done
 
 kill -TERM $application

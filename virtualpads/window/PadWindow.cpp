@@ -17,7 +17,7 @@ namespace virtualpads {
 namespace {
 
 constexpr int kFrameMilliseconds = 16;
-constexpr int kSpacing = 12;
+constexpr int kSpacing = 9;
 
 // A pad in its case, with ink on it.
 QIcon padIcon() {
