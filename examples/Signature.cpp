@@ -177,6 +177,11 @@ double Axis::points() const {
   return inches * kPointsPerInch;
 }
 
+bool Signature::empty() const {
+  return std::none_of(samples.begin(), samples.end(),
+                      [](const Sample& sample) { return sample.touch != 0; });
+}
+
 Writer writerFor(const std::string& path) {
   const std::size_t dot = path.rfind('.');
   if (dot == std::string::npos) return nullptr;

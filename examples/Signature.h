@@ -31,6 +31,9 @@ struct Signature {
   int pressureHigh = 0;
   uint64_t start = 0;  // when the first sample came, in milliseconds since 1970
   std::vector<Sample> samples;
+
+  // No sample touches the surface.
+  bool empty() const;
 };
 
 // Writes the signature; false, with errno set, when that fails.

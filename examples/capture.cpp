@@ -73,10 +73,7 @@ int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& pat
     std::array<pollfd, 1> input{{{STDIN_FILENO, POLLIN, 0}}};
     if (!signals.waitFor(input)) return kInterrupted;
   }
-  if (std::none_of(signature.samples.begin(), signature.samples.end(),
-                   [](const Sample& sample) { return sample.touch != 0; })) {
-    return kTool.fail(kFailed, "nothing was written on the pad");
-  }
+  if (signature.empty()) return kTool.fail(kFailed, "nothing was written on the pad");
   int exitCode = kWritten;
   for (const auto& file : files) {
     try {
