@@ -28,13 +28,17 @@ await_pad() { # NAME KEY...
 }
 
 expect_beside() { # NAME
-  local right
+  local right place
   # Sets X, Y, WIDTH and HEIGHT, as the next one does.
   eval "$(xdotool getwindowgeometry --shell "$window")"
   right=$((X + WIDTH))
   [ "$X" -ge 0 ] && [ "$Y" -ge 0 ] && [ $((Y + HEIGHT)) -le "$height" ] ||
     fail "the application is at $X, $Y, $WIDTH x $HEIGHT"
-  eval "$(xdotool getwindowgeometry --shell "$pad")"
+  # Keys that are still on their way make the pad's window go and come again.
+  until place=$(xdotool getwindowgeometry --shell "$pad" 2>/dev/null) && [ -n "$place" ]; do
+    await_pad "$1"
+  done
+  eval "$place"
   [ "$X" -ge $right ] && [ "$Y" -ge 0 ] &&
     [ $((X + WIDTH)) -le "$width" ] && [ $((Y + HEIGHT)) -le "$height" ] ||
     fail "$1 is at $X, $Y, $WIDTH x $HEIGHT; the application ends at $right"
