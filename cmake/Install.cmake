@@ -1,7 +1,31 @@
-# Where things go when they are installed. The parts of an installation are its components: library,
-# flat, development, tools, application, udev.
+# Where things go when they are installed, and how they find each other.
 
 set(VELA_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/gIIVela)
+
+# The folders that something goes into. Those that are not there yet are made first, open to everybody:
+# CMake makes them as the umask says.
+set(VELA_INSTALL_FOLDERS
+  ${CMAKE_INSTALL_BINDIR}
+  ${CMAKE_INSTALL_LIBDIR}/cmake/gIIVela
+  ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  ${VELA_INSTALL_INCLUDEDIR}
+  ${CMAKE_INSTALL_DOCDIR}/examples
+  ${CMAKE_INSTALL_MANDIR}/man1
+  ${CMAKE_INSTALL_DATADIR}/applications
+  ${CMAKE_INSTALL_DATADIR}/metainfo)
+set(VELA_ICON_SIZES 16 24 32 48 64 128 256)
+foreach(size IN LISTS VELA_ICON_SIZES)
+  list(APPEND VELA_INSTALL_FOLDERS ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps)
+endforeach()
+list(APPEND VELA_INSTALL_FOLDERS ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
+if(NOT APPLE)
+  list(APPEND VELA_INSTALL_FOLDERS lib/udev/rules.d)
+endif()
+install(CODE "set(folders \"${VELA_INSTALL_FOLDERS}\")")
+install(SCRIPT cmake/MakeFolders.cmake)
+
+# The path of the build folder would change the identity of what is built.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # The system's own folders need no search path; elsewhere what is installed finds its libraries by
 # where it lies itself.

@@ -2,14 +2,16 @@
 # What ./run, ./check and .ci/run share: installing what is missing, and building. Sourced by them with
 # $command_name set; keeps to what the bash 3.2 of macOS understands.
 
-# Packages for running the application, for the tests, and for the deep checks.
+# Packages for running the application, for the tests, for the deep checks, and for trying the Debian
+# packages.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev libudev-dev libcairo2-dev qt6-base-dev qt6-wayland
   fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxtst-dev
   xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
-  valgrind dpkg-dev lintian debootstrap git"
+  valgrind debootstrap git"
+debian_packages="debootstrap dpkg-dev git"
 brew_run="cmake ninja pkgconf hidapi cairo qt"
 brew_check="$brew_run googletest google-benchmark"
 
@@ -33,14 +35,15 @@ without() {
   done
 }
 
-# install_missing run|check|deep|arm64|s390x|libcxx: asks the package manager only when something is missing.
+# install_missing run|check|deep|packages|arm64|s390x|libcxx: asks the package manager only when something is
+# missing.
 install_missing() {
   local debian=debian_$1 brew=brew_$1
   if command -v apt-get >/dev/null; then
     refuse_old_release /etc/os-release
     install_with_apt "${!debian}"
   elif [ "$1" != run ] && [ "$1" != check ]; then
-    stop "the deep checks are set up for Debian and Ubuntu only"
+    stop "this is set up for Debian and Ubuntu only"
   elif [ "$(uname)" = Darwin ]; then
     install_with_brew "${!brew}"
   else

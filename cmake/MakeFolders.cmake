@@ -1,0 +1,17 @@
+# Run by an installation, with `folders` set: makes those that are missing, with mode 755.
+foreach(folder IN LISTS folders)
+  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
+  set(path "$ENV{DESTDIR}${folder}")
+  cmake_path(ABSOLUTE_PATH path)
+  set(missing "")
+  while(NOT EXISTS "${path}")
+    list(APPEND missing "${path}")
+    cmake_path(GET path PARENT_PATH path)
+  endwhile()
+  if(missing)
+    list(GET missing 0 whole)
+    file(MAKE_DIRECTORY "${whole}")
+    file(CHMOD ${missing} PERMISSIONS
+      OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  endif()
+endforeach()
