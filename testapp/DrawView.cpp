@@ -5,8 +5,6 @@
 #include <QPainter>
 #include <QScreen>
 #include <QThread>
-#include <QTimer>
-#include <algorithm>
 #include <cmath>
 
 #include "PixelFrame.h"
@@ -35,6 +33,9 @@ QAccessibleInterface* accessibleView(const QString& /*className*/, QObject* obje
 
 DrawView::DrawView(QWidget* parent) : QWidget(parent) {
   QAccessible::installFactory(accessibleView);
+  m_redrawTimer.setSingleShot(true);
+  m_redrawTimer.setTimerType(Qt::PreciseTimer);
+  connect(&m_redrawTimer, &QTimer::timeout, this, &DrawView::redraw);
   connect(this, &DrawView::redrawRequested, this, &DrawView::redrawInTime, Qt::QueuedConnection);
 }
 
@@ -120,10 +121,16 @@ void DrawView::redrawInTime() {
   using std::chrono::ceil, std::chrono::milliseconds;
   const std::chrono::duration<double> frame(1 / screen()->refreshRate());
   const auto wait = ceil<milliseconds>(m_lastPaint + frame - Clock::now());
-  QTimer::singleShot(std::max(wait, milliseconds(0)), Qt::PreciseTimer, this, [this] {
-    m_redrawPending = false;
-    update();
-  });
+  if (wait > milliseconds(0)) {
+    m_redrawTimer.start(wait);
+  } else {
+    redraw();
+  }
+}
+
+void DrawView::redraw() {
+  m_redrawPending = false;
+  update();
 }
 
 void DrawView::post(PathStep step) {

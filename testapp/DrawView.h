@@ -5,6 +5,7 @@
 
 #include <QPainterPath>
 #include <QRectF>
+#include <QTimer>
 #include <QWidget>
 #include <atomic>
 #include <chrono>
@@ -85,6 +86,7 @@ class DrawView : public QWidget {
   void post(PathStep step);
   void emptyInbox();
   void redrawInTime();
+  void redraw();
 
   QRectF m_frame;
 
@@ -96,6 +98,7 @@ class DrawView : public QWidget {
   std::vector<PathStep> m_emptied;  // the inbox's memory, used in turn
 
   std::atomic<bool> m_redrawPending = false;  // of a thread other than the GUI thread
+  QTimer m_redrawTimer;                       // runs until that request is met
   Clock::time_point m_lastPaint;  // its end, so that the window's events have their turn
 };
 

@@ -508,7 +508,8 @@ TEST_F(ShownViewTest, RedrawsOfAPenKeepTheScreensPace) {
     }
   });
   while (view.redraws < 10) QApplication::processEvents(QEventLoop::WaitForMoreEvents);
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, 10 * frame());
+  // One of them may be the window system's own.
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 9 * frame());
 }
 
 TEST_F(ShownViewTest, LastSampleIsShownAndNothingIsPaintedAfterIt) {
