@@ -31,7 +31,7 @@ class PadWatch {
  public:
   // Throws std::runtime_error where it cannot.
   PadWatch();
-  ~PadWatch();
+  ~PadWatch();  // NOLINT(performance-trivially-destructible): only where there is no udev
   PadWatch(const PadWatch&) = delete;
   PadWatch& operator=(const PadWatch&) = delete;
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr QRgb kFrame = 0xFF000000;
 constexpr int kLeastWidth = 200;  // of the view; nothing else has a black line as long
+constexpr QRect kResetButton{360, 30, 45, 18};  // a part of it, with its text
 
 // A directory that is the user's alone, as the toolkit expects one.
 std::string runtimeDirectory(uid_t user) {
@@ -31,6 +32,8 @@ Application::Application(Desktop& desktop, bool unprivileged)
                                               runtimeDirectory(unprivileged ? kNobody : getuid())},
                           .unprivileged = unprivileged}) {
   m_desktop.waitForWindow("Vela Pad Test");
+  const auto painted = [](const QImage& window) { return !findView(window).isEmpty(); };
+  m_disabled = resetButton(m_desktop.waitForPicture(painted));
 }
 
 void Application::choose(const TestPad& kind) {
@@ -56,14 +59,19 @@ void Application::clear() {
 }
 
 void Application::reset() {
+  m_desktop.waitForPicture(
+      [this](const QImage& window) { return resetButton(window) != m_disabled; });
   pressButton(2);
+  m_resetting = true;
 }
 
 void Application::quit() {
+  waitForReset();
   m_desktop.press(XK_Control_L, XK_q);
 }
 
 void Application::goToList() {
+  waitForReset();
   m_desktop.press(XK_Alt_L, XK_p);
 }
 
@@ -75,6 +83,17 @@ void Application::pressButton(int tabulators) {
     m_desktop.press(XK_Tab);
   }
   m_desktop.press(XK_space);
+}
+
+void Application::waitForReset() {
+  if (!m_resetting) return;
+  m_desktop.waitForPicture(
+      [this](const QImage& window) { return resetButton(window) == m_disabled; });
+  m_resetting = false;
+}
+
+QImage Application::resetButton(const QImage& window) {
+  return window.copy(kResetButton);
 }
 
 QRect findView(const QImage& picture) {

@@ -17,7 +17,7 @@ class Application {
   explicit Application(Desktop& desktop, bool unprivileged = false);
 
   // By the keyboard alone. The application takes the keys one after the other: what they do has not
-  // come about when these return.
+  // come about when these return. While a reset goes on it takes none, so what follows one waits.
   void choose(const TestPad& kind);
   void open();  // while idle
   // Waits until the connection that `open` opens runs. That the pad knows of it is not enough: the
@@ -32,10 +32,14 @@ class Application {
  private:
   void goToList();
   void pressButton(int tabulators);
+  void waitForReset();
+  static QImage resetButton(const QImage& window);
 
   Desktop& m_desktop;
   Program m_program;
   std::size_t m_idleThreads = 0;
+  QImage m_disabled;  // the Reset button as it looks then
+  bool m_resetting = false;
 };
 
 // The drawing view in a picture of the window, by its black frame; empty when there is none.
