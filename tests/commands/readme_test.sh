@@ -24,7 +24,7 @@ sed -n '/^#include/,$p' examples/facade.cpp | cmp - <(program cpp) || {
 }
 compile cc c11 c
 
-pictures=$(grep -o '\bdocs/pictures/[a-z-]*\.png' README.md)
+pictures=$(grep -o '\bdocs/pictures/[a-z-]*\.\(png\|gif\)' README.md)
 for picture in $pictures; do
   [ -s "$picture" ] || {
     echo "README.md shows $picture, which is not there"
