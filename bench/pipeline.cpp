@@ -1,8 +1,8 @@
 // How long a pen sample takes from hid_read_timeout to the callback, what the queue costs, and how
-// it recovers from a callback that stalled. On the USB pad's driver.
+// it recovers from a callback that stalled. Uses the USB pad's driver.
 //
-// The functions of hidapi that the driver calls are defined here instead of being linked: reports
-// come from memory, so that what is measured is the SDK and the system's threads, and no device.
+// The functions of hidapi that the driver calls are defined here: reports come from memory, so that
+// the SDK and the system's threads are measured without a device.
 #include <benchmark/benchmark.h>
 #include <hidapi.h>
 #include <unistd.h>
@@ -31,10 +31,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::array<unsigned char, 6> kPenDown{0x20, 0x4E, 0x02, 0x27, 0x01, 0x40};
 
-// Where hid_read_timeout takes its reports from.
+// The source of hid_read_timeout's reports.
 class Source {
  public:
-  // `count` reports come, `interval` apart.
+  // Supplies `count` reports, `interval` apart.
   void supply(long count, std::chrono::microseconds interval) {
     {
       const std::lock_guard lock(m_mutex);
@@ -47,7 +47,7 @@ class Source {
     m_changed.notify_all();
   }
 
-  // From now on reads fail, so that the connection closes.
+  // Makes all further reads fail, so that the connection closes.
   void end() {
     {
       const std::lock_guard lock(m_mutex);
@@ -72,16 +72,16 @@ class Source {
     return static_cast<int>(kPenDown.size());
   }
 
-  // In the callback.
+  // Called in the callback.
   void noteDelivery() {
     callbackBegins = Clock::now();
     if (++m_delivered < m_wanted) return;
-    // Locked, so that the waiting thread cannot miss it between its test and its wait.
+    // Locked, so that the waiting thread cannot miss the change between its test and its wait.
     const std::lock_guard lock(m_mutex);
     m_changed.notify_all();
   }
 
-  // The reports that have been read and not been delivered.
+  // The number of reports that have been read but not delivered.
   long waiting() const { return m_wanted - m_left - m_delivered; }
 
   void waitForDelivery() {
@@ -106,7 +106,7 @@ class Source {
 
 Source source;
 
-std::atomic<bool> stalled{false};  // the callback does not return while it is
+std::atomic<bool> stalled{false};  // while true, the callback does not return
 
 void onPen(int32_t /*x*/, int32_t /*y*/, int32_t /*pressure*/, uint8_t /*touch*/,
            uint32_t /*timestamp*/, uint32_t /*sequenceNumber*/) {
@@ -132,8 +132,8 @@ class Connection {
   velausb m_driver;
 };
 
-// A plain loop that looks every 500 microseconds whether something is there: the least that a
-// consumer which polls so can do on this machine.
+// A plain loop that looks for a report every 500 microseconds: the shortest delay that such polling
+// can have on this machine.
 class PlainPoll {
  public:
   ~PlainPoll() {
@@ -176,12 +176,12 @@ double milliseconds(std::vector<double>& seconds, double portion) {
   return 1000 * seconds[static_cast<std::size_t>(portion * last)];
 }
 
-// From hid_read_timeout returning to the callback starting, the queue being empty. Reports come at
-// random times, the same for the plain loop.
+// The delay from the return of hid_read_timeout to the start of the callback, with an empty queue.
+// Reports come at random times, the same for the plain loop.
 void delayToCallback(benchmark::State& state) {
   std::vector<double> delays;
   std::vector<double> plainDelays;
-  std::mt19937 random(20);  // any seed does
+  std::mt19937 random(20);  // any seed will do
   std::uniform_int_distribution<int> pause(2'000, 6'000);
   {
     const Connection connection;
@@ -205,8 +205,8 @@ void delayToCallback(benchmark::State& state) {
 }
 BENCHMARK(delayToCallback)->UseManualTime()->Iterations(2'000)->Unit(benchmark::kMillisecond);
 
-// Appending a sample to the queue and taking one out, with that many waiting in it: each append
-// walks along all of them.
+// Appends a sample to the queue and takes one out, with that many waiting in it: each append walks
+// along all of them.
 void costOfSample(benchmark::State& state) {
   CDataHandler queue(nullptr);
   const PEN_DATA sample{};
@@ -219,9 +219,9 @@ void costOfSample(benchmark::State& state) {
 }
 BENCHMARK(costOfSample)->ArgName("waiting")->Arg(0)->Arg(64)->Arg(1'000);
 
-// 1,000 reports a second while the callback stalls for 30 seconds and then goes on; the pad goes on
-// sending all the while. The time is what it takes until fewer than ten samples wait again. Every
-// sample is delivered in the end, or this does not return.
+// 1,000 reports a second while the callback stalls for 30 seconds and then continues; the pad keeps
+// sending all the time. Measures the time from the end of the stall until fewer than ten samples
+// wait. Returns only when every sample has been delivered.
 void recoveryFromAStall(benchmark::State& state) {
   constexpr std::chrono::seconds kStall{30};
   constexpr std::chrono::seconds kAfter{5};
@@ -270,7 +270,7 @@ int hid_read_timeout(hid_device* /*device*/, unsigned char* data, size_t /*lengt
   return source.read(data);
 }
 
-// The driver of the USB pad does not get here.
+// The driver of the USB pad does not call the following functions.
 hid_device_info* hid_enumerate(unsigned short /*vid*/, unsigned short /*pid*/) {
   std::abort();
 }

@@ -1,8 +1,8 @@
-// How long one redraw of the drawing view takes, by the number of segments that it shows, next to
-// the same picture drawn by QPainter::drawPath and QPainter::drawLines.
+// How long one redraw of the drawing view takes, by the number of segments shown, compared with the
+// same picture drawn by QPainter::drawPath and QPainter::drawLines.
 //
-// The ink lies on the view of a USB pad: handwriting and hatching as a pen leaves them, short
-// segments between whole points, and long lines between random points.
+// The ink is on the view of a USB pad: handwriting and hatching as a pen leaves them, which are
+// short segments between whole points, and long lines between random points.
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
@@ -20,7 +20,7 @@ constexpr QSize kViewSize(265, 161);
 
 using Segments = std::vector<QLine>;
 
-// The way of a pen through the points; one that is the same as the one before it is left out.
+// The path of a pen through the points. A point that equals the one before it is left out.
 class Pen {
  public:
   explicit Pen(int wanted) : m_wanted(wanted) {}
@@ -42,8 +42,8 @@ class Pen {
   QPoint m_at;
 };
 
-// Joined letters in four lines of writing, sheet after sheet on top of each other, each a little
-// elsewhere and with letters of another size.
+// Joined letters in four lines of writing, sheet after sheet on top of each other, each sheet
+// slightly shifted and with letters of another size.
 Segments handwriting(int segments) {
   Pen pen(segments);
   for (int row = 0; pen.writes(); ++row) {
@@ -74,7 +74,7 @@ Segments randomLines(int segments) {
   return lines;
 }
 
-// Slanted strokes to and fro, over the view and again.
+// Slanted strokes back and forth across the view, over and over.
 Segments hatching(int segments) {
   constexpr int kSteps = 40;
   Pen pen(segments);
@@ -99,7 +99,7 @@ QImage canvas(const benchmark::State& state) {
   return image;
 }
 
-// One sample arrives, and the view is redrawn: the path is another one each time.
+// One sample arrives, and the view is redrawn: the path is different each time.
 void view(benchmark::State& state, Pattern pattern) {
   DrawView view;
   view.setGeometry(QRect(QPoint(0, 0), kViewSize));

@@ -1,9 +1,9 @@
-# Where things go when they are installed, and how they find each other.
+# Where things are installed, and how they find each other.
 
 set(VELA_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/gIIVela)
 
-# The folders that something goes into. Those that are not there yet are made first, open to everybody:
-# CMake makes them as the umask says.
+# The folders of the installation. Missing ones are created first, with access for everybody: CMake
+# itself creates them as the umask says.
 set(VELA_INSTALL_FOLDERS
   ${CMAKE_INSTALL_BINDIR}
   ${CMAKE_INSTALL_LIBDIR}/cmake/gIIVela
@@ -24,11 +24,11 @@ endif()
 install(CODE "set(folders \"${VELA_INSTALL_FOLDERS}\")")
 install(SCRIPT cmake/MakeFolders.cmake)
 
-# The path of the build folder would change the identity of what is built.
+# With absolute paths, the identity of what is built would depend on the path of the build folder.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
-# The system's own folders need no search path; elsewhere what is installed finds its libraries by
-# where it lies itself.
+# The system's own folders need no search path. Elsewhere, what is installed finds its libraries
+# relative to its own place.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   set(VELA_LIBRARY_RPATH "")
   set(VELA_PROGRAM_RPATH "")

@@ -1,4 +1,4 @@
-# Run by an installation, with `folders` set: makes those that are missing, with mode 755.
+# Run during an installation with `folders` set: creates the missing ones, with mode 755.
 foreach(folder IN LISTS folders)
   cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
   set(path "$ENV{DESTDIR}${folder}")

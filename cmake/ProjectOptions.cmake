@@ -1,4 +1,4 @@
-# How every target of the project is compiled. Link vela::options privately to take part.
+# How every target of the project is compiled. Targets link vela::options privately.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -25,7 +25,7 @@ target_compile_options(vela_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 
-# The code has no warnings with these compilers. Any other may have more to say, and goes on.
+# The code has no warnings with these compilers. Warnings of any other compiler are not errors.
 set(VELA_KNOWN_COMPILERS "GNU 12" "GNU 14" "GNU 16" "Clang 14" "Clang 16" "Clang 19" "Clang 21")
 option(VELA_WARNINGS_AS_ERRORS "Treat the warnings of the compilers that are known as errors" OFF)
 string(REGEX MATCH "^[0-9]+" VELA_COMPILER_MAJOR "${CMAKE_CXX_COMPILER_VERSION}")

@@ -30,7 +30,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::write(const Signature& signature) {
-  // A pipe has nothing that could be cut off.
+  // A pipe has nothing to truncate.
   if (ftruncate(fileno(m_file), 0) != 0 && errno != EINVAL) fail(m_path);
   m_written = writerFor(m_path)(signature, m_file);
   const int reason = errno;

@@ -1,5 +1,5 @@
-// A file that is opened before there is something to write, so that a path that can't be written
-// is noticed in time.
+// A file that is opened before there is something to write, so that a path that can't be written is
+// reported early.
 #ifndef EXAMPLES_OUTPUTFILE_H
 #define EXAMPLES_OUTPUTFILE_H
 
@@ -9,15 +9,15 @@
 
 class OutputFile {
  public:
-  // Opens the path, for the format of its ending. Nothing in the file changes. Throws
+  // Opens the path; its ending selects the format. Does not change the file yet. Throws
   // std::system_error.
   explicit OutputFile(const std::string& path);
-  // A file that this object has made goes again unless it was written.
+  // Removes a file that this object created and did not write.
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Replaces what is in the file, once. Throws std::system_error.
+  // Replaces the contents of the file. May be called once. Throws std::system_error.
   void write(const Signature& signature);
 
  private:

@@ -10,7 +10,7 @@ struct Words {
   const char* json;
 };
 
-// By kind.
+// Indexed by kind.
 constexpr std::array<Words, 3> kWords{
     {{"present at", "present"}, {"attached at", "attached"}, {"detached from", "detached"}}};
 

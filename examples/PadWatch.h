@@ -1,4 +1,4 @@
-// Reports the pads that come and go.
+// Reports pads that are attached or detached.
 #ifndef EXAMPLES_PADWATCH_H
 #define EXAMPLES_PADWATCH_H
 
@@ -14,8 +14,8 @@ struct PadEvent {
   bool mayBeOpened = true;
 };
 
-// One line without its end. The time is that of the clock on the wall, in milliseconds since 1970;
-// the text shows it in the time zone of this process.
+// One line without a line end. The time is wall-clock time in milliseconds since 1970; the text
+// shows it in the time zone of this process.
 std::string eventText(const PadEvent& event, int64_t milliseconds);
 std::string eventJson(const PadEvent& event, int64_t milliseconds);
 
@@ -26,10 +26,10 @@ struct NodeEvent {
   std::string node;
 };
 
-// Hears of what happens to nodes from the moment it is made.
+// Watches the nodes from the moment it is created.
 class PadWatch {
  public:
-  // Throws std::runtime_error where it cannot.
+  // Throws std::runtime_error when it cannot.
   PadWatch();
   ~PadWatch();  // NOLINT(performance-trivially-destructible): only where there is no udev
   PadWatch(const PadWatch&) = delete;
@@ -37,7 +37,7 @@ class PadWatch {
 
   // Readable (as in poll) when there is something to take.
   int descriptor() const;
-  // Takes the next piece of news; nothing when it was not about a pad that came or went.
+  // Takes the next event; nothing when it is not a pad that was attached or detached.
   std::optional<NodeEvent> take();
 
  private:

@@ -1,4 +1,4 @@
-// By udev.
+// With udev.
 #include <libudev.h>
 #include <unistd.h>
 
@@ -23,13 +23,14 @@ using Udev = std::unique_ptr<udev, Release<udev_unref>>;
 using Monitor = std::unique_ptr<udev_monitor, Release<udev_monitor_unref>>;
 using Device = std::unique_ptr<udev_device, Release<udev_device_unref>>;
 
-// Where udev runs, it speaks after its rules have been applied, so that a node has its permissions.
-// Where it does not, the kernel itself speaks as soon as the node is there.
+// udev sends its events after it has applied its rules, so that a node has its permissions. Where
+// udev does not run, the kernel sends its own as soon as the node exists.
 const char* speaker() {
   return access("/run/udev/control", F_OK) == 0 ? "udev" : "kernel";
 }
 
-// A node's device lies in the HID device's folder: /devices/.../0003:04DF:0012.0001/hidraw/hidraw0
+// The path of a node's device contains the HID device:
+// /devices/.../0003:04DF:0012.0001/hidraw/hidraw0
 std::string hidDeviceOf(std::string_view path) {
   for (int up = 0; up < 2; ++up) path = path.substr(0, path.rfind('/'));
   return std::string(path.substr(path.rfind('/') + 1));

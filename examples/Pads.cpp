@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The HID devices of the pads as sysfs calls them, by provider; an instance number follows.
+// The HID devices of the pads as sysfs names them, by provider. An instance number follows.
 constexpr std::array<std::string_view, 4> kDevices{"0003:04DF:0012.", "0003:04DF:001F.",
                                                    "0003:04DF:0030.", "0003:04DF:0038."};
 
@@ -66,7 +66,7 @@ std::optional<short> providerOf(const std::string& device) {
 
 std::vector<std::string> nodesOf(short provider) {
   std::vector<std::string> nodes;
-  std::error_code none;  // where there is no such folder, or a device has just gone, is no node
+  std::error_code none;  // a missing folder or a device that has just gone means no node
   for (const auto& entry : fs::directory_iterator("/sys/class/hidraw", none)) {
     const fs::path device = fs::canonical(entry.path() / "device", none);
     if (providerOf(device.filename().string()) == provider) {
@@ -108,7 +108,7 @@ HeldSignals::~HeldSignals() {
 }
 
 bool HeldSignals::waitFor(std::span<pollfd> descriptors) const {
-  // A signal that comes in before poll waits in the pipe for it.
+  // A signal that arrives before poll waits in the pipe.
   static int arrived[2];
   if (arrived[1] == 0 && pipe(arrived) != 0) return false;
   for (const int signal : kSignals) {

@@ -14,7 +14,7 @@ constexpr double kPointsPerInch = 72;
 constexpr double kLineWidth = 1.5;  // points
 constexpr double kPixelsPerInch = 300;
 
-// The strokes: the samples with the pen on the surface, from where it lands to where it is lifted.
+// The strokes: the samples with the pen on the surface, from each pen-down to the next pen-up.
 std::vector<std::vector<Sample>> strokesOf(const Signature& signature) {
   std::vector<std::vector<Sample>> strokes;
   bool down = false;
@@ -35,7 +35,7 @@ bool writeSvg(const Signature& signature, std::FILE* file) {
                "stroke-width=\"%g\" stroke-linecap=\"round\" stroke-linejoin=\"round\" d=\"",
                x.points(), y.points(), x.points(), y.points(), kLineWidth);
   for (const auto& stroke : strokesOf(signature)) {
-    // It begins with a line of no length, which shows as a dot.
+    // The path starts with a line of zero length, which shows as a dot.
     std::fprintf(file, "M%.2f %.2f", x.points(stroke.front().x), y.points(stroke.front().y));
     for (const Sample& sample : stroke) {
       std::fprintf(file, "L%.2f %.2f\n", x.points(sample.x), y.points(sample.y));
@@ -51,10 +51,10 @@ cairo_status_t writeBytes(void* file, const unsigned char* bytes, unsigned int c
              : CAIRO_STATUS_WRITE_ERROR;
 }
 
-// The same drawing on white.
+// The same drawing on a white background.
 bool writePng(const Signature& signature, std::FILE* file) {
   const auto pixels = [](const Axis& axis) {
-    // The library refuses what is too large for it.
+    // The library rejects a picture that is too large.
     return static_cast<int>(std::min(std::ceil(axis.inches * kPixelsPerInch), 1e9));
   };
   const std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface(
@@ -88,9 +88,9 @@ bool writePng(const Signature& signature, std::FILE* file) {
   return written == CAIRO_STATUS_SUCCESS;
 }
 
-// Digital ink as the W3C's recommendation of 20 September 2011 defines it. A value outside the
-// range that its channel states would be invalid, so it is written as the nearest one inside;
-// writeCsv has it as it came.
+// Digital ink as defined by the W3C recommendation of 20 September 2011. A value outside the range
+// that its channel declares would be invalid, so the nearest value inside is written; writeCsv
+// writes values unchanged.
 bool writeInkml(const Signature& signature, std::FILE* file) {
   const Axis& x = signature.x;
   const Axis& y = signature.y;

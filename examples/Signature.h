@@ -1,4 +1,4 @@
-// A signature, and the formats that vela-capture writes it in.
+// A signature, and the formats in which vela-capture writes it.
 #ifndef EXAMPLES_SIGNATURE_H
 #define EXAMPLES_SIGNATURE_H
 
@@ -13,14 +13,14 @@ struct Sample {
   uint32_t timestamp, sequenceNumber;
 };
 
-// A range of device units, and the length on the pad that it stands for.
+// A range of device units, and the length on the pad that it represents.
 struct Axis {
   int low = 0;
   int high = 0;
   double inches = 0;
 
   bool usable() const;
-  double points(int value) const;  // 72 an inch
+  double points(int value) const;  // 72 per inch
   double points() const;           // of the whole range
 };
 
@@ -32,7 +32,7 @@ struct Signature {
   uint64_t start = 0;  // when the first sample came, in milliseconds since 1970
   std::vector<Sample> samples;
 
-  // No sample touches the surface.
+  // True when no sample touches the surface.
   bool empty() const;
 };
 

@@ -1,4 +1,4 @@
-// How the tools speak to their user.
+// How the tools talk to their user.
 #ifndef EXAMPLES_TOOL_H
 #define EXAMPLES_TOOL_H
 
@@ -11,16 +11,16 @@ struct Tool {
   const char* usage;    // one line
   const char* options;  // the rest of the help text
 
-  // Prints the line to standard error, the tool's name before it, and returns the status.
+  // Prints the tool's name and the line to standard error, and returns the status.
   int fail(int status, const std::string& line) const;
-  // The same for wrong arguments: the usage line follows, the status is kUsageError.
+  // The same for invalid arguments: also prints the usage line, and returns kUsageError.
   int failUsage(const std::string& line) const;
 
   // Print to standard output and return 0.
   int help() const;
   int version() const;
 
-  // What getopt_long calls the tool in its own messages: its name, by whatever path it was started.
+  // Makes getopt_long use the tool's name in its messages, whatever path it was started by.
   void rename(char** arguments) const;
 };
 

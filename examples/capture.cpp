@@ -1,4 +1,4 @@
-// vela-capture: a signature from the pad into files.
+// vela-capture: writes a signature from the pad to files.
 #include <getopt.h>
 #include <poll.h>
 #include <unistd.h>

@@ -39,7 +39,7 @@ constexpr short kVision = 3;
 std::FILE* out = nullptr;
 bool json = false;
 
-// The vision pad's serial number is 16 raw bytes, the others' is text.
+// The vision pad's serial number is 16 raw bytes; that of the other pads is text.
 std::string serialNumber(gIIVela& vela, short provider) {
   const std::unique_ptr<char, decltype(&std::free)> serial(vela.GetSerialNumber(), std::free);
   if (serial == nullptr) return {};
@@ -53,7 +53,7 @@ std::string serialNumber(gIIVela& vela, short provider) {
   return digits;
 }
 
-// JSON has no word for infinity and for what is not a number.
+// JSON has no notation for infinity and not-a-number.
 std::string jsonNumber(double value) {
   char text[32] = "null";
   if (std::isfinite(value)) std::snprintf(text, sizeof text, "%.6g", value);
@@ -114,7 +114,7 @@ void showSample(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t 
   std::fflush(out);
 }
 
-// Also ends when nobody reads any more.
+// Also ends when nobody reads the output any more.
 int watchSamples(gIIVela& vela, const Pads& pads) {
   const HeldSignals signals;
   const Connection connection(vela, pads.provider, showSample);
@@ -132,7 +132,7 @@ void showEvent(const PadEvent& event) {
 
 int watchPads(gIIVela& vela, const std::string& name) {
   const HeldSignals signals;
-  PadWatch watch;  // before the first look, so that nothing is missed in between
+  PadWatch watch;  // before the first look, so that no event is missed
   std::set<std::string> present;
   for (short provider = 0; provider < vela.GetNumProviders(); ++provider) {
     const std::string known = vela.GetProviderDescription(provider);
@@ -149,7 +149,7 @@ int watchPads(gIIVela& vela, const std::string& name) {
     if (!news) continue;
     const std::string known = vela.GetProviderDescription(news->provider);
     if (!name.empty() && name != known) continue;
-    // A pad that came while this program took its first look is there already.
+    // A pad that was attached during this program's first look is listed already.
     const bool attached = news->kind == PadEvent::Kind::Attached;
     const bool changed =
         attached ? present.insert(news->node).second : present.erase(news->node) > 0;

@@ -6,9 +6,9 @@
 #include "MainWindowController.h"
 
 void AppDelegate::attach(QApplication& application) {
-  // Deliberate: single-shot. applicationWillTerminate requests the end that is under way a second
-  // time, and newer versions of Qt answer each request with another aboutToQuit. The connection is
-  // gone before the first call, so no further request reaches the delegate.
+  // Deliberate: single-shot. applicationWillTerminate requests the end a second time, and newer
+  // versions of Qt emit aboutToQuit again for each request. The connection is removed before the
+  // first call, so no further request reaches the delegate.
   connect(
       &application, &QCoreApplication::aboutToQuit, this,
       [this, &application] { applicationWillTerminate(&application); }, Qt::SingleShotConnection);

@@ -1,4 +1,4 @@
-// What the application does when it starts and when it ends. For the GUI thread.
+// What the application does when it starts and when it ends. GUI thread only.
 #ifndef TESTAPP_APPDELEGATE_H
 #define TESTAPP_APPDELEGATE_H
 
@@ -13,23 +13,24 @@ class AppDelegate : public QObject {
  public:
   using QObject::QObject;
 
-  // Lets the application call its delegate: applicationWillTerminate once, when it ends, and
-  // applicationShouldTerminateAfterLastWindowClosed.
+  // Connects the application to its delegate: it calls applicationWillTerminate once, when it ends,
+  // and uses applicationShouldTerminateAfterLastWindowClosed.
   void attach(QApplication& application);
 
-  // Makes the main window controller, shows its window, publishes it in m_mainWindowController and
-  // sets its buttons.
+  // Creates the main window controller, shows its window, publishes it in m_mainWindowController
+  // and sets its buttons.
   void applicationDidFinishLaunching(QObject* notification);
 
-  // Resets, so that the connection and the provider are closed before the process ends, and asks
-  // the application once more to end. That request has no effect: it is ending already.
+  // Performs a reset, so that the connection and the provider are closed before the process ends,
+  // then asks the application to end again. That request has no effect: the application is ending
+  // already.
   void applicationWillTerminate(QObject* notification);
 
   // True: closing the window ends the application.
   bool applicationShouldTerminateAfterLastWindowClosed(QCoreApplication* application);
 
  public slots:
-  // Does what the controller's QuitNow does; nothing while there is no controller.
+  // Calls the controller's QuitNow. Does nothing while there is no controller.
   void QuitNow(QObject* sender);
 };
 

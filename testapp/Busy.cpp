@@ -6,7 +6,7 @@
 Busy::Busy() {
   QApplication::setOverrideCursor(Qt::WaitCursor);
   qApp->installEventFilter(this);
-  // Once to paint, and once more to send what was painted to the window system.
+  // The first pass paints; the second sends what was painted to the window system.
   for (int i = 0; i < 2; ++i) QApplication::processEvents();
 }
 

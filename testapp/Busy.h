@@ -3,16 +3,16 @@
 
 #include <QObject>
 
-// While it exists, the application does something that takes long on the GUI thread: the pointer
-// is the waiting one, and what is clicked or typed meanwhile is dropped. For the GUI thread.
+// Marks a slow operation on the GUI thread: while it exists, the pointer is the waiting one, and
+// clicks and key presses are dropped. GUI thread only.
 class Busy : public QObject {
   Q_OBJECT
 
  public:
-  // Returns once everything that is waiting to be painted is on the screen.
+  // Returns when all pending painting is on the screen.
   Busy();
 
-  // Drops the input that has come meanwhile.
+  // Drops the input that has arrived in the meantime.
   ~Busy() override;
 
  protected:

@@ -14,7 +14,7 @@ namespace {
 constexpr double kUnitsPerInch = 72.0;
 constexpr double kLineWidth = 2.0;
 
-// The value, or the nearer end of 0 to `most` when it is outside; 0 for not-a-number.
+// The value, limited to the range from 0 to `most`; 0 for not-a-number.
 double within(double most, double value) {
   return value > 0 ? std::fmin(value, most) : 0;
 }
@@ -23,7 +23,7 @@ QRect rounded(const QRectF& frame) {
   return {qRound(frame.x()), qRound(frame.y()), qRound(frame.width()), qRound(frame.height())};
 }
 
-// To a screen reader a widget of a class of its own is nothing in particular.
+// Screen readers do not know what a custom widget is.
 QAccessibleInterface* accessibleView(const QString& /*className*/, QObject* object) {
   auto* view = qobject_cast<DrawView*>(object);
   return view == nullptr ? nullptr : new QAccessibleWidget(view, QAccessible::Canvas);
@@ -102,7 +102,7 @@ void DrawView::setbgwhite(QPainter& painter) {
 }
 
 QRectF DrawView::frame() const {
-  // The form and layouts place the widget without telling; then its geometry is all there is.
+  // The form and layouts place the widget directly. Then only its geometry is known.
   return rounded(m_frame) == geometry() ? m_frame : QRectF(geometry());
 }
 
@@ -116,7 +116,7 @@ void DrawView::paintEvent(QPaintEvent* event) {
   m_lastPaint = Clock::now();
 }
 
-// The pen sends many samples a frame. A redraw for each would show no more and take a core.
+// The pen sends many samples per frame. A redraw for each would show no more and use a whole core.
 void DrawView::redrawInTime() {
   using std::chrono::ceil, std::chrono::milliseconds;
   const std::chrono::duration<double> frame(1 / screen()->refreshRate());
@@ -146,7 +146,7 @@ void DrawView::emptyInbox() {
   for (const PathStep& step : m_emptied) {
     if (step.step == Step::Move) {
       m_path.moveTo(step.x, step.y);
-    } else if (m_path.elementCount() > 0) {  // else the path would draw a line from its corner
+    } else if (m_path.elementCount() > 0) {  // otherwise the path would draw a line from its corner
       m_path.lineTo(step.x, step.y);
     }
   }

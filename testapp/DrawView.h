@@ -22,12 +22,12 @@ class DrawView : public QWidget {
  public:
   explicit DrawView(QWidget* parent = nullptr);
 
-  // A flag of the view that nothing reads or writes. The strokes go by the global of this name.
+  // Nothing reads or writes this flag. The strokes use the global of the same name.
   std::int8_t firstPoint = 0;
 
-  // Requests a redraw; all requests up to the redraw are one. On the GUI thread the next event
-  // brings it. On any other thread the screen's pace is kept: it comes once the last one is a
-  // frame of the screen old. False requests nothing.
+  // Requests a redraw. Requests made before the redraw are merged into one. From the GUI thread,
+  // the redraw comes with the next event. From any other thread, it keeps the pace of the screen:
+  // it comes once the last redraw is one frame of the screen old. False requests nothing.
   virtual void setNeedsDisplay(bool needed);
 
   // All ink since the last ClearContext, in the order of the calls of SetMoveTo and SetLineTo.
@@ -36,38 +36,39 @@ class DrawView : public QWidget {
   // Always true: y grows downward.
   virtual bool flipped() const;
 
-  // Drops all ink that came before the call. Does not ask for a redraw.
+  // Drops all ink that was drawn before the call. Does not request a redraw.
   virtual void ClearContext();
 
-  // Ends the stroke and goes to a point without ink. Does not ask for a redraw.
+  // Ends the stroke and moves to a point without drawing. Does not request a redraw.
   virtual void SetMoveTo(std::int32_t x, std::int32_t ypos);
 
-  // Continues the stroke to a point and asks for a redraw. With no point to start from, as after a
-  // ClearContext, it draws nothing.
+  // Continues the stroke to a point and requests a redraw. Draws nothing when there is no point to
+  // start from, as after ClearContext.
   virtual void SetLineTo(std::int32_t x, std::int32_t ypos);
 
   // Paints the whole view, whatever part of it is dirty.
   virtual void drawRect(QPainter& painter, const QRect& dirty);
 
-  // Gives the view the size of a pad, in inches; the view takes 72 units for each. The centre
-  // stays, except that an origin which would become negative is mirrored to its absolute value;
-  // that is meant. Any double is allowed: the frame is kept within what the toolkit can hold.
+  // Gives the view the size of a pad in inches, at 72 view units per inch. The centre stays in
+  // place. Deliberate: an origin that would become negative is replaced by its absolute value. Any
+  // double is allowed: the frame is kept within what the toolkit can hold.
   virtual void resize(double w, double height);
 
   // Paints the white field and its frame, and leaves the painter with a pen as wide as the ink.
   virtual void setbgwhite(QPainter& painter);
 
-  // The place in the parent widget, in fractions of a unit. The widget's geometry is this, rounded.
+  // The place in the parent widget, with fractions of a unit. The widget's geometry is this,
+  // rounded.
   QRectF frame() const;
 
   // The view's own area.
   QRectF bounds() const;
 
  signals:
-  // Another frame was set by resize().
+  // resize() has set another frame.
   void frameChanged(const QRectF& frame);
 
-  // From any thread: the view is to be repainted. For the view itself.
+  // Requests a repaint, from any thread. For use by the view itself.
   void redrawRequested();
 
  protected:
@@ -92,14 +93,14 @@ class DrawView : public QWidget {
 
   QPainterPath m_path;  // the ink's only store; for the GUI thread
 
-  // What is not in the path yet, from any thread.
+  // Steps from any thread that are not in the path yet.
   std::mutex m_inboxMutex;
   std::vector<PathStep> m_inbox;
-  std::vector<PathStep> m_emptied;  // the inbox's memory, used in turn
+  std::vector<PathStep> m_emptied;  // swapped with the inbox to reuse its memory
 
-  std::atomic<bool> m_redrawPending = false;  // of a thread other than the GUI thread
+  std::atomic<bool> m_redrawPending = false;  // requested by a thread other than the GUI thread
   QTimer m_redrawTimer;                       // runs until that request is met
-  Clock::time_point m_lastPaint;  // its end, so that the window's events have their turn
+  Clock::time_point m_lastPaint;  // when it ended, so that the window's events get a turn
 };
 
 #endif

@@ -4,8 +4,8 @@
 
 #include <QString>
 
-// Writes "fatal error: " and what is wrong as one line to standard error, then aborts the process.
-// For any thread.
+// Prints "fatal error: " and the broken invariant as one line to standard error, then aborts the
+// process. Any thread.
 [[noreturn]] void FatalError(const QString& brokenInvariant);
 
 #endif

@@ -14,15 +14,15 @@
 #include "VelaWrap.h"
 #include "ui_MainWindowController.h"
 
-// The resources are in a static library, which does not load them by itself. Not in a namespace,
-// because of how the macro is made.
+// The resources are in a static library, which does not load them by itself. The macro must not be
+// used inside a namespace.
 static void loadResources() {
   Q_INIT_RESOURCE(testapp);
 }
 
 namespace {
 
-// The text of a description, which must be there and be UTF-8.
+// The description as text. It must be present and be UTF-8.
 QString decoded(const char* description, int index) {
   using Flag = QStringConverter::Flag;
   QStringDecoder decoder(QStringConverter::Utf8, Flag::Stateless | Flag::ConvertInitialBom);
@@ -40,7 +40,7 @@ short providerIndex(int listPosition) {
   return static_cast<short>(listPosition);
 }
 
-// Keeps the wheel from changing a widget without the focus.
+// Keeps the wheel from changing a widget that does not have the focus.
 class WheelFilter : public QObject {
  public:
   using QObject::QObject;
@@ -185,7 +185,7 @@ void MainWindowController::fail(const QString& message) {
   std::puts(errmsg.toUtf8().constData());
 }
 
-// Empties the view of the published controller, which is this one once the application has started.
+// Clears the view of the published controller, which is this one once the application has started.
 void MainWindowController::wipeView() {
   if (MainWindowController* published = m_mainWindowController) {
     published->m_drawview->ClearContext();

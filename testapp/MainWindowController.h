@@ -13,18 +13,17 @@
 #include "DrawView.h"
 #include "Outlet.h"
 
-// All operations are for the GUI thread. The only failures that are reported are the three lines
-// that OpenButton prints; every broken invariant is a fatal error: an outlet that is empty when it
-// is used, fewer than one provider, a list position beyond 16 bits, a description that cannot be
-// read.
+// GUI thread only. The only failures reported are the three lines that OpenButton prints. Every
+// broken invariant is a fatal error: an outlet that is empty when it is used, fewer than one
+// provider, a list position beyond 16 bits, a description that cannot be read.
 class MainWindowController : public QObject {
   Q_OBJECT
 
  public:
-  // Makes the controller's SDK handle; the outlets are empty until the window is loaded.
+  // Creates the controller's SDK handle. The outlets are empty until the window is loaded.
   MainWindowController();
 
-  // Destroys the window. The SDK handle is left alone, on purpose.
+  // Destroys the window. Deliberate: the SDK handle is not deleted.
   ~MainWindowController() override;
 
   Outlet<QComboBox> m_prolist{"m_prolist"};
@@ -41,31 +40,31 @@ class MainWindowController : public QObject {
   virtual QString windowNibName() const;
 
  public slots:
-  // Resets, then ends the application. The actions ignore their sender.
+  // Performs a reset, then ends the application. All actions ignore their sender.
   virtual void QuitNow(QObject* sender);
 
-  // Closes the connection and the provider, wipes the ink in the window and offers Open again.
+  // Closes the connection and the provider, clears the ink in the window and offers Open again.
   // Returns when CloseConnection does (see VelaWrap.h); the window takes no input until then. The
-  // focus goes to Open.
+  // focus moves to Open.
   virtual void ResetButton(QObject* sender);
 
-  // Wipes the ink on the pad and in the window. The connection stays open.
+  // Clears the ink on the pad and in the window. The connection stays open.
   virtual void ClearButton(QObject* sender);
 
-  // Opens the chosen provider and its connection and gives the view the pad's size. The focus goes
-  // to Clear. When that fails it prints one line, keeps it in errmsg, and leaves what is open open.
+  // Opens the chosen provider and its connection and gives the view the pad's size. The focus moves
+  // to Clear. On failure it prints one line, keeps it in errmsg, and closes nothing.
   virtual void OpenButton(QObject* sender);
 
  public:
   // Disables Reset and Clear.
   virtual void initButtons();
 
-  // Fills the provider list. A provider without class id or description is left out, so those
-  // behind it move up; list positions are used as provider indexes all the same.
+  // Fills the provider list. A provider without a class id or description is left out, so the ones
+  // behind it move up. Deliberate: list positions are used as provider indexes all the same.
   virtual void awakeFromNib();
 
-  // Shows the window. The first call loads it: makes it from its form, binds the outlets and calls
-  // awakeFromNib.
+  // Shows the window. The first call loads it: creates it from its form, binds the outlets and
+  // calls awakeFromNib.
   void showWindow(QObject* sender);
 
  private:
@@ -76,8 +75,8 @@ class MainWindowController : public QObject {
   std::unique_ptr<QMainWindow> m_window;
 };
 
-// The one controller; null until the application has started, then never changed. It lives for the
-// rest of the process: the pen callback finds the drawing view through it on the SDK's thread.
+// The only controller. Null until the application has started, then never changed. It lives for the
+// rest of the process: on the SDK's thread, the pen callback finds the drawing view through it.
 extern std::atomic<MainWindowController*> m_mainWindowController;
 
 #endif

@@ -11,7 +11,7 @@
 template <typename Widget>
 class Outlet : public QPointer<Widget> {
  public:
-  // `name` is the outlet's own, for the fatal error; a literal.
+  // `name` is the outlet's name for the fatal error. It must be a literal.
   explicit Outlet(const char* name) : m_name(name) {}
   using QPointer<Widget>::operator=;
 

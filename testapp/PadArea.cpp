@@ -12,7 +12,7 @@ namespace {
 constexpr QSize kLargestView(324, 202);  // the vision pad's
 constexpr int kBorder = 2;
 
-// To a screen reader a scroll area is a mere filler, though this one takes the focus.
+// Screen readers treat a scroll area as a mere filler, but this one takes the focus.
 QAccessibleInterface* accessibleArea(const QString& /*className*/, QObject* object) {
   auto* area = qobject_cast<PadArea*>(object);
   return area == nullptr ? nullptr : new QAccessibleWidget(area, QAccessible::Pane);
@@ -43,8 +43,8 @@ void PadArea::keepWithin(const QSize& screen) {
 
 bool PadArea::event(QEvent* event) {
   if (event->type() != QEvent::Paint) return QScrollArea::event(event);
-  // Not by the style, whose lines are uneven where the scale factor is a fraction, and do not mark
-  // the focus.
+  // Not drawn by the style: its lines are uneven at fractional scale factors and do not mark the
+  // focus.
   QPainter painter(this);
   if (hasFocus()) {
     paintPixelFrame(painter, rect(), kBorder, palette().color(QPalette::Highlight));

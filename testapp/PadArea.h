@@ -3,21 +3,21 @@
 
 #include <QScrollArea>
 
-// The part of the window in which the drawing view lies: in its middle, or scrolled where there is
-// no room for it. Its widget is a page as large as the view; on it lies the canvas, the view's
-// parent, so that the view covers the page wherever it has its frame. For the GUI thread.
+// The part of the window that holds the drawing view: centred, or scrolled where there is no room
+// for it. Its widget is a page as large as the view. On the page lies the canvas, the view's
+// parent, so that the view covers the page wherever its frame is. GUI thread only.
 class PadArea : public QScrollArea {
   Q_OBJECT
 
  public:
-  // Begins with room for the view of each of the four pads.
+  // Starts with room for the view of any of the four pads.
   explicit PadArea(QWidget* parent = nullptr);
 
-  // Lays the canvas anew for another place of the view on it. What does not fit is scrolled to the
-  // corner where writing begins.
+  // Moves the canvas to suit a new place of the view on it. A view that does not fit is scrolled to
+  // the corner where writing begins.
   void showView(QWidget& canvas, const QRect& view);
 
-  // Lets the area be as small as its window needs on a screen of that size.
+  // Limits the window to a screen of that size. The area may shrink where the window needs it.
   void keepWithin(const QSize& screen);
 
  protected:

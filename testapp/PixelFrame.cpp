@@ -7,13 +7,13 @@
 void paintPixelFrame(QPainter& painter, const QRect& area, double width, const QColor& colour) {
   const QTransform toDevice = painter.deviceTransform();
   const QRectF place = toDevice.mapRect(QRectF(area));
-  // Each edge by itself, as the toolkit does when it clips a widget.
+  // Each edge is rounded by itself, as the toolkit does when it clips a widget.
   const QRect outside(QPoint(qRound(place.left()), qRound(place.top())),
                       QPoint(qRound(place.right()) - 1, qRound(place.bottom()) - 1));
   const int pixels = qRound(width * toDevice.m11());
   painter.save();
   painter.setRenderHint(QPainter::Antialiasing, false);
-  // In pixels of the device, whatever is between them and the painter's coordinates.
+  // Paint in device pixels, whatever the painter's coordinates.
   painter.setWorldTransform(toDevice.inverted() * painter.worldTransform());
   for (const QRect& side :
        QRegion(outside).subtracted(outside.adjusted(pixels, pixels, -pixels, -pixels))) {

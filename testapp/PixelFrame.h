@@ -5,8 +5,8 @@ class QColor;
 class QPainter;
 class QRect;
 
-// Paints a frame along the inside of `area`, `width` units wide. It is made of whole pixels of the
-// device, the same number on each side, whatever the scale factor. The painter must not be rotated.
+// Paints a frame along the inside of `area`, `width` units wide. The frame consists of whole device
+// pixels, the same number on each side, at every scale factor. The painter must not be rotated.
 void paintPixelFrame(QPainter& painter, const QRect& area, double width, const QColor& colour);
 
 #endif

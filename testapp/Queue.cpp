@@ -10,7 +10,7 @@ struct Divisors {
   std::int32_t y;
 };
 
-// Device units per view unit: the vision pad's, which is the last in the list, and everyone else's.
+// Device units per view unit: for the vision pad, the last in the list, and for all other pads.
 constexpr Divisors kVisionPad{4, 7};
 constexpr Divisors kOtherPads{140, 200};
 constexpr std::int64_t kLastOtherPad = 2;

@@ -9,8 +9,7 @@
 #include <optional>
 #include <utility>
 
-// A node of a Queue. `previous` stays empty: no operation of the queue assigns it, and that is
-// meant.
+// A node of a Queue. Deliberate: `previous` stays empty; no operation of the queue assigns it.
 template <typename T>
 class QNode {
  public:
@@ -18,8 +17,7 @@ class QNode {
   QNode(const QNode&) = delete;
   QNode& operator=(const QNode&) = delete;
 
-  // Lets go of the nodes behind it one after the other: a chain may be longer than the stack is
-  // deep.
+  // Releases the nodes behind it one after the other: a chain may be longer than the stack is deep.
   ~QNode() {
     auto rest = std::move(next);
     while (rest && rest.use_count() == 1) {
@@ -56,8 +54,8 @@ class Queue {
     last->next = std::move(node);
   }
 
-  // Removes the oldest element and returns it; nothing when the queue is empty. The cursor stays
-  // where it is, so it may be on a removed element.
+  // Removes the oldest element and returns it; nothing when the queue is empty. The cursor does not
+  // move, so it may be on a removed element.
   std::optional<T> deQueue() {
     if (isEmpty()) {
       return std::nullopt;
@@ -67,8 +65,8 @@ class Queue {
     return element;
   }
 
-  // The element under the cursor, which then moves on and from the end back to the head; nothing
-  // when the queue is empty.
+  // Returns the element under the cursor and advances the cursor, from the end back to the head;
+  // nothing when the queue is empty.
   std::optional<T> getNext() {
     if (isEmpty()) {
       return std::nullopt;
@@ -83,9 +81,8 @@ class Queue {
 
   bool isEmpty() const { return !top || !top->key; }
 
-  // The number of nodes. A fresh queue has one with nothing in it, so its count is 1 while
-  // isEmpty() is true; that is meant. (More nodes than this type can count do not fit into the
-  // memory.)
+  // The number of nodes. Deliberate: a new queue has one node with nothing in it, so its count is 1
+  // while isEmpty() is true. (Memory cannot hold more nodes than this type can count.)
   std::int64_t count() const {
     std::int64_t nodes = 0;
     for (const QNode<T>* node = top.get(); node != nullptr; node = node->next.get()) {
@@ -106,20 +103,20 @@ struct penData {
   std::int32_t ypos;  // view units
 };
 
-// The application's queue of samples, made at the first access. Samples go straight to the drawing
-// view, so nothing accesses it.
+// The application's queue of samples, created at the first access. Nothing accesses it: samples go
+// straight to the drawing view.
 Queue<penData>& gQueue();
 
-// The position in the provider list of the pad that was last asked to open. Written on the GUI
-// thread, read by the callback.
+// The list position of the provider that was last asked to open. Written on the GUI thread, read by
+// the callback.
 extern std::atomic<std::int64_t> gpadindex;
 
-// 0: the next sample starts a stroke. Anything else: a stroke is going on. Written by the callback
-// and on the GUI thread.
+// 0: the next sample starts a stroke. Any other value: a stroke is in progress. Written by the
+// callback and on the GUI thread.
 extern std::atomic<std::int8_t> firstPoint;
 
 // The application's PenEventHandler: scales the sample to view units and continues the stroke in
-// the drawing view, or starts one. For the SDK's thread. Does not draw while there is no main
+// the drawing view, or starts one. Called on the SDK's thread. Draws nothing while there is no main
 // window controller; a controller without a drawing view is a fatal error.
 extern "C" void PenDataHandler(std::int32_t x, std::int32_t abs_y, std::int32_t pressure,
                                std::uint8_t fTouch, std::uint32_t dwTimeStamp,

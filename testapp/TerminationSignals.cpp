@@ -13,17 +13,16 @@
 
 namespace {
 
-// The event loop hears of the first signal through this pipe: a signal handler may hardly do
-// anything but write. The pipe stays open until the process ends, for a signal may come at any
-// time.
+// The first signal wakes the event loop through this pipe: a signal handler can do little more than
+// write. The pipe stays open until the process ends, since a signal may arrive at any time.
 int pipeEnds[2];
 
-// When the first signal came, in seconds that only grow.
+// When the first signal arrived, in seconds of the monotonic clock.
 constexpr time_t kNever = -1;
 std::atomic<time_t> firstSignal = kNever;
 static_assert(decltype(firstSignal)::is_always_lock_free);
 
-// Deliberate: a hangup this soon after the first signal, in seconds, is not a second request. A
+// Deliberate: a hangup within this many seconds of the first signal is not a second request. A
 // terminal that is closed sends more than one, and a session that ends sends one after SIGTERM.
 constexpr time_t kHangupsTogether = 1;
 

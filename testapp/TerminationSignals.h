@@ -3,11 +3,11 @@
 
 #include <QObject>
 
-// Lets the signals that end programs leave no pad open: SIGINT, SIGTERM and, unless the process was
-// started to outlive its terminal, SIGHUP become a Qt signal on the GUI thread, once. A second one
-// ends the process at once, for a pen that lies on the pad keeps the close waiting. A line that
-// nobody reads any more is lost without SIGPIPE. Make one for the process, after the application
-// object.
+// Ends the application on a signal so that no pad stays open: the first SIGINT, SIGTERM or, unless
+// the process was started to outlive its terminal, SIGHUP becomes a Qt signal on the GUI thread. A
+// second one ends the process at once, because a pen on the pad delays the close. SIGPIPE is
+// ignored: a line that nobody reads any more is lost. Create one for the process, after the
+// application object.
 class TerminationSignals : public QObject {
   Q_OBJECT
 
@@ -15,7 +15,7 @@ class TerminationSignals : public QObject {
   explicit TerminationSignals(QObject* parent = nullptr);
 
  signals:
-  // The application is to end.
+  // The application should end.
   void received(QObject* sender);
 };
 

@@ -2,9 +2,9 @@
  * The flat functions of the Vela pad SDK: one C function for each operation of the provider facade.
  * This header compiles as C11 and as C++. It is all that the application knows of the SDK.
  *
- * Every function but newgIIVela takes the handle that newgIIVela returned. It must not be null,
+ * Every function except newgIIVela takes the handle that newgIIVela returned. It must not be null,
  * except for deletegIIVela. Call all functions on one and the same thread; only the pen callback
- * runs on a thread of the SDK (see PenEventHandler.h). A failure is the value named with each
+ * runs on a thread of the SDK (see PenEventHandler.h). A failure is the value given for each
  * function; there are no error texts. Only an allocation can throw a C++ exception.
  *
  * An open provider serves for one connection: close it and open it again before the next one. */
@@ -41,7 +41,7 @@ char* GetProviderDescription(void* vela, short index);
 /** Does nothing: the provider table is fixed. */
 void SetProviderDescription(void* vela, char* classid, char* description);
 
-/** Opens the first provider whose class id begins with `classid`: a shortened id will do, and the
+/** Opens the first provider whose class id begins with `classid`: a shortened id is enough, and the
  * empty text opens provider 0. Case matters. The text must not be null; it is not written to. False
  * when no id matches. Close the open provider first. */
 bool OpenProvider(void* vela, char* classid);
@@ -70,7 +70,7 @@ short GetNumDevices(void* vela);
 char* GetSerialNumber(void* vela);
 
 /** @{ */
-/** An end of the range in which the open pad reports x, y or pressure (z), in device units; 0 when
+/** One end of the range in which the open pad reports x, y or pressure (z), in device units; 0 when
  * no provider is open and, for the vision pad, without a connection. */
 int GetDataRangeMinX(void* vela);
 int GetDataRangeMinY(void* vela);

@@ -5,7 +5,7 @@
 #include "TerminationSignals.h"
 
 int main(int argc, char** argv) {
-  // Whoever reads standard output through a pipe gets each line when it is printed.
+  // Each line reaches the reader of a pipe when it is printed.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
   QApplication application(argc, argv);
