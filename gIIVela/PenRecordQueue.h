@@ -41,7 +41,7 @@ inline std::uint8_t nextNumber(std::atomic<int>& count) {
   return static_cast<std::uint8_t>(number);
 }
 
-// Tag tells one pad kind's queue class from another's; they are alike in all else.
+// Tag distinguishes the queue classes of the pad kinds; they are alike in all else.
 template <class Tag>
 class PenRecordQueue {
  public:

@@ -11,7 +11,7 @@
 
 #include "RecordChain.h"
 
-// Any thread; the release: one that is not using the queue itself.
+// Any thread; for the release, one that is not using the queue itself.
 struct SharedQueue {
   // Creates the queue from these arguments unless there is one already.
   template <class Queue, class... Arguments>

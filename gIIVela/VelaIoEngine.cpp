@@ -11,14 +11,14 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// After a call has failed, a read waits in slices of this length, so that a control call has its
+// After a call has failed, a read waits in slices of this length, so that a control call gets its
 // turn soon.
 constexpr milliseconds kSlice{25};
 
-// Where hidapi times out after a second, it fails at once on a pad that has been unplugged, and the
-// reading loops try again for as long as the connection is open. This pause keeps that from taking
-// a whole core. It is short enough that a pad which recovers has not filled the 63 reports that the
-// kernel keeps for it.
+// On a pad that has been unplugged, hidapi fails at once instead of timing out after a second, and
+// the reading loops try again for as long as the connection is open. This pause keeps them from
+// using a whole core. It is short enough that a pad which recovers has not filled the 63 reports
+// that the kernel keeps for it.
 constexpr milliseconds kPauseAfterFailedRead{50};
 
 }  // namespace

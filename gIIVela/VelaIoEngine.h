@@ -32,7 +32,7 @@ constexpr unsigned short inputReportSize(int product) {
 
 // One engine should be alive at a time: its destructor shuts hidapi down for the whole process.
 //
-// Threads: OpenDevice, CloseDevice and the destructor belong to the owner, who has stopped all
+// Threads: OpenDevice, CloseDevice and the destructor belong to the owner, which has stopped all
 // other use of the engine by then. GetFeature, SetFeature, ReadFile and WriteFile may be called on
 // several threads at once while the device is open, one thread reading.
 class CVelaIoEngine {

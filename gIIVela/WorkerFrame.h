@@ -20,8 +20,7 @@
 #include "SharedQueue.h"
 #include "VelaIoEngine.h"
 
-// What a worker thread is started with; the thread, or for the processing thread the driver, frees
-// it.
+// The argument of a worker thread. The thread frees it; for the processing thread, the driver does.
 struct ThreadArg {
   void* driver;
   void* zero;
@@ -47,8 +46,8 @@ struct WorkerFrame {
     SharedQueue::create(queue, arguments...);
   }
 
-  // These start the threads. One that does not start is only reported, by the line. reportsError:
-  // whether an error of sigwait is printed.
+  // These start the threads. A thread that does not start is only reported, by the line.
+  // reportsError: whether an error of sigwait is printed.
 
   template <bool reportsError, class Driver>
   static void startSignalThread(Driver& driver, const char* line, std::FILE* stream = stdout) {

@@ -21,7 +21,7 @@ class velavision;
 
 /// @{
 /// The driver of the open provider, null while there is none. There is one of each in the process,
-/// so only one facade is meant to be alive at a time.
+/// so only one facade should be alive at a time.
 extern GIIVELA_API velausb* m_pvelausb;
 extern GIIVELA_API velaii* m_pvelaii;
 extern GIIVELA_API velainkusb* m_pvelaink;

@@ -17,7 +17,7 @@ struct ThreadArg;
 /// what is different there.
 ///
 /// A driver object is connected once: open, close, delete. All operations belong to the client's
-/// thread, except those said to run on another one. One driver object of each kind is meant to be
+/// thread, except those said to run on another one. Only one driver object of each kind should be
 /// open at a time. Failures are return values; only an allocation can throw.
 class GIIVELA_API velausb {
  public:
@@ -61,7 +61,7 @@ class GIIVELA_API velausb {
   /// True, and does nothing: this pad shows no ink.
   bool ClearInking() { return true; }
 
-  /// Whether the reading thread goes on after a read that failed. Any thread.
+  /// Whether the reading thread continues after a read that failed. Any thread.
   bool GetRunningState();
   /// Lets the reading thread end with the next read that fails. Any thread.
   void SetRunningFalse();

@@ -14,8 +14,8 @@ class GIIVELA_API velavisionutil {
   virtual ~velavisionutil() = default;
 
   /// A text of 4 to 32 lower-case hexadecimal digits, which the caller releases with delete[]. It
-  /// looks random and is not a GUID in any standard's layout. The C library's generator is seeded
-  /// with the clock's seconds each time, on purpose: two calls within a second give the same text,
+  /// looks random and is not a GUID in any standard's layout. Deliberate: each call seeds the C
+  /// library's generator with the clock's seconds, so two calls within a second give the same text,
   /// and calls on several threads at once disturb each other and other users of rand.
   char* GUID();
 

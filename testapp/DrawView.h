@@ -91,7 +91,7 @@ class DrawView : public QWidget {
 
   QRectF m_frame;
 
-  QPainterPath m_path;  // the ink's only store; for the GUI thread
+  QPainterPath m_path;  // the ink's only store; GUI thread only
 
   // Steps from any thread that are not in the path yet.
   std::mutex m_inboxMutex;

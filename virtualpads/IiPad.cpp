@@ -15,7 +15,7 @@ constexpr double kHeightInches = 2.23;
 constexpr std::uint16_t kMaxCoordinate = 32767;
 constexpr std::uint8_t kMaxPressure = 127;
 
-// What the pad leaves in bytes that it does not use.
+// The value of the bytes that the pad does not use.
 constexpr std::uint8_t kUnused = 0x5A;
 
 // Input report, little-endian.

@@ -25,7 +25,7 @@ class IiPad : public PadModel {
     bool operator==(const Extent&) const = default;
   };
 
-  // What the pad tells about itself. Nothing but the two extents has a known meaning.
+  // What the pad reports about itself. Only the two extents have a known meaning.
   struct PadInformation {
     std::array<std::uint16_t, 6> words;
     std::array<std::uint8_t, 2> bytes;
@@ -50,7 +50,7 @@ class IiPad : public PadModel {
   const PadInformation& padInformation() const { return m_padInformation; }
   void setPadInformation(const PadInformation& information) { m_padInformation = information; }
 
-  // In the order of the wire.
+  // In wire order.
   const SerialNumber& serialNumber() const { return m_serialNumber; }
   void setSerialNumber(const SerialNumber& serialNumber) { m_serialNumber = serialNumber; }
 

@@ -39,7 +39,7 @@ constexpr std::size_t kBlock = 1;
 constexpr std::size_t kLength = 17;
 }  // namespace optionsReport
 
-// The option block, little-endian. Bits that are not named have a meaning of the pad's own.
+// The option block, little-endian. Bits without a name here have a meaning of the pad's own.
 namespace option {
 constexpr std::size_t kInkTrace = 1;  // bits 0-1: mode
 constexpr std::size_t kInkTraceValue = 2;
@@ -74,7 +74,7 @@ constexpr int kRowCount = 60;
 static_assert(kRows + kRowCount * InkPad::kLcdRowBytes == kLength);
 }  // namespace pictureBand
 
-// Feature report: wipe the ink, little-endian. Set only.
+// Feature report: clear the ink, little-endian. Set only.
 namespace clearReport {
 constexpr std::uint8_t kId = 9;
 constexpr std::size_t kValue = 1;

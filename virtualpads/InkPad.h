@@ -52,12 +52,12 @@ class InkPad : public PadModel {
   double widthInches() const override;
   double heightInches() const override;
   std::span<const std::uint8_t> reportDescriptor() const override;
-  // Draws the pad's own ink too.
+  // Also draws the pad's own ink.
   Bytes inputReport(const PenState& pen) override;
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
   bool setFeature(std::span<const std::uint8_t> report) override;
 
-  // The option block as it stands, and what is known of it.
+  // The current option block, and the known parts of it.
   const Options& options() const { return m_options; }
   InkTrace inkTrace() const;
   Rectangle inkingRegion() const;
@@ -66,14 +66,14 @@ class InkPad : public PadModel {
 
   const Picture& layer(int layer) const { return m_layers.at(static_cast<std::size_t>(layer)); }
   const Picture& ink() const { return m_ink; }
-  // What the LCD shows: the layers that are not hidden and the ink, over each other.
+  // What the LCD shows: the layers that are not hidden, with the ink over them.
   Picture lcdImage() const;
   static bool isDark(const Picture& picture, int x, int y);
 
   // The values of all clear reports so far, oldest first.
   const std::vector<std::uint16_t>& clears() const { return m_clears; }
 
-  // In the order of the wire.
+  // In wire order.
   const SerialNumber& serialNumber() const { return m_serialNumber; }
   void setSerialNumber(const SerialNumber& serialNumber) { m_serialNumber = serialNumber; }
 

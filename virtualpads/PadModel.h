@@ -1,6 +1,6 @@
-// What every virtual pad has in common: who it is on the bus, what its reports look like, and how
-// it answers feature reports. The two faces (the hidapi face and the kernel face) put any model
-// behind a real interface; they know nothing of a particular pad.
+// What all virtual pads have in common: their identity on the bus, the format of their reports, and
+// their answers to feature reports. The two faces (the hidapi face and the kernel face) put any
+// model behind a real interface; they know nothing of a particular pad.
 #ifndef VIRTUALPADS_PADMODEL_H
 #define VIRTUALPADS_PADMODEL_H
 
@@ -19,13 +19,12 @@ using Bytes = std::vector<std::uint8_t>;
 struct PenState {
   double x = 0;         // 0 (left edge) to 1 (right edge); values outside are off the surface
   double y = 0;         // 0 (top edge) to 1 (bottom edge)
-  double pressure = 0;  // 0 to 1 (the hardest the pad can tell)
+  double pressure = 0;  // 0 to 1 (the hardest the pad can report)
   bool touch = false;   // the pen tip is down
   std::uint32_t milliseconds = 0;  // the pad's own clock
 };
 
-// One pad, by software. A model is not thread-safe: whoever drives it (a face, a window) serialises
-// the calls.
+// A pad in software. A model is not thread-safe: its user (a face, a window) serialises the calls.
 class PadModel {
  public:
   struct Identity {
@@ -46,7 +45,7 @@ class PadModel {
   virtual std::span<const std::uint8_t> reportDescriptor() const = 0;
 
   // The input report for a pen state, as a read of the hidraw node delivers it (the report id first
-  // where the pad numbers its reports). Advances whatever counter the pad puts into its reports.
+  // where the pad numbers its reports). Advances any counter that the pad puts into its reports.
   virtual Bytes inputReport(const PenState& pen) = 0;
 
   // The answer to a get-feature request, report id first; nothing when the pad has no such report
@@ -60,7 +59,7 @@ class PadModel {
 
 enum class PadKind { Usb, Ii, Ink, Vision };
 
-// A new pad of that kind in the state in which it leaves the factory.
+// A new pad of that kind in its factory state.
 std::shared_ptr<PadModel> makePad(PadKind kind);
 
 }  // namespace virtualpads

@@ -31,8 +31,8 @@ Point mixed(Point a, Point b, double part) {
   return {std::lerp(a.x, b.x, part), std::lerp(a.y, b.y, part)};
 }
 
-// A smooth curve through the points: a centripetal Catmull-Rom spline, which makes no loops of its
-// own at sharp turns, as a fine polyline.
+// A smooth curve through the points, as a fine polyline: a centripetal Catmull-Rom spline, which
+// adds no loops at sharp turns.
 Path smooth(const Path& points) {
   constexpr int kSteps = 24;
   Path curve;
@@ -98,14 +98,14 @@ std::vector<double> curvature(const Path& path) {
   return result;
 }
 
-// Collects the samples of a pen that moves the way a hand does: slower in curves and at the ends of
-// a way, pressing harder downwards and in the middle of a stroke.
+// Collects the samples of a pen that moves like a hand: slower in curves and at the ends of a path,
+// with more pressure downwards and in the middle of a stroke.
 class Hand {
  public:
-  // `pace` is that of the usual hand multiplied.
+  // `pace` multiplies the pace of the usual hand.
   explicit Hand(double pace = 1) : m_pace(pace) {}
 
-  // Moves along the path while the pen touches, from its very beginning to its very end.
+  // Moves along the whole path with the pen touching.
   void draw(const Path& path) {
     const std::vector<double> seconds = timesAlong(path);
     const double duration = seconds.back() / m_pace;
@@ -137,11 +137,11 @@ class Hand {
   std::vector<PenState> samples() && { return std::move(m_samples); }
 
  private:
-  // The speed of a hand goes with the cube root of the radius.
+  // The speed of a hand grows with the cube root of the radius.
   static std::vector<double> timesAlong(const Path& path) {
-    constexpr double kTopSpeed = 5.0;  // surface heights a second
+    constexpr double kTopSpeed = 5.0;  // surface heights per second
     constexpr double kStartSpeed = 1.0;
-    constexpr double kRamp = 0.12;  // surface heights on which the hand gets going
+    constexpr double kRamp = 0.12;  // surface heights to get up to speed
     const std::vector<double> bend = curvature(path);
     std::vector<double> way(path.size());
     for (std::size_t i = 1; i < path.size(); ++i) {
@@ -162,7 +162,7 @@ class Hand {
     m_clock += kMillisecondsPerSample;
   }
 
-  // Gives the samples of the stroke their pressure.
+  // Sets the pressure of the stroke's samples.
   void press() {
     constexpr double kMiddle = 0.55;
     constexpr double kDownward = 0.25;
@@ -213,14 +213,14 @@ const Letter kTail = {{0.45, 0.42}, {1.2, 0.98}};
 const Letter kFlourish = {{9.9, -0.42},  {7.0, -0.52}, {3.6, -0.88}, {1.5, -1.42}, {0.75, -1.5},
                           {0.85, -1.12}, {2.2, -1.02}, {4.6, -1.22}, {7.2, -1.18}, {9.0, -0.82}};
 
-// A letter in its place in the writing.
+// A letter at its place in the writing.
 struct Placed {
   const Letter& letter;
   double x;
   double size;
 };
 
-// How one time of writing departs from the model: by random numbers, or not at all.
+// How one signature differs from the model: by random numbers, or not at all.
 class Mood {
  public:
   Mood() = default;
@@ -257,15 +257,15 @@ class Mood {
   }
 
  private:
-  // A random number between -most and most. The standard library's own distributions differ from
-  // one system to another.
+  // A random number between -most and most. The distributions of the standard library differ
+  // between systems.
   double around(double most) {
     if (!m_random) return 0;
     const auto number = static_cast<double>((*m_random)());
     return most * (2 * number / static_cast<double>(std::mt19937::max()) - 1);
   }
 
-  // A point of the writing on the surface: slanted, rising a little, well centred.
+  // A point of the writing on the surface: slanted, rising slightly, well centred.
   Point onSurface(Point p) const {
     constexpr double kXHeight = 0.12;  // surface heights
     constexpr double kSlant = 0.3;

@@ -19,7 +19,7 @@ constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 constexpr unsigned kBusUsb = 3;
 constexpr std::size_t kMicrosecondDigits = 6;
 
-// The kernel takes no longer descriptor or report.
+// The kernel accepts no longer descriptor or report.
 constexpr unsigned kMostBytes = 4096;
 constexpr const char* kByteCountExpected = "a number of bytes from 1 to 4096 is expected";
 
@@ -41,14 +41,14 @@ class Line {
   char key() const { return m_text.size() >= 2 && m_text[1] == ':' ? m_text[0] : '\0'; }
   void skipKey() { m_position = 2; }
 
-  // The rest of the line without the blanks around it.
+  // The rest of the line without surrounding blanks.
   std::string_view rest() {
     skipBlanks();
     const auto end = m_text.find_last_not_of(kBlanks);
     return m_position == m_text.size() ? "" : m_text.substr(m_position, end + 1 - m_position);
   }
 
-  // The number that the next word is.
+  // Reads the next word as a number.
   unsigned number(int base, unsigned lowest, unsigned highest, const char* complaint) {
     const std::string_view word = peekWord();
     const auto value = toNumber(word, base);
@@ -59,7 +59,7 @@ class Line {
     return *value;
   }
 
-  // A count in decimal and so many bytes in hexadecimal.
+  // Reads a decimal count and that many bytes in hexadecimal.
   Bytes bytes() {
     Bytes bytes(number(10, 1, kMostBytes, kByteCountExpected));
     for (auto& byte : bytes) {
@@ -173,7 +173,7 @@ class Parser {
         line.skipKey();
         takeEvent(line);
         break;
-      default:  // P: says where the device was plugged, which is of no use here
+      default:  // P: where the device was plugged in, which is not needed here
         break;
     }
   }

@@ -35,7 +35,7 @@ struct Recording {
   bool operator==(const Recording&) const = default;
 };
 
-// A text that is not a recording. what() tells where and why: "line 4, column 12: ...".
+// A text that is not a recording. what() reports where and why: "line 4, column 12: ...".
 class RecordingError : public std::runtime_error {
  public:
   RecordingError(std::size_t line, std::size_t column, const std::string& complaint);
@@ -48,22 +48,22 @@ class RecordingError : public std::runtime_error {
   std::size_t m_column;
 };
 
-// Any thread. Throws RecordingError for whatever is not a recording.
+// Any thread. Throws RecordingError when the text is not a recording.
 Recording parseRecording(std::string_view text);
 
 // Reads a file of up to 64 MiB. Any thread. Throws std::system_error when it can't be read or is
 // larger, RecordingError when it is not a recording.
 Recording readRecording(const std::filesystem::path& file);
 
-// Writes a recording while it comes about. What has been written is complete at any moment, so
+// Writes a recording as the reports arrive. What has been written is complete at any moment, so
 // nothing is lost when the program is ended. Not thread-safe.
 class RecordingWriter {
  public:
-  // Writes the head that tells the pad. `out` must outlive the writer.
+  // Writes the head, which describes the pad. `out` must outlive the writer.
   RecordingWriter(std::ostream& out, const PadModel& pad);
 
-  // Appends a report. `time` counts from any moment and never goes back; the recording's own time
-  // begins with its first report. False when the stream has failed.
+  // Appends a report. `time` may start anywhere and never goes back; the recording's own time
+  // starts with its first report. False when the stream has failed.
   bool write(std::chrono::microseconds time, const Bytes& report);
 
  private:

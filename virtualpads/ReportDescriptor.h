@@ -1,4 +1,4 @@
-// Writes HID report descriptors for pads whose reports are plain bytes of a vendor's own.
+// Writes HID report descriptors for pads whose reports are plain vendor-defined bytes.
 #ifndef VIRTUALPADS_REPORTDESCRIPTOR_H
 #define VIRTUALPADS_REPORTDESCRIPTOR_H
 

@@ -12,7 +12,7 @@ namespace {
 constexpr double kWidthInches = 4.5;
 constexpr double kHeightInches = 2.8;
 
-// Input report, big-endian. A lifted pen is told by x, y and pressure all zero.
+// Input report, big-endian. A lifted pen is reported by x, y and pressure all zero.
 namespace input {
 constexpr std::uint8_t kId = 1;
 constexpr std::size_t kKind = 1;
@@ -68,13 +68,13 @@ constexpr std::size_t kLength = 34;
 static_assert(kRegion + VisionPad::kInkRegionBytes == kLength);
 }  // namespace inkRegionReport
 
-// Feature report: wipe the ink. Set only.
+// Feature report: clear the ink. Set only.
 namespace clearReport {
 constexpr std::uint8_t kId = 18;
 constexpr std::size_t kLength = 17;
 }  // namespace clearReport
 
-// Feature report: the program still listens. Set only.
+// Feature report: keep-alive, sent while the program listens. Set only.
 namespace keepAlive {
 constexpr std::uint8_t kId = 26;
 constexpr std::size_t kLength = 17;
@@ -144,7 +144,7 @@ Bytes VisionPad::inputReport(const PenState& pen) {
     const auto& [x, y, pressure, aspect, width, height] = m_padInformation;
     putBe16(report, input::kX, scaled(pen.x, x.low, x.high));
     putBe16(report, input::kY, scaled(pen.y, y.low, y.high));
-    // A touching pen never tells pressure 0: in the corner that would say that it was lifted.
+    // A touching pen never reports pressure 0: in the corner that would mean a lifted pen.
     const std::uint16_t told = scaled(pen.pressure, pressure.low, pressure.high);
     putBe16(report, input::kPressure, std::max<std::uint16_t>(told, 1));
   }

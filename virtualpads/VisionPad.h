@@ -23,7 +23,7 @@ class VisionPad : public PadModel {
     bool operator==(const Ratio&) const = default;
   };
 
-  // What the pad tells about itself.
+  // What the pad reports about itself.
   struct PadInformation {
     Range x;
     Range y;
@@ -53,7 +53,7 @@ class VisionPad : public PadModel {
   const InkRegion& inkRegion() const { return m_inkRegion; }
   void setInkRegion(const InkRegion& region) { m_inkRegion = region; }
 
-  // How often the report was got or set.
+  // How often the report was read or sent.
   int resets() const { return m_resets; }
   int clears() const { return m_clears; }
   int keepAlives() const { return m_keepAlives; }

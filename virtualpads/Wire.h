@@ -1,4 +1,4 @@
-// How the pads put numbers into their reports.
+// How the pads encode numbers in their reports.
 #ifndef VIRTUALPADS_WIRE_H
 #define VIRTUALPADS_WIRE_H
 
@@ -11,8 +11,8 @@
 
 namespace virtualpads {
 
-// The value from `low` to `high` that stands for `unit`, which runs from 0 to 1; below and above it
-// is clamped, and what is not a number is the low end.
+// Maps `unit`, from 0 to 1, to the range from `low` to `high`. Values outside are clamped;
+// not-a-number gives `low`.
 inline std::uint16_t scaled(double unit, std::uint16_t low, std::uint16_t high) {
   if (!(unit > 0)) {
     return low;
@@ -23,7 +23,7 @@ inline std::uint16_t scaled(double unit, std::uint16_t low, std::uint16_t high) 
   return static_cast<std::uint16_t>(std::lround(low + unit * (high - low)));
 }
 
-// The pressure byte of the pads that have one; nothing presses while the pen is lifted.
+// The pressure byte of the pads that have one; 0 while the pen is lifted.
 inline std::uint8_t pressureByte(const PenState& pen, std::uint8_t hardest) {
   return pen.touch ? static_cast<std::uint8_t>(scaled(pen.pressure, 0, hardest)) : std::uint8_t{0};
 }

@@ -1,5 +1,5 @@
-// The application's window as the person at the desk has it: a list, three buttons and the drawing
-// view. All is found by the widgets' object names, so the application knows nothing of it.
+// The application's window as its user sees it: a list, three buttons and the drawing view. They
+// are found by the widgets' object names, so the application knows nothing of it.
 #ifndef VIRTUALPADS_DEMONSTRATION_APPLICATIONWINDOW_H
 #define VIRTUALPADS_DEMONSTRATION_APPLICATIONWINDOW_H
 
@@ -10,9 +10,9 @@
 
 namespace demonstration {
 
-// For the GUI thread.
+// GUI thread only.
 struct ApplicationWindow {
-  // Looks at the window that the drawing view is in.
+  // Finds them in the window of the drawing view.
   explicit ApplicationWindow(DrawView& drawView);
 
   QWidget& window;

@@ -1,5 +1,5 @@
-// What turns the application into its demonstration: once its window is on the screen, the four
-// virtual pads are plugged and somebody works it. The application itself is not changed in any way.
+// Turns the application into its demonstration: once its window is on the screen, plugs the four
+// virtual pads and operates the window. The application itself is not changed.
 #include <QApplication>
 #include <QEvent>
 #include <cstdio>
@@ -25,7 +25,7 @@ class Demonstration : public QObject {
   using QObject::QObject;
 
  protected:
-  // The first paint of the drawing view tells that the window is shown.
+  // The window is on the screen when the drawing view is painted for the first time.
   bool eventFilter(QObject* watched, QEvent* event) override {
     auto* view = event->type() == QEvent::Paint ? qobject_cast<DrawView*>(watched) : nullptr;
     if (view != nullptr) {
@@ -48,7 +48,7 @@ class Demonstration : public QObject {
     if (arguments.size() == 1) {
       m_pen = std::make_unique<SigningPen>(*m_window, pads);
       m_padBeside = std::make_unique<PadBeside>(*m_window, pads, [this] { m_pen->standBack(); });
-      // No window may outlive the application object, which this one does.
+      // No window may outlive the application object, but this object does.
       connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { m_padBeside.reset(); });
       m_window->open.click();
     } else if (arguments.size() == 3 && arguments[1] == "--unattended") {

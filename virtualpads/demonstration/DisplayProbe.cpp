@@ -1,5 +1,5 @@
-// vela-display-probe: ends with 0 where a program with a window finds its display, else with 1.
-// Without one the toolkit would abort the program.
+// vela-display-probe: exits with 0 when a program with a window finds its display, else with 1.
+// Without a display the toolkit would abort the program.
 #include <QGuiApplication>
 #include <cstdlib>
 

@@ -10,8 +10,8 @@ namespace demonstration {
 PadBeside::PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pads,
                      std::function<void()> written)
     : m_window(window), m_pads(std::move(pads)), m_written(std::move(written)) {
-  // A list that shows another provider changes nothing about the pad that is open: Reset is enabled
-  // exactly while there is one.
+  // Choosing another provider in the list does not affect the open pad: Reset is enabled exactly
+  // while there is one.
   connect(&window.providers, &QComboBox::currentIndexChanged, this, [this] {
     if (!m_window.reset.isEnabled()) showChosenPad();
   });
@@ -22,7 +22,7 @@ PadBeside::PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pa
 void PadBeside::showChosenPad() {
   const int provider = m_window.providers.currentIndex();
   if (provider == m_shown) {
-    m_padWindow->show();  // somebody may have closed it
+    m_padWindow->show();  // the user may have closed it
     return;
   }
   m_shown = provider;
@@ -33,14 +33,14 @@ void PadBeside::showChosenPad() {
         m_written();
         virtualpads::VirtualBus::instance().send(chosen.port, chosen.pad->inputReport(pen));
       });
-  // The application is what is looked at, and it ends with its own window.
+  // The application's window stays active, and the program ends with it.
   m_padWindow->setAttribute(Qt::WA_ShowWithoutActivating);
   m_padWindow->setAttribute(Qt::WA_QuitOnClose, false);
-  // Small, for where the desktop does not let a program say where its windows go.
+  // Small, for desktops that do not let a program place its windows.
   m_padWindow->resize(m_padWindow->minimumSizeHint());
   QWidget& application = m_window.window;
   const QSize frame = application.frameGeometry().size() - application.size();
-  // At a fractional scale a place and a size are rounded one by one, to a unit more than there is.
+  // At a fractional scale, position and size are rounded separately and may be one unit too large.
   const QRect screen = application.screen()->availableGeometry().adjusted(0, 0, -1, -1);
   const auto places = sideBySide(screen, application.frameGeometry(), m_padWindow->size() + frame);
   if (places.application != application.pos()) application.move(places.application);

@@ -1,6 +1,6 @@
-// The pad on the screen, beside the application: the one that is chosen in the application's list,
-// and while the application is connected the one that it has open. Whoever likes writes on it with
-// the mouse. Both windows are placed so that they fit on the screen.
+// The pad in a window beside the application: the pad that is chosen in the application's list or,
+// while the application is connected, the pad that it has open. The user can write on it with the
+// mouse. Both windows are placed so that they fit on the screen.
 #ifndef VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
 #define VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
 
@@ -15,11 +15,11 @@
 
 namespace demonstration {
 
-// For the GUI thread.
+// GUI thread only.
 class PadBeside : public QObject {
  public:
   // `pads` are in the order of the application's provider list. `written` is called for each sample
-  // that somebody writes on the pad's window.
+  // that is written in the pad's window.
   PadBeside(ApplicationWindow& window, std::vector<DemonstrationPad> pads,
             std::function<void()> written);
 
@@ -30,7 +30,7 @@ class PadBeside : public QObject {
   const std::vector<DemonstrationPad> m_pads;
   const std::function<void()> m_written;
   std::unique_ptr<virtualpads::PadWindow> m_padWindow;
-  int m_shown = -1;  // the provider whose pad that is
+  int m_shown = -1;  // the provider whose pad is shown
 };
 
 }  // namespace demonstration

@@ -8,7 +8,7 @@ namespace {
 
 constexpr int kGap = 12;
 
-// The place nearest to the wanted one at which so long a thing ends before `end`, if it can without
+// The position nearest to `wanted` at which the length ends before `end`, if it can without
 // beginning before `begin`.
 int within(int begin, int end, int wanted, int length) {
   return std::max(begin, std::min(wanted, end - length));

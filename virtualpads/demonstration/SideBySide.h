@@ -1,4 +1,4 @@
-// Where the application's window and the pad's fit on a screen.
+// Where the windows of the application and the pad fit on a screen.
 #ifndef VIRTUALPADS_DEMONSTRATION_SIDEBYSIDE_H
 #define VIRTUALPADS_DEMONSTRATION_SIDEBYSIDE_H
 
@@ -13,9 +13,10 @@ struct Places {
   QPoint pad;
 };
 
-// The pad's window stands to the right of the application's, at the same height. Where that is not
-// within `screen` the pad's moves up and the application's to the left, as far as needed; a window
-// begins on the screen even where they are too large for it. All are frames of windows.
+// The pad's window is to the right of the application's, at the same height. Where that does not
+// fit within `screen`, the pad's window moves up and the application's moves left, as far as
+// needed. A window that is too large still begins on the screen. All rectangles and sizes are those
+// of window frames.
 Places sideBySide(const QRect& screen, const QRect& application, QSize pad);
 
 }  // namespace demonstration

@@ -22,12 +22,12 @@ SigningPen::SigningPen(ApplicationWindow& window, std::vector<DemonstrationPad> 
   m_timer.setTimerType(Qt::PreciseTimer);
   connect(&m_timer, &QTimer::timeout, this, &SigningPen::write);
   m_window.reset.installEventFilter(this);
-  // A pen that stayed on the pad would keep Reset waiting.
+  // A pen left on the pad would keep Reset waiting.
   connect(&m_window.reset, &QPushButton::pressed, this, &SigningPen::standBack);
 }
 
 // Reset is enabled exactly while the application is connected. The list may show another provider
-// later on; the pad that was chosen at that moment stays the open one.
+// later; the pad that was chosen at that moment stays open.
 bool SigningPen::eventFilter(QObject* watched, QEvent* event) {
   if (watched == &m_window.reset && event->type() == QEvent::EnabledChange) {
     if (m_window.reset.isEnabled()) {
@@ -59,7 +59,7 @@ void SigningPen::beginSignature(int inMilliseconds) {
   m_signature = virtualpads::signature(m_signatures++);
   m_written = 0;
   m_begin = m_clock.elapsed() + inMilliseconds;
-  // What the bus writes down about each call is for tests, and would grow as long as this runs.
+  // The bus's log of calls is for tests, and would grow as long as this runs.
   virtualpads::VirtualBus::instance().clearLog();
 }
 

@@ -1,4 +1,4 @@
-// The pen that signs by itself, at the speed of a hand, on whichever pad the application has open.
+// The pen that signs by itself, at the speed of a hand, on the pad that the application has open.
 #ifndef VIRTUALPADS_DEMONSTRATION_SIGNINGPEN_H
 #define VIRTUALPADS_DEMONSTRATION_SIGNINGPEN_H
 
@@ -15,15 +15,15 @@
 namespace demonstration {
 
 // Writes from the moment the application is connected until Reset is pressed: a signature, a pause,
-// Clear, the signature again, a little different each time. It stands back while somebody else
-// writes. For the GUI thread.
+// Clear, the signature again, slightly different each time. Pauses while somebody else writes. GUI
+// thread only.
 class SigningPen : public QObject {
  public:
   // `pads` are in the order of the application's provider list.
   SigningPen(ApplicationWindow& window, std::vector<DemonstrationPad> pads);
 
-  // The pen is lifted, and begins a new signature some seconds after the last call: somebody else
-  // writes on the open pad, or closes it.
+  // Lifts the pen. It begins a new signature some seconds after the last call. To be called when
+  // somebody else writes on the open pad, or closes it.
   void standBack();
 
  protected:
@@ -38,8 +38,8 @@ class SigningPen : public QObject {
   std::vector<virtualpads::PenState> m_signature;
   virtualpads::VirtualBus::Port m_port = 0;  // the pad that the application has open
   std::size_t m_written = 0;                 // samples of the signature that are on the pad
-  bool m_clean = true;                       // nothing was written since the last Clear
-  std::uint32_t m_signatures = 0;            // signatures that were begun
+  bool m_clean = true;                       // nothing has been written since the last Clear
+  std::uint32_t m_signatures = 0;            // signatures begun so far
   QElapsedTimer m_clock;                     // the pad's
   qint64 m_begin = 0;                        // when the signature begins, by that clock
   QTimer m_timer;

@@ -21,7 +21,7 @@ namespace {
 
 using virtualpads::VirtualBus;
 
-// How long a step may take that comes about within a second on any machine.
+// The time limit of a step that takes less than a second on any machine.
 constexpr std::chrono::seconds kPatience{30};
 
 class StepFailed : public std::runtime_error {
@@ -29,7 +29,7 @@ class StepFailed : public std::runtime_error {
   explicit StepFailed(const QString& step) : std::runtime_error(step.toStdString()) {}
 };
 
-// Lets the application work until the condition holds; false when it has not come about in time.
+// Runs the event loop until the condition holds; false when the time limit passes first.
 bool waitUntil(const std::function<bool()>& condition) {
   bool late = false;
   QTimer timer;
@@ -49,7 +49,7 @@ bool hasBlue(const QImage& picture) {
   return false;
 }
 
-// One provider's turn at the window.
+// The run of one provider.
 class ProviderRun {
  public:
   ProviderRun(ApplicationWindow& window, int provider, const DemonstrationPad& pad,
@@ -100,8 +100,8 @@ class ProviderRun {
     button.click();
   }
 
-  // Returns when the whole signature is in the view. It ends with a tap where it began, which draws
-  // nothing anywhere, but leaves the view's path at its first point.
+  // Returns when the whole signature is in the view. The signature ends with a tap where it began,
+  // which draws nothing, but leaves the view's path at its first point.
   void sign() const {
     auto samples = virtualpads::signature();
     auto tap = samples.front();
@@ -119,7 +119,7 @@ class ProviderRun {
     const auto shown = [this] { return endsWithTap(m_window.view.path()); };
     const auto ended = [this] { return !m_window.reset.isEnabled(); };  // by a signal
     waitUntil([&] { return shown() || ended(); });
-    // Frees a pen that still waits for a reader.
+    // Releases a pen that still waits for a reader.
     if (!shown()) bus.unplug(m_port);
     const bool taken = pen.get();
     require(!ended(), "was closed before the signature was whole");
@@ -127,7 +127,7 @@ class ProviderRun {
     require(shown(), "did not bring the whole signature into the window");
   }
 
-  // While a stroke goes on, the path's last two points are one place.
+  // During a stroke, the path's last two points are the same.
   static bool endsWithTap(const QPainterPath& path) {
     const int count = path.elementCount();
     if (count < 3) return false;

@@ -1,4 +1,4 @@
-// The whole life of the window, provider after provider, with nobody at the desk.
+// A full run of the window, provider after provider, without a user.
 #ifndef VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
 #define VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
 
@@ -13,9 +13,8 @@ namespace demonstration {
 // For every provider: chooses it in the list, presses Open, signs, presses Clear, signs again,
 // presses Reset. Saves a picture of the window after each step, and of the ink pad's LCD where
 // there is one, as PNG files in `directory`, and prints their paths. `pads` are in the order of the
-// provider list. Returns the exit status for the program: 0, or 1 after one line on
-// standard error that names the step that did not come about. For the GUI thread, inside the event
-// loop.
+// provider list. Returns the exit status for the program: 0, or 1 after one line on standard error
+// that names the step that failed. GUI thread only, inside the event loop.
 int runUnattended(ApplicationWindow& window, const std::vector<DemonstrationPad>& pads,
                   const QString& directory);
 

@@ -1,4 +1,4 @@
-// What the bus and the hidapi face share. Not for the programs that use them.
+// Shared by the bus and the hidapi face. Not for the programs that use them.
 #ifndef VIRTUALPADS_HIDAPI_BUSSTATE_H
 #define VIRTUALPADS_HIDAPI_BUSSTATE_H
 
@@ -18,7 +18,7 @@ struct hid_device_;
 
 namespace virtualpads {
 
-// A pad in its port. It stays known after the unplug, for the handles that are still open on it.
+// A pad in its port. It is kept after the unplug, for the handles that are still open on it.
 struct PortState {
   std::shared_ptr<PadModel> model;
   PadModel::Identity identity;
@@ -26,7 +26,7 @@ struct PortState {
   bool plugged = true;
   bool accessible = true;
   std::vector<hid_device_*> open;  // the handles
-  long discarded = 0;              // how often an unplug or a close threw unread reports away
+  long discarded = 0;              // how often an unplug or a close discarded unread reports
 };
 
 }  // namespace virtualpads
@@ -36,7 +36,7 @@ namespace virtualpads {
 // An error text of an open node.
 struct ErrorText {
   const wchar_t* text = nullptr;  // stands for the text that hidapi allocates
-  int callsInFlight = 0;          // those that may free it
+  int callsInFlight = 0;          // calls that may free it
 };
 
 }  // namespace virtualpads
@@ -47,12 +47,12 @@ struct hid_device_ {
   bool open = true;
   std::deque<virtualpads::Bytes> unread;
   virtualpads::ErrorText error;
-  virtualpads::ErrorText readError;  // of the reads, when they have a text of their own
+  virtualpads::ErrorText readError;  // for reads, when they have a text of their own
 };
 
 namespace virtualpads {
 
-// A call that has begun: its place in the log and the faults it meets.
+// A call that has begun: its place in the log and the faults that it meets.
 struct BegunCall {
   HidCall kind;
   long number;
@@ -62,13 +62,13 @@ struct BegunCall {
   std::optional<int> returns;
   std::optional<int> cut;
 
-  // The least of `length` and what a Short fault lets through.
+  // The smaller of `length` and the limit of a Short fault.
   int limited(int length) const;
 };
 
 struct VirtualBus::State {
   struct FaultRule {
-    std::optional<HidCall> call;  // none: calls of whatever kind
+    std::optional<HidCall> call;  // none: calls of any kind
     Fault fault;
     long first;  // ordinals of the calls that meet it
     long last;
@@ -79,24 +79,24 @@ struct VirtualBus::State {
   std::mutex models;  // serialises the calls to the models; taken before `mutex`, never after it
 
   std::mutex mutex;                 // guards all that follows
-  std::condition_variable changed;  // something of it changed
+  std::condition_variable changed;  // notified when any of it changes
   std::map<Port, std::shared_ptr<PortState>> ports;
   Port lastPort = 0;
-  // Closed handles stay here until the reset, so that their use is noticed.
+  // Closed handles stay here until the reset, so that their use is detected.
   std::map<const hid_device_*, std::shared_ptr<hid_device_>> handles;
   std::chrono::milliseconds readTimeout{0};
   ErrorTexts errorTexts = ErrorTexts::OnePerHandle;
   std::vector<FaultRule> faults;
-  Counts ordinals{};  // for the faults; never start again
+  Counts ordinals{};  // for the faults; never reset
   long ordinal = 0;
   long lateEpoch = 0;
   std::deque<CallRecord> log;
-  long firstLogged = 0;  // the number of the call in front of the log
+  long firstLogged = 0;  // the number of the first call in the log
   Counts begun{};
   Counts returned{};
   long misuses = 0;
 
-  // All of these are called with `mutex` held.
+  // Call all of these with `mutex` held.
   BegunCall begin(HidCall kind, int argument, Bytes bytes);
   void holdBackLateCall(std::unique_lock<std::mutex>& lock, const BegunCall& call);
   void end(const BegunCall& call, int result);

@@ -30,7 +30,7 @@ Bytes copied(const unsigned char* data, std::size_t length) {
   return data ? Bytes(data, data + length) : Bytes();
 }
 
-// The open handle behind a pointer of the caller; null, and a misuse, when there is none.
+// The open handle for a caller's pointer; null, and a misuse, when there is none.
 std::shared_ptr<hid_device_> openHandle(FaceAccess::State& bus, const hid_device* dev) {
   const auto found = bus.handles.find(dev);
   if (found == bus.handles.end() || !found->second->open) {
@@ -40,8 +40,8 @@ std::shared_ptr<hid_device_> openHandle(FaceAccess::State& bus, const hid_device
   return found->second;
 }
 
-// One call of the program under test: in the log from its construction to `end`, with the bus
-// locked all the while, except where it waits or asks a model.
+// One call of the program under test. It is in the log from its construction to `end`. The bus
+// stays locked throughout, except while the call waits or calls a model.
 struct Call {
   FaceAccess::State& bus = FaceAccess::state();
   std::unique_lock<std::mutex> lock;
@@ -50,7 +50,7 @@ struct Call {
   Call(HidCall kind, int argument, Bytes bytes = {})
       : lock(bus.mutex), begun(bus.begin(kind, argument, std::move(bytes))) {}
 
-  // For a call that names no pad: an Unplug fault takes them all.
+  // For a call that names no pad: an Unplug fault unplugs all pads.
   void unplugAllIfTold() {
     if (begun.unplug) {
       for (const auto& [number, port] : bus.ports) {
@@ -59,7 +59,8 @@ struct Call {
     }
   }
 
-  // Asks a model while the bus is not locked, so that a slow model holds up no other pad's reports.
+  // Calls a model while the bus is not locked, so that a slow model does not delay the reports of
+  // other pads.
   template <typename Ask>
   auto askModel(const hid_device_& handle, Ask ask) {
     lock.unlock();
@@ -70,7 +71,8 @@ struct Call {
     return answer;
   }
 
-  // Waits until `over` holds; a negative time-out waits for ever. False when it passed before.
+  // Waits until `over` holds; a negative time-out waits forever. False when the time-out passed
+  // first.
   template <typename Condition>
   bool waitFor(std::chrono::milliseconds timeout, Condition over) {
     if (timeout.count() < 0) {
@@ -88,8 +90,8 @@ struct Call {
   }
 };
 
-// hidapi frees an error text whenever it is about to set another. Any other call in flight that
-// uses the same text may be about to do the same, and then it is freed twice.
+// hidapi frees an error text whenever it is about to set another one. Any other call in flight that
+// uses the same text may do the same, and the text is then freed twice.
 void freeErrorText(FaceAccess::State& bus, ErrorText& error) {
   if (error.text && error.callsInFlight > 1) {
     ++bus.misuses;
@@ -97,7 +99,7 @@ void freeErrorText(FaceAccess::State& bus, ErrorText& error) {
   error.text = nullptr;
 }
 
-// When a call frees its old error text for certain; one that fails does so at its end too.
+// When a call always frees its old error text. A call that fails also frees it at its end.
 enum class OldText { FreedAtStart, FreedAtEnd };
 
 // The calls that exchange reports. `work` takes the call, the handle and the greatest length to
@@ -134,7 +136,7 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
   return call.end(result);
 }
 
-// The kernel refuses a feature request without a buffer and one shorter than the id and a byte.
+// The kernel rejects a feature request without a buffer, and one shorter than the id and one byte.
 bool isFeatureRequest(const unsigned char* data, std::size_t length) {
   return data && length >= 2;
 }
@@ -178,7 +180,7 @@ bool matches(const PadModel::Identity& identity, unsigned short vendor, unsigned
          (product == 0 || product == identity.product);
 }
 
-// The first pad in the order of plugging that shows a node and has exactly these ids.
+// The first pad, in the order of plugging, that shows a node and has exactly these ids.
 std::shared_ptr<PortState> firstMatch(const FaceAccess::State& bus, unsigned short vendor,
                                       unsigned short product) {
   for (const auto& [number, port] : bus.ports) {
@@ -252,7 +254,7 @@ hid_device* hid_open(unsigned short vendor_id, unsigned short product_id,
   if (port && call.begun.unplug) {
     call.bus.unplug(*port);
   }
-  // The pads have no serial number string for the bus.
+  // The pads have no serial number string on the bus.
   const bool serialFits = !serial_number || *serial_number == L'\0';
   if (port && port->plugged && port->accessible && serialFits && !call.begun.returns) {
     auto handle = std::make_shared<hid_device_>();

@@ -1,4 +1,4 @@
-// An open file, closed at the end of its life.
+// An open file that is closed by the destructor.
 #ifndef VIRTUALPADS_KERNEL_FILEDESCRIPTOR_H
 #define VIRTUALPADS_KERNEL_FILEDESCRIPTOR_H
 

@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Hears of every device that comes or goes.
+// Receives an event for every device that comes or goes.
 FileDescriptor listenForDevices() {
   FileDescriptor listener(
       socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT));
@@ -34,7 +34,7 @@ FileDescriptor listenForDevices() {
   return listener;
 }
 
-// False when the limit passed without news.
+// False when the time limit passed without an event.
 bool waitForNews(const FileDescriptor& listener, Clock::time_point limit) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now());
   pollfd watched{listener.get(), POLLIN, 0};
@@ -59,7 +59,8 @@ bool hasPhysicalPath(const std::filesystem::path& device, const std::string& phy
 }
 
 std::string findNode(const std::string& physicalPath) {
-  std::error_code missing;  // no class directory, or an entry that goes while we look: no node yet
+  std::error_code
+      missing;  // no class directory, or an entry that goes during the search: no node yet
   for (const auto& node : std::filesystem::directory_iterator("/sys/class/hidraw", missing)) {
     if (hasPhysicalPath(node.path() / "device", physicalPath)) {
       return "/dev/" + node.path().filename().string();
@@ -76,10 +77,10 @@ std::string waitForHidrawNode(const std::string& physicalPath, std::chrono::mill
   std::string node = findNode(physicalPath);
   std::error_code missing;
   bool inTime = true;
-  // The kernel lists a node before it makes its file.
+  // The kernel lists a node before it creates its file.
   while (inTime && !std::filesystem::exists(node, missing)) {
     inTime = waitForNews(listener, end);
-    // When the time is over, too, and then without a file: a container may get no news, and may
+    // Also when the time is over, and then without a file: a container may get no events, and may
     // have a /dev of its own.
     node = findNode(physicalPath);
   }

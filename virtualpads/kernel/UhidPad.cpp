@@ -27,13 +27,13 @@ std::system_error systemError(const std::string& what) {
   return {errno, std::generic_category(), what};
 }
 
-// Names each plugging of each pad, so that its node can be found in sysfs.
+// A name for each plugging of each pad, by which its node can be found in sysfs.
 std::string newPhysicalPath() {
   static std::atomic<unsigned> count{0};
   return "virtualpads/" + std::to_string(getpid()) + "." + std::to_string(++count);
 }
 
-// Leaves the field's last byte zero, which ends the text.
+// Leaves the field's last byte zero as the terminator.
 void copyText(std::uint8_t* field, std::size_t size, const std::string& text) {
   std::copy_n(text.data(), std::min(text.size(), size - 1), field);
 }
@@ -139,7 +139,7 @@ void UhidPad::takeAway() {
   joinEventThread();
 }
 
-// A pad that a fault unplugged has ended its event thread already, but nobody has joined it.
+// A pad that was unplugged by a fault has ended its event thread, but nobody has joined it yet.
 void UhidPad::joinEventThread() {
   if (m_eventThread.joinable()) {
     eventfd_write(m_stop.get(), 1);
@@ -229,7 +229,7 @@ bool UhidPad::waitFor(std::chrono::seconds limit, const std::function<bool()>& c
   return m_changed.wait_for(lock, limit, condition);
 }
 
-// From here on m_mutex is held, except at the top of the event loop.
+// m_mutex is held from here on, except at the top of the event loop.
 
 bool UhidPad::write(const uhid_event& event) const {
   return ::write(m_device.get(), &event, sizeof event) == ssize_t{sizeof event};

@@ -1,6 +1,6 @@
-// The kernel face: puts a pad model behind /dev/uhid, the kernel's way to make a HID device in user
-// space. While the pad is plugged the kernel shows a real /dev/hidrawN with the model's identity
-// and report descriptor, and any program that uses hidapi finds it.
+// The kernel face: puts a pad model behind /dev/uhid, the kernel's interface for HID devices in
+// user space. While the pad is plugged, the kernel shows a real /dev/hidrawN with the model's
+// identity and report descriptor, and any program that uses hidapi finds it.
 //
 // Linux only. Making a pad needs read and write permission on /dev/uhid.
 //
@@ -41,11 +41,11 @@ struct FeatureRequest {
   bool operator==(const FeatureRequest&) const = default;
 };
 
-// What a feature request meets instead of its plain answer.
+// What happens to a feature request instead of its plain answer.
 struct FeatureFault {
   enum class Kind {
-    Refuse,  // the request fails; the model never hears of it
-    Short,   // a get delivers only the first `bytes` bytes; a set is not changed by it
+    Refuse,  // the request fails without reaching the model
+    Short,   // a get delivers only the first `bytes` bytes; no effect on a set
     Late,  // the answer is held back until releaseLateAnswers (the kernel itself waits 5 s at most)
     Unplug,  // the pad is unplugged while the program waits for the answer
   };
@@ -62,8 +62,8 @@ class UhidPad {
   static constexpr std::size_t kLoggedRequests = 10000;
   static constexpr int kAlways = -1;
 
-  // A pad that is not plugged. `openDevice` is called by each plug; tests put a socket in the place
-  // of the kernel there.
+  // A pad that is not plugged. Each plug calls `openDevice`; tests use it to put a socket in place
+  // of the kernel.
   explicit UhidPad(std::shared_ptr<PadModel> model,
                    std::function<FileDescriptor()> openDevice = openUhid);
   // Unplugs.
@@ -71,39 +71,39 @@ class UhidPad {
   UhidPad(const UhidPad&) = delete;
   UhidPad& operator=(const UhidPad&) = delete;
 
-  // Makes the device and returns when the kernel has started it; the node may appear a moment later
-  // (see waitForNode). Does nothing when the pad is plugged. Throws std::system_error when
-  // /dev/uhid can't be opened, the process may have no more open files, or the kernel does not
-  // start the device within 5 s (it refuses report descriptors that it can't parse, without saying
-  // so); the pad is then not plugged.
+  // Creates the device and returns when the kernel has started it; the node may appear slightly
+  // later (see waitForNode). Does nothing when the pad is plugged. Throws std::system_error, and
+  // leaves the pad unplugged, when /dev/uhid can't be opened, the process has too many open
+  // files, or the kernel does not start the device within 5 s (it silently rejects report
+  // descriptors that it can't parse).
   void plug();
-  // Takes the device away, at any moment: its node is gone when this returns, requests that wait
+  // Removes the device, at any moment: its node is gone when this returns, and requests that wait
   // for an answer fail. Programs that have the node open notice at their next call. Does nothing
   // when the pad is not plugged.
   void unplug();
   bool plugged() const;
 
-  // Waits for the node, such as "/dev/hidraw0", and returns its path. Empty when the pad is not
+  // Waits for the node and returns its path, such as "/dev/hidraw0". Empty when the pad is not
   // plugged, or when the node has not appeared after 30 s. Throws std::system_error when it may not
-  // listen for the kernel's news of devices.
+  // listen for the kernel's device events.
   std::string waitForNode() const;
 
-  // Whether any program has the node open. The two waits give false when that has not come about
-  // after 30 s. The kernel tells the pad that its node is open a moment before it begins to keep
-  // reports for the program: one that is sent right then may be lost.
+  // Whether any program has the node open. The two waits return false after 30 s. The kernel
+  // reports that the node is open a moment before it starts to keep reports for the program: a
+  // report sent in that moment may be lost.
   bool open() const;
   bool waitUntilOpen() const;
   bool waitUntilClosed() const;
 
-  // Puts an input report on the wire. False when the pad is not plugged or the report is longer
-  // than the 4096 bytes that uhid can carry. The kernel drops the report silently where no program
-  // has the node open, and for each program that has 63 unread ones: the sender has to pace itself
-  // by what the reader confirms.
+  // Sends an input report. False when the pad is not plugged or the report is longer than the 4096
+  // bytes that uhid can carry. The kernel silently drops the report when no program has the node
+  // open, and for each program that has 63 unread ones: the sender must pace itself by what the
+  // reader confirms.
   bool send(const Bytes& report);
   // The same, with the model's report for that pen state.
   bool sendPen(const PenState& pen);
 
-  // Runs `look` on the model while no request can touch it.
+  // Calls `look` with the model while no request can touch it.
   void withModel(const std::function<void(PadModel&)>& look);
 
   // The next `times` requests of that kind for that report (kAlways: all of them) meet the fault. A

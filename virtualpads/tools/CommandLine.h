@@ -1,4 +1,4 @@
-// What vela-virtual-pad is asked to do.
+// The command line of vela-virtual-pad.
 #ifndef VIRTUALPADS_TOOLS_COMMANDLINE_H
 #define VIRTUALPADS_TOOLS_COMMANDLINE_H
 
@@ -12,15 +12,15 @@
 namespace virtualpads {
 
 struct CommandLine {
-  bool help = false;     // the rest does not matter then
-  bool version = false;  // nor then
+  bool help = false;     // the rest is then ignored
+  bool version = false;  // likewise
   PadKind pad = PadKind::Usb;
   std::optional<std::string> replay = std::nullopt;  // the recording to read
   std::optional<std::string> record = std::nullopt;  // the recording to write
   bool operator==(const CommandLine&) const = default;
 };
 
-// Arguments that make no sense; what() tells why.
+// Invalid arguments; what() gives the reason.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

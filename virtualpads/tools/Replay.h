@@ -12,7 +12,7 @@
 
 namespace virtualpads {
 
-// The recording is one of another pad; what() says of which.
+// The recording was made of another pad; what() names it.
 class OtherPadError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,9 +21,9 @@ class OtherPadError : public std::runtime_error {
 // Throws OtherPadError unless the recording was made of a pad with this vendor and product id.
 void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording);
 
-// Sends all reports in their order. Before each one `waitUntil` is called with the time that should
-// have passed by then since the first one; `send` returns false for a report that nobody got.
-// Returns the number of those. Any thread.
+// Sends all reports in order. Before each one, calls `waitUntil` with the time at which it is due,
+// counted from the first one. `send` returns false for a report that nobody got. Returns the number
+// of those reports. Any thread.
 std::size_t replay(const Recording& recording,
                    const std::function<void(std::chrono::microseconds)>& waitUntil,
                    const std::function<bool(const Bytes&)>& send);

@@ -1,4 +1,4 @@
-// Says why /dev/uhid could not be used, and what mends that.
+// Explains why /dev/uhid could not be used, and how to fix it.
 #ifndef VIRTUALPADS_TOOLS_UHIDTROUBLE_H
 #define VIRTUALPADS_TOOLS_UHIDTROUBLE_H
 
@@ -7,7 +7,7 @@
 
 namespace virtualpads {
 
-// One line without its end. Any thread.
+// One line without a line end. Any thread.
 std::string uhidTrouble(const std::system_error& error);
 
 }  // namespace virtualpads

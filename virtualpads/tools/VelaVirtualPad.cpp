@@ -1,4 +1,4 @@
-// vela-virtual-pad: plugs a pad made of software into this computer.
+// vela-virtual-pad: plugs a virtual pad into this computer.
 #include <QApplication>
 #include <cerrno>
 #include <chrono>
@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kFailure = 1;
 constexpr int kUsageError = 2;
 
-// The kernel tells that a program has opened the pad a moment before it keeps reports for it.
+// The kernel reports that a program has opened the pad a moment before it keeps reports for it.
 constexpr std::chrono::milliseconds kPauseAfterOpening{100};
 
 int fail(const std::string& complaint) {
@@ -37,7 +37,7 @@ int fail(const std::string& complaint) {
   return kFailure;
 }
 
-// The node that the pad is at, or nothing after a complaint.
+// The pad's node, or nothing after an error message.
 std::optional<std::string> plug(UhidPad& pad) {
   try {
     pad.plug();
@@ -92,7 +92,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
   return 0;
 }
 
-// The toolkit aborts where it finds no display. What it says before that tells why.
+// The toolkit aborts when it finds no display. The messages that it prints before give the reason.
 void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
                                const QString& message) {
   if (type == QtFatalMsg) {
@@ -103,7 +103,7 @@ void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context
 
 int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
               const std::optional<std::string>& file) {
-  // Before the pad is plugged and a recording is replaced.
+  // Installed before the pad is plugged and a recording is replaced.
   const QtMessageHandler handler = qInstallMessageHandler(exitWhereThereIsNoDisplay);
   QApplication application(argc, argv);
   qInstallMessageHandler(handler);
@@ -140,7 +140,7 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
 }
 
 int run(int argc, char** argv) {
-  // Each line is out at once, also into a pipe.
+  // Each line is written at once, also to a pipe.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   CommandLine line;
   try {

@@ -9,7 +9,7 @@
 
 namespace virtualpads {
 
-// For the GUI thread.
+// GUI thread only.
 class FeatureTable : public QTableWidget {
   Q_OBJECT
 
@@ -18,7 +18,7 @@ class FeatureTable : public QTableWidget {
 
   explicit FeatureTable(const std::vector<NamedReport>& reports);
 
-  // Counts the report and shows its bytes. One that is not known gets a line of its own at the end.
+  // Counts the report and shows its bytes. An unknown report gets a row of its own at the end.
   void take(const WatchedPad::FeatureReport& report);
 
   QSize sizeHint() const override;

@@ -1,4 +1,4 @@
-// Bytes as people read them.
+// Bytes as hexadecimal text.
 #ifndef VIRTUALPADS_WINDOW_HEXTEXT_H
 #define VIRTUALPADS_WINDOW_HEXTEXT_H
 
@@ -10,7 +10,7 @@
 
 namespace virtualpads {
 
-// "20 4e 02": two digits for each byte. Of more than 65 bytes the first ones and their number.
+// "20 4e 02": two digits for each byte. More than 65 bytes are cut, and their number is appended.
 inline QString hexText(std::span<const std::uint8_t> bytes) {
   constexpr std::size_t kMost = 65;
   const auto shown = bytes.first(std::min(bytes.size(), kMost));

@@ -9,12 +9,12 @@
 
 namespace virtualpads {
 
-// A small picture of one of the bitmaps that make up the LCD's.
+// A thumbnail of one of the bitmaps that make up the LCD's picture.
 class LcdThumbnail : public QWidget {
  public:
   LcdThumbnail();
 
-  // Shown pale while the LCD does not show that bitmap.
+  // The bitmap is pale while the LCD does not show it.
   void setBitmap(const QImage& bitmap, bool visible);
 
   QSize sizeHint() const override;

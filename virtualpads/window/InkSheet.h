@@ -1,4 +1,4 @@
-// A sheet that takes ink, for the pads whose own screen the models do not draw.
+// A sheet that takes ink, for pads whose own screen the models do not draw.
 #ifndef VIRTUALPADS_WINDOW_INKSHEET_H
 #define VIRTUALPADS_WINDOW_INKSHEET_H
 
@@ -10,7 +10,7 @@
 
 namespace virtualpads {
 
-// For the GUI thread.
+// GUI thread only.
 class InkSheet {
  public:
   // A sheet of the size of the pad's surface, without ink.
@@ -20,7 +20,7 @@ class InkSheet {
   void movePen(const PenState& pen, bool inking);
   void wipe();
 
-  // The ink over that paper.
+  // The ink on paper of that colour.
   QImage picture(QColor paper) const;
 
  private:

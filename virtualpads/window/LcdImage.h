@@ -15,7 +15,7 @@ struct LcdColors {
 inline constexpr LcdColors kLitLcd{0xFFE3EBD9, 0xFF1A2419};
 inline constexpr LcdColors kUnlitLcd{0xFF98A293, 0xFF262C26};
 
-// A picture of its own, 320 x 240, one pixel for each of the LCD.
+// An independent picture of 320 x 240, one pixel for each pixel of the LCD.
 inline QImage lcdImage(const InkPad::Picture& bitmap, const LcdColors& colors) {
   QImage image = QImage(bitmap.data(), InkPad::kLcdWidth, InkPad::kLcdHeight, InkPad::kLcdRowBytes,
                         QImage::Format_MonoLSB)

@@ -1,5 +1,5 @@
-// How one kind of pad shows itself in a PadWindow: what is on its surface, what state it is in, and
-// what its feature reports are called.
+// How one kind of pad is shown in a PadWindow: its surface, its state, and the names of its feature
+// reports.
 #ifndef VIRTUALPADS_WINDOW_PADPORTRAIT_H
 #define VIRTUALPADS_WINDOW_PADPORTRAIT_H
 
@@ -23,7 +23,7 @@ struct NamedReport {
   const char* name;
 };
 
-// The widget shows the state. For the GUI thread.
+// The widget shows the state. GUI thread only.
 class PadPortrait : public QWidget {
  public:
   // Shows what every pad has: its ids and its size.
@@ -32,20 +32,20 @@ class PadPortrait : public QWidget {
   // In the order of the ids.
   virtual std::vector<NamedReport> featureReports() const = 0;
 
-  // What happened to the pad, in the order in which it happened.
+  // Called for what happened to the pad, in the order in which it happened.
   virtual void penMoved(const PenState&) {}
   virtual void featureReport(const WatchedPad::FeatureReport&) {}
 
-  // Takes over the state in which the model is now, after all that happened.
+  // Shows the model's current state, after all that happened.
   virtual void showState(const PadModel& pad) = 0;
 
   virtual SurfaceView surface() const = 0;
 
  protected:
-  // Appends a line: what it is, and a label for the value with that object name.
+  // Appends a row: a title, and a label with that object name for the value.
   QLabel* addState(const QString& title, const char* objectName);
   void addState(const QString& title, QLayout* value);
-  // Appends something below all lines.
+  // Appends a layout below all rows.
   void addBelow(QLayout* layout);
 
  private:
@@ -53,8 +53,8 @@ class PadPortrait : public QWidget {
   QFormLayout* m_form;
 };
 
-// A portrait for that model. A kind of pad that has none of its own gets that of the pads without a
-// display.
+// A portrait for that model. A kind of pad without a portrait of its own gets that of the pads
+// without a display.
 std::unique_ptr<PadPortrait> makePortrait(const PadModel& pad);
 
 }  // namespace virtualpads

@@ -24,7 +24,7 @@ const QColor kPenColor(0xD9, 0x48, 0x0F);
 constexpr int kComfortableWidth = 640;
 constexpr int kSmallestWidth = 320;
 
-// Writes with the lower left corner.
+// The tip is the lower left corner.
 QCursor penCursor(double devicePixelRatio) {
   constexpr int kSize = 24;
   QPixmap picture(QSize(kSize, kSize) * devicePixelRatio);
@@ -64,7 +64,7 @@ void PadSurface::setPen(const PenState& pen) {
   update();
 }
 
-// Whole device pixels, so that a display's pixels stay equally large.
+// In whole device pixels, so that a display's pixels stay equally large.
 QRectF PadSurface::surfaceRect() const {
   const double ratio = devicePixelRatioF();
   const QRectF room = QRectF(rect().marginsRemoved(kCase));
@@ -143,7 +143,7 @@ void PadSurface::mouseReleaseEvent(QMouseEvent* event) {
   }
 }
 
-// All of them are taken, so that no mouse events are made of those that are left.
+// Accepts all tablet events, because Qt turns unaccepted ones into mouse events.
 void PadSurface::tabletEvent(QTabletEvent* event) {
   event->accept();
   if (event->type() == QEvent::TabletMove) {
@@ -177,7 +177,7 @@ void PadSurface::showPointer(const QSinglePointEvent& event) {
 
 void PadSurface::press(const QSinglePointEvent& event, double pressure) {
   if (m_writer == event.pointingDevice()) {
-    lift();  // the desktop has kept the lift to itself
+    lift();  // the desktop did not deliver the lift
   }
   if (m_writer != nullptr || !surfaceRect().contains(event.position())) {
     return;

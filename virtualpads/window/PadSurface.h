@@ -1,5 +1,5 @@
-// The writing surface of a pad on the screen: shows what the surface shows and takes the pen. Over
-// the surface the pointer is a pen.
+// The writing surface of a pad on the screen: shows what the surface shows and takes pen input.
+// Over the surface, the pointer is a pen.
 #ifndef VIRTUALPADS_WINDOW_PADSURFACE_H
 #define VIRTUALPADS_WINDOW_PADSURFACE_H
 
@@ -17,30 +17,30 @@
 
 namespace virtualpads {
 
-// What is to be seen on a surface.
+// What a surface shows.
 struct SurfaceView {
   QImage picture;       // fills the surface and gives its proportions
-  bool pixels = false;  // they are a display's pixels: enlarged by whole numbers, never smoothed
-  std::optional<QRect> region = std::nullopt;  // a rectangle in the picture to be marked
+  bool pixels = false;  // a display's pixels: enlarged by whole numbers, never smoothed
+  std::optional<QRect> region = std::nullopt;  // a rectangle in the picture to mark
 };
 
-// Written on with the mouse's left button or the tip of a tablet's pen. For the GUI thread.
+// Written on with the mouse's left button or the tip of a tablet's pen. GUI thread only.
 class PadSurface : public QWidget {
   Q_OBJECT
 
  public:
-  // The pressure of a mouse, which tells none.
+  // The pressure of a mouse, which reports none.
   static constexpr double kMousePressure = 0.5;
 
-  // `send` gets the samples of whoever writes here, 200 a second while the pen is down. `name` is
-  // what stands on the case. Each later view has a picture of the same size as the first.
+  // `send` receives the samples written here, 200 a second while the pen is down. `name` is shown
+  // on the case. All later views have a picture of the same size as the first.
   PadSurface(QString name, SurfaceView view, std::function<void(const PenState&)> send);
 
   void setView(SurfaceView view);
-  // Where to mark a pen, of this surface or of anybody who moves one; none while it is lifted.
+  // Where to mark the pen, whoever moves it. There is no mark while the pen is lifted.
   void setPen(const PenState& pen);
 
-  // Where the surface is in the widget, inside the case.
+  // The place of the surface in the widget, inside the case.
   QRectF surfaceRect() const;
 
   QSize sizeHint() const override;
@@ -71,7 +71,7 @@ class PadSurface : public QWidget {
   std::optional<PenState> m_pen;
   bool m_pointerIsPen = false;
   const QPointingDevice* m_writer = nullptr;  // the device whose pen is down
-  QMetaObject::Connection m_writerGone;       // lifts the pen of a device that is pulled out
+  QMetaObject::Connection m_writerGone;       // lifts the pen when its device is removed
   PenSampler m_sampler;
   QElapsedTimer m_clock;
   QTimer m_sampling;

@@ -50,7 +50,7 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   m_nextFrame.setSingleShot(true);
   m_nextFrame.setInterval(kFrameMilliseconds);
   connect(&m_nextFrame, &QTimer::timeout, this, &PadWindow::catchUp);
-  // Before the first look, so that nothing is missed in between.
+  // Before the first look, so that no event is missed in between.
   m_pad->watch([this](const WatchedPad::Event& event) { receive(event); });
   m_pad->look([this](const PadModel& model) {
     m_portrait = makePortrait(model).release();
@@ -89,11 +89,11 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   all->addLayout(upper, 1);
   all->addLayout(penForm);
   all->addWidget(m_features);
-  // Qt's own first size would be cut to two thirds of the screen.
+  // Qt would limit the first size to two thirds of the screen.
   resize(sizeHint().boundedTo(screen()->availableSize()));
 }
 
-// A pen that is down is lifted when Qt hides the window after this.
+// Qt hides the window after this, which lifts a pen that is down.
 PadWindow::~PadWindow() {
   m_pad->watch({});
 }

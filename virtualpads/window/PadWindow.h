@@ -1,7 +1,8 @@
-// A pad on the screen: written on with the mouse or a tablet, and showing what a program put on it.
+// A pad in a window, to write on with the mouse or a tablet, which also shows what a program put on
+// the pad.
 //
-// The window knows nothing of the face that its pad is behind. It hears of the pad from a
-// WatchedPad, and sends the pen through a function.
+// The window knows nothing of the pad's face. It receives the pad's events from a WatchedPad, and
+// sends the pen through a function.
 #ifndef VIRTUALPADS_WINDOW_PADWINDOW_H
 #define VIRTUALPADS_WINDOW_PADWINDOW_H
 
@@ -20,15 +21,15 @@
 
 namespace virtualpads {
 
-// For the GUI thread; the pad may be used on any thread meanwhile.
+// GUI thread only; the pad may be used on any thread in the meantime.
 class PadWindow : public QWidget {
  public:
-  // Puts the pen's report on the wire, by way of the pad's inputReport. Called on the GUI thread,
-  // 200 times a second while somebody writes in the window; must not wait for long.
+  // Sends the pen's report, made by the pad's inputReport. Called on the GUI thread, 200 times a
+  // second while somebody writes in the window; must not wait for long.
   using SendPen = std::function<void(const PenState&)>;
 
-  // The window is the pad's observer for as long as it lives. It may be made before the pad is
-  // plugged and afterwards. Its title says which pad it is, and that it is a virtual one.
+  // The window observes the pad for as long as it lives. It may be created before or after the pad
+  // is plugged. Its title names the pad and says that it is virtual.
   PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen);
   ~PadWindow() override;
 

@@ -1,5 +1,5 @@
-// Makes a pen that is sampled at a steady rate, as a pad does it, out of a pointer that reports its
-// moves whenever it likes.
+// Turns a pointer that reports its moves at any time into a pen that is sampled at a steady rate,
+// as a pad does it.
 #ifndef VIRTUALPADS_WINDOW_PENSAMPLER_H
 #define VIRTUALPADS_WINDOW_PENSAMPLER_H
 
@@ -19,22 +19,22 @@ struct PointerState {
 };
 
 // `now` is the pad's clock in milliseconds and never goes back. The results are the samples to
-// send, in their order. Not thread-safe.
+// send, in order. Not thread-safe.
 class PenSampler {
  public:
   static constexpr std::uint32_t kPeriod = 5;  // milliseconds
-  // When nobody asked for longer than that many periods, the older samples are lost, as they are
-  // when a program does not read.
+  // When more than this many periods pass between two calls, the older samples are lost, as they
+  // are when a program does not read.
   static constexpr std::uint32_t kMostPeriods = 20;
 
   // The pen touches; gives the first sample. Must not be down.
   std::vector<PenState> press(const PointerState& pointer, std::uint32_t now);
-  // Where the pen is now. It counts from the next sample on.
+  // Where the pen is now. Takes effect with the next sample.
   void move(const PointerState& pointer);
-  // The samples that have become due since the last one, evenly on the way to where the pen is.
+  // The samples that are due since the last one, evenly spaced on the way to where the pen is.
   std::vector<PenState> sample(std::uint32_t now);
-  // The pen leaves the surface: what is due, the place where it was last, and the lifted pen.
-  // Nothing when it is not down.
+  // The pen leaves the surface: the samples that are due, one at its last place, and the lifted
+  // pen. Nothing when the pen is not down.
   std::vector<PenState> lift(std::uint32_t now);
 
   bool down() const { return m_down; }

@@ -1,5 +1,5 @@
-// The pads without a display: the USB pad and the pad II. What the pen wrote last is shown as a
-// trace that the real pad does not have, so that one sees what one does.
+// The pads without a display: the USB pad and the pad II. Shows what the pen wrote last as a trace
+// that the real pad does not have, so that users see what they write.
 #ifndef VIRTUALPADS_WINDOW_PLAINPORTRAIT_H
 #define VIRTUALPADS_WINDOW_PLAINPORTRAIT_H
 

@@ -17,7 +17,7 @@ constexpr std::uint8_t kKeepAliveId = 26;
 
 constexpr int kPenMode = 1;
 
-// A program sends its keep-alives by the processor time it has used: of one that waits for a pen a
+// A program sends keep-alives by the processor time that it has used. While it waits for a pen, a
 // few seconds may pass between two.
 constexpr int kLampMilliseconds = 5000;
 constexpr int kLampSize = 14;

@@ -1,5 +1,5 @@
-// Stands in front of a pad model and tells what happens to the pad: what it sends, and which
-// feature reports reach it. A face takes it as it takes any model.
+// Wraps a pad model and reports what happens to the pad: the reports that it sends, and the feature
+// reports that reach it. A face takes it like any other model.
 #ifndef VIRTUALPADS_WINDOW_WATCHEDPAD_H
 #define VIRTUALPADS_WINDOW_WATCHEDPAD_H
 
@@ -12,7 +12,7 @@
 
 namespace virtualpads {
 
-// All operations may be called on any thread: unlike other models this one serialises the calls
+// All operations may be called on any thread: unlike other models, this one serialises the calls
 // itself.
 class WatchedPad : public PadModel {
  public:
@@ -32,13 +32,13 @@ class WatchedPad : public PadModel {
 
   explicit WatchedPad(std::shared_ptr<PadModel> pad);
 
-  // From now on the observer hears of each event, on the thread that caused it and before the
-  // causing call returns; it must not call back into the pad. An empty observer ends that: once
-  // this has returned, the one before is not called any more.
+  // From now on, the observer is called for each event, on the thread that caused it and before the
+  // causing call returns. It must not call back into the pad. An empty observer ends that: the
+  // previous one is not called any more once this has returned.
   void watch(Observer observer);
 
-  // Runs `see` on the model behind while nothing can change it; it must not call back into this
-  // pad.
+  // Calls `see` with the wrapped model while nothing can change it. `see` must not call back into
+  // this pad.
   void look(const std::function<void(const PadModel&)>& see) const;
 
   Identity identity() const override;
