@@ -89,7 +89,7 @@ TEST_F(AppDelegateTest, QuitNowGoesToTheController) {
   EXPECT_THAT(takeLog(), ElementsAre("CloseConnection", "CloseProvider"));
 }
 
-// As newer versions of Qt do when they are asked to quit while they do so already.
+// As newer versions of Qt behave when asked to quit while already quitting.
 TEST_F(AppDelegateTest, SecondAnnouncementOfTheEndHasNoEffect) {
   delegate.applicationDidFinishLaunching(nullptr);
   takeLog();
@@ -100,8 +100,8 @@ TEST_F(AppDelegateTest, SecondAnnouncementOfTheEndHasNoEffect) {
 
 // --- the end of the application ---
 
-// A reset is "CloseConnection" and "CloseProvider". Quit makes one before it requests the end, and
-// the end makes one whoever requested it.
+// A reset logs "CloseConnection" and "CloseProvider". Quit resets before it requests the end, and
+// the end itself resets no matter what requested it.
 struct Ending {
   const char* name;
   void (*request)();
@@ -129,7 +129,7 @@ const Ending kEndings[] = {
     {"SIGHUP", [] { std::raise(SIGHUP); }, kTwoResets},
 };
 
-// Connected as main does it.
+// Connected as in main.
 class EndTest : public AppDelegateTest, public testing::WithParamInterface<Ending> {
  protected:
   EndTest() {
@@ -160,7 +160,7 @@ TEST_P(EndTest, OfAConnectedApplication) {
   EXPECT_EQ(takeLog(), GetParam().resets);
 }
 
-// All event loops end then, the innermost first.
+// All event loops then end, the innermost first.
 TEST_P(EndTest, FromASlotThatHandlesEventsItself) {
   QObject::connect(controller().m_OpenButton, &QPushButton::clicked, &delegate, [this] {
     takeLog();

@@ -13,7 +13,7 @@
 #include "Queue.h"
 #include "RecordingView.h"
 
-// What a process says last that ends in a fatal error.
+// The last line that a process prints when it ends in a fatal error.
 inline auto endsIn(const std::string& brokenInvariant) {
   return testing::EndsWith("fatal error: " + brokenInvariant + "\n");
 }
@@ -28,12 +28,12 @@ class FreshApplication : public testing::Test {
   }
   ~FreshApplication() override { m_mainWindowController = nullptr; }
 
-  // Forgets what was written down so far and returns it.
+  // Returns the log and clears it.
   static std::vector<std::string> takeLog() { return std::exchange(fakevela::state().log, {}); }
 };
 
 // A controller as it is after the application has started, with a recording view in place of the
-// form's and the changes of its buttons written down.
+// form's view. Changes of its buttons are logged.
 class StartedController : public FreshApplication {
  protected:
   StartedController() {

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Long enough for a loaded machine; a test that works never waits for it.
+// Long enough for a loaded machine; a passing test never waits that long.
 constexpr int kDeadlineMs = 60'000;
 
 constexpr auto kNoAnswer = "no answer";
@@ -67,7 +67,7 @@ DeskProcess::End DeskProcess::end() {
           .lastSaid = m_lastSaid};
 }
 
-// The next line on standard error that is the desk's; Qt and the drivers write there too.
+// The desk's next line on standard error. Qt and the drivers write there too.
 std::string DeskProcess::answer() {
   const std::string mark = "desk: ";
   m_process.setReadChannel(QProcess::StandardError);

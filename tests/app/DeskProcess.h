@@ -1,4 +1,4 @@
-// The application as a process of its own, with a person at its desk who does what the test says.
+// The application as a separate process, operated by the test through orders.
 #ifndef TESTS_APP_DESKPROCESS_H
 #define TESTS_APP_DESKPROCESS_H
 
@@ -9,37 +9,37 @@
 class DeskProcess {
  public:
   // Starts the application and waits until its window is shown. `prepare` runs in the new process
-  // before the application does; a hangup is not ignored there.
+  // before the application starts; SIGHUP is not ignored there.
   explicit DeskProcess(
       const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
       const std::function<void()>& prepare = [] {});
 
-  // Kills it if it still runs.
+  // Kills the process if it is still running.
   ~DeskProcess();
 
-  // Gives an order (VirtualDesk.cpp lists them) and returns the answer; "no answer" when the
+  // Sends an order (listed in VirtualDesk.cpp) and returns the answer, or "no answer" if the
   // process ends instead.
   std::string order(const std::string& line);
 
-  // Waits for a line on standard output, and returns it with its line feed.
+  // Waits for a line on standard output and returns it, including its line feed.
   std::string printedLine();
 
-  // Whether it runs.
+  // Whether the process is running.
   bool running() const;
 
-  // Sends it a signal.
+  // Sends the process a signal.
   void signal(int number);
 
-  // Sends it a signal again and again.
+  // Sends the process a signal repeatedly.
   void signalUntilItEnds(int number);
 
   struct End {
     bool crashed;          // by a signal
     int status;            // the exit status, or the signal
-    std::string printed;   // what was on standard output and not yet returned by printedLine
+    std::string printed;   // standard output that printedLine has not returned
     std::string lastSaid;  // the last line on standard error
   };
-  // Waits until it has ended.
+  // Waits until the process has ended.
   End end();
 
  private:

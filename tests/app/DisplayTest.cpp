@@ -1,5 +1,5 @@
-// The application in a real window of an X server, worked by the X server's own mouse and keyboard
-// and looked at on its screen.
+// The application in a real window of an X server. Input comes from the server's own mouse and
+// keyboard; the results are read from its screen.
 #include <gmock/gmock.h>
 #include <signal.h>
 
@@ -122,7 +122,7 @@ TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
   EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
 }
 
-// Open, which is enabled once the pad is closed, does not take a click of before.
+// Open is enabled once the pad is closed. It does not receive an earlier click.
 TEST_P(DisplayTest, ClickWhileThePadIsClosedDoesNothing) {
   const std::string port = desk.order("plug 0");
   click("m_OpenButton");

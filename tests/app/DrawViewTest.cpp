@@ -1,4 +1,4 @@
-// The drawing view: what it paints, where it lies, and its path under two threads.
+// The drawing view: its painting, its position, and its path when two threads use it.
 #include "DrawView.h"
 
 #include <gmock/gmock.h>
@@ -72,7 +72,7 @@ void expectAll(const QImage& image, const QRect& area, const QColor& colour) {
 
 // --- the picture ---
 
-// A frame of that many pixels on each side of a white field; `view` in device pixels.
+// A white field with a frame of that many pixels on each side; `view` is in device pixels.
 void expectFramedField(const QImage& image, const QRect& view, int pixels) {
   const QRect field = view.adjusted(pixels, pixels, -pixels, -pixels);
   expectAll(image, field, kWhite);
@@ -400,7 +400,7 @@ class ShownViewTest : public DrawViewTest {
     view.redraws = 0;
   }
 
-  // Redraws now what was requested on this thread.
+  // Performs the redraws requested on this thread.
   int takeRedraws() {
     QApplication::sendPostedEvents();
     return std::exchange(view.redraws, 0);
@@ -410,7 +410,7 @@ class ShownViewTest : public DrawViewTest {
     return QTest::qWaitFor([this] { return view.redraws > 0; });
   }
 
-  // On a thread of its own, as the SDK does.
+  // On a separate thread, as the SDK does.
   static void onAnotherThread(const std::function<void()>& requests) {
     std::thread(requests).join();
   }
@@ -470,7 +470,7 @@ TEST_F(ShownViewTest, RequestIsMadeOnceAndAgainAfterTheRedraw) {
   EXPECT_EQ(requests, 2);
 }
 
-// Else the redraw could come too early, and there might be no other.
+// Otherwise the redraw could happen too early, with no other after it.
 TEST_F(ShownViewTest, LineIsThereWhenItsRedrawIsRequested) {
   int elements = 0;
   QObject::connect(
@@ -496,7 +496,7 @@ TEST_F(ShownViewTest, RequestIsMetAtOnceWhenTheLastRedrawIsAFrameOld) {
   EXPECT_EQ(view.redraws, 1);
 }
 
-// A pen writes without a pause. However slow the machine, no redraw may come sooner.
+// A pen writes without a pause. No redraw may come sooner, however slow the machine is.
 TEST_F(ShownViewTest, RedrawsOfAPenKeepTheScreensPace) {
   view.repaint();
   const auto begin = std::chrono::steady_clock::now();
@@ -522,7 +522,7 @@ TEST_F(ShownViewTest, LastSampleIsShownAndNothingIsPaintedAfterIt) {
   });
   ASSERT_TRUE(QTest::qWaitFor([this] { return view.shownElements == 82; }));
   view.redraws = 0;
-  // Longer than any redraw is put off.
+  // Longer than any redraw is delayed.
   QEventLoop loop;
   QTimer::singleShot(std::chrono::ceil<std::chrono::milliseconds>(3 * frame()), &loop,
                      &QEventLoop::quit);
@@ -568,7 +568,7 @@ TEST_F(FrameTest, FrameKeepsFractionsAndTheWidgetRoundsThem) {
   EXPECT_EQ(view.bounds(), QRectF(0, 0, 265, 161));
 }
 
-// Rounding each time, the view would wander.
+// If the origin were rounded each time, the view would drift.
 TEST_F(FrameTest, FractionsAddUpToNothing) {
   view.setGeometry(200, 150, 100, 100);
   for (int i = 0; i < 1000; ++i) {
@@ -608,13 +608,13 @@ TEST_F(FrameTest, ZeroSizeIsAPoint) {
 TEST_F(FrameTest, NegativeSizeIsNone) {
   view.setGeometry(10, 20, 100, 80);
   view.resize(-1.0, -1.0);
-  // The origin goes by the size as stated: 10 + (72 + 100) / 2.
+  // The origin is computed from the stated size: 10 + (72 + 100) / 2.
   EXPECT_EQ(view.frame(), QRectF(96, 96, 0, 0));
 }
 
 struct Absurd {
   double stated;
-  double length;  // what the frame then has
+  double length;  // the resulting length of the frame
 };
 
 class AbsurdSizeTest : public FrameTest, public testing::WithParamInterface<Absurd> {};
@@ -639,7 +639,7 @@ TEST_P(AbsurdSizeTest, IsHeldWithinWhatTheToolkitCanHold) {
   QPainter painter(&corner);
   view.drawRect(painter, {});
 
-  // The next pad with a size is shown as ever.
+  // The next pad with a size is shown normally.
   view.resize(4.0, 3.0);
   EXPECT_EQ(view.size(), QSize(288, 216));
   EXPECT_LE(view.frame().right(), 16777215);
@@ -654,7 +654,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, AbsurdSizeTest,
                                          Absurd{233017, 16777215},     // 72 units more than it can
                                          Absurd{1e-300, 7.2e-299}));
 
-// There is no view of a given frame: the form makes the view and places it afterwards.
+// A view cannot be created with a frame: the form creates the view and positions it afterwards.
 static_assert(!std::is_constructible_v<DrawView, QRect>);
 static_assert(!std::is_constructible_v<DrawView, QRectF>);
 static_assert(std::is_constructible_v<DrawView, QWidget*>);

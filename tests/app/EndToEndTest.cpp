@@ -1,5 +1,5 @@
-// The application over the SDK and the virtual pads, worked with mouse and keyboard: what a person
-// does and sees, from the pad's raw reports to the pixels.
+// The application over the SDK and the virtual pads, operated with mouse and keyboard: everything
+// from the pad's raw reports to the pixels.
 #include <gmock/gmock.h>
 
 #include <QAction>
@@ -73,7 +73,7 @@ class EndToEndTest : public testing::Test {
   void move(VirtualBus::Port port, double x, double y, bool touch) {
     ASSERT_TRUE(bus.sendPen(port, {.x = x, .y = y, .pressure = 0.5, .touch = touch}));
   }
-  // A stroke from left to right, at that height of the surface.
+  // A stroke from left to right at the given height of the surface.
   void writeLine(VirtualBus::Port port, double y) {
     move(port, 0.25, y, true);
     move(port, 0.75, y, true);
@@ -107,8 +107,8 @@ struct Pad {
   PadKind kind;
   const char* provider;
   QSize view;
-  // Where in the view a line lies that goes from a quarter to three quarters of the pad's width, in
-  // the middle of its height.
+  // The position in the view of a line from a quarter to three quarters of the pad's width, in the
+  // middle of its height.
   int left;
   int right;
   int middle;
@@ -191,7 +191,7 @@ TEST_F(EndToEndTest, OpenWorksOnceThePadIsPluggedIn) {
   CaptureStdout();
   clickOpen();
   EXPECT_EQ(GetCapturedStdout(), "No device Vela USB found\n");
-  // The provider is still open, and opening it again leaves its driver to nobody.
+  // The provider is still open. Opening it again leaks its driver.
   const std::unique_ptr<velausb> leftBehind(m_pvelausb);
   const auto port = bus.plug(virtualpads::makePad(PadKind::Usb));
   clickOpen();
@@ -223,7 +223,8 @@ TEST_F(EndToEndTest, QuittingAfterAFailedOpenClosesTheProviderAndEnds) {
   expectIdle();
 }
 
-// Opening it reports success, so the window is connected; nothing comes, and all can be closed.
+// Opening it reports success, so the window is connected. No samples arrive, and everything can be
+// closed.
 class UnopenablePadTest : public EveryPadTest {};
 
 TEST_P(UnopenablePadTest, LooksConnectedAndIsResetSafely) {
@@ -299,7 +300,7 @@ class StreamTest : public EndToEndTest {
     if (stream.joinable()) stream.join();
   }
 
-  // Sends that many samples of one stroke, never in the left or upper quarter of the surface.
+  // Sends that many samples of one stroke, none in the left or upper quarter of the surface.
   void startStream(int samples) {
     stream = std::thread([this, samples] {
       for (int i = 0; i < samples; ++i) {
@@ -309,7 +310,7 @@ class StreamTest : public EndToEndTest {
     });
   }
 
-  // Nothing was drawn from the corner or toward it.
+  // Nothing was drawn from or to the corner.
   static void expectNoInkNearTheCorner() {
     const QPainterPath& path = view().path();
     for (int i = 0; i < path.elementCount(); ++i) {

@@ -15,7 +15,7 @@ void reset() {
 
 namespace {
 
-// Writes the call down with the handle's number, which newgIIVela counts from 1.
+// Logs the call with the handle's number, which newgIIVela counts from 1.
 void note(void* vela, const std::string& call) {
   const auto handle = static_cast<int>(reinterpret_cast<std::intptr_t>(vela));
   state().log.push_back(handle == 1 ? call : call + " on handle " + std::to_string(handle));
@@ -25,7 +25,7 @@ std::string with(const char* function, short index) {
   return std::string(function) + " " + std::to_string(index);
 }
 
-// The flat functions hand out char*, as the SDK's table does; nobody writes through it.
+// The flat functions return char*, as the SDK's table does; nothing writes through it.
 char* text(short index, const char* Provider::*field) {
   const auto& providers = state().providers;
   const bool known = index >= 0 && static_cast<std::size_t>(index) < providers.size();
@@ -109,7 +109,7 @@ bool RegisterEventHandler(void* vela, PenEventHandler handler) {
 
 bool ClearInking(void* vela) {
   note(vela, "ClearInking");
-  return false;  // the application does not care
+  return false;  // not used by the application
 }
 
 // The application never calls these.

@@ -1,5 +1,5 @@
-// Flat functions that are linked in place of the SDK's: they write down that they were called and
-// answer as the test tells them.
+// Flat functions that are linked in place of the SDK's. They log each call and return the values
+// set by the test.
 #ifndef TESTS_APP_FAKEVELA_H
 #define TESTS_APP_FAKEVELA_H
 
@@ -18,7 +18,7 @@ struct Provider {
 
 // For the GUI thread.
 struct State {
-  // What happened, in order; tests add what they see elsewhere.
+  // The events in order; tests add their own.
   std::vector<std::string> log;
 
   std::vector<Provider> providers = {
@@ -32,12 +32,12 @@ struct State {
   std::function<void()> onCloseConnection = [] {};
 
   PenEventHandler handler = nullptr;
-  int handles = 0;  // made by newgIIVela
+  int handles = 0;  // created by newgIIVela
 };
 
 State& state();
 
-// Back to the state in which a test begins.
+// Restores the initial state.
 void reset();
 
 }  // namespace fakevela

@@ -1,6 +1,6 @@
-// The application over the SDK and the virtual pads, worked from its start to the close of its
-// window, over and over, each time with another one of its calls to the outside failing: each call
-// into hidapi, each start of a thread, each wait for the signal.
+// The application over the SDK and the virtual pads, run from its start to the close of its window.
+// In each run a different external call fails: each call into hidapi, each thread start, each wait
+// for the signal.
 #include <gtest/gtest.h>
 
 #include <QApplication>
@@ -49,15 +49,15 @@ using virtualpads::HidCall;
 using virtualpads::PadKind;
 using virtualpads::VirtualBus;
 
-// How the application's life with a fault differs from one without.
+// How a run with a fault differs from a run without.
 struct Outcome {
   std::string out = {};
   std::string err = {};
   std::optional<QSize> view = {};  // while connected
   std::size_t skips = 0;           // how many of the following calls are not made
-  bool repeated = false;           // the call is made once more
+  bool repeated = false;           // the call is repeated
   bool silent = false;             // the pen does not write
-  long unfreed = 0;                // samples that stay allocated, as a queue's destruction has it
+  long unfreed = 0;                // samples that the queue's destruction leaves allocated
   bool absent = false;             // no pad is found, so that there is no connection
 };
 
@@ -68,9 +68,9 @@ struct Pad {
   PadKind kind;
   const char* provider;
   QSize view;
-  std::vector<HidapiCall> calls;         // of the whole life, in their order
+  std::vector<HidapiCall> calls;         // of the whole run, in order
   void (*stopRunning)();                 // the driver's
-  std::array<std::string, 3> threads;    // in the order of their starts
+  std::array<std::string, 3> threads;    // in start order
   std::array<Outcome, 3> threadsFailed;  // when they do not start
   const char* sigwaitLine;
 };
@@ -104,7 +104,7 @@ const Pad kUsb{
     .sigwaitLine = "sigwait failed, result 22\n",
 };
 
-// The pad II is asked for its size, which is 0 when it does not tell.
+// The size is requested from the pad II and is 0 if the pad does not report it.
 const Pad kIi{
     .name = "Ii",
     .kind = PadKind::Ii,
@@ -136,7 +136,7 @@ const Pad kIi{
     .sigwaitLine = "",
 };
 
-// Where reading the ink pad's options brings nothing, they are not written back, but for ink trace
+// If reading the ink pad's options returns nothing, they are not written back, except for ink trace
 // and backlight.
 const Outcome kUnsentEdit{.skips = 1};
 
@@ -173,7 +173,7 @@ const Pad kInk{
             {"set 3", {}, Outcome{}},
             {"get 3", {}, kUnsentEdit},
             {"set 3", {}, Outcome{}},
-            // the block that is kept
+            // the cached block
             {"get 3", {}, Outcome{}},
             // Clear
             {"set 9", {}, Outcome{}},
@@ -204,7 +204,7 @@ const Pad kInk{
     .sigwaitLine = "sigwait failed, result 22\n",
 };
 
-// With the vision pad's set-up broken off nothing is known of its size.
+// If the vision pad's set-up is aborted, its size is unknown.
 const Pad kVision{
     .name = "Vision",
     .kind = PadKind::Vision,
@@ -259,7 +259,7 @@ const Pad kVision{
     .sigwaitLine = "",
 };
 
-// What a person sees of the application's life.
+// What a user sees during a run.
 struct Sight {
   bool connected = false;     // after Open
   QSize view = {};            // then
@@ -274,8 +274,8 @@ std::ostream& operator<<(std::ostream& out, const Sight& sight) {
              << testing::PrintToString(sight.ink) << (sight.idle ? ", idle" : ", not idle");
 }
 
-// What Qt says by itself goes to the test instead of standard error. The one message that the
-// platform without a screen has for each window means nothing.
+// Qt's own messages go to the test instead of standard error. The message that the offscreen
+// platform prints for each window is ignored.
 class QtMessages {
  public:
   QtMessages() : m_before(qInstallMessageHandler(note)) { unexpected.clear(); }
@@ -320,8 +320,8 @@ class FaultSweepTest : public testing::Test {
     return enabled;
   }
 
-  // Writes a line and gives the number of points that the view then has. The pen is waited for
-  // unless it is known to be silent.
+  // Writes a line and returns the number of points that the view then has. Waits for the pen unless
+  // it is known to be silent.
   int write(bool silent) {
     for (const auto& [x, touch] : {std::pair{0.25, true}, {0.75, true}, {0.75, false}}) {
       bus.sendPen(port, {.x = x, .y = 0.5, .pressure = 0.5, .touch = touch});
@@ -365,8 +365,8 @@ class FaultSweepTest : public testing::Test {
     return sight;
   }
 
-  // Lets the application live with the pad after `arrange`, compares with the outcome and looks for
-  // what is left behind; `point` is the call that meets it.
+  // Runs the application with the pad after `arrange`, compares the result with the outcome and
+  // checks for leaks. `point` is the call that fails.
   void expectOutcome(
       const Pad& pad, const Outcome& outcome, std::optional<FaultPoint> point = {},
       const std::function<void(ThreadCalls&)>& arrange = [](ThreadCalls&) {}) {
@@ -404,19 +404,19 @@ class FaultSweepTest : public testing::Test {
     }
   }
 
-  // Lets it live without a fault, so that what is allocated once for all is there.
+  // Runs the application without a fault, so that one-time allocations are made.
   void warmUp(const Pad& pad) {
     for (int i = 0; i < 3; ++i) {
       const long threadsBefore = support::threadCount();
       bus.fail(HidCall::Write, {});  // which is not made
       compare(pad, {}, {}, [](ThreadCalls&) {});
-      // The first life may leave a thread of a library behind.
+      // The first run may leave a thread of a library behind.
       if (i > 0) {
         EXPECT_TRUE(comesTrue([&] { return support::threadCount() <= threadsBefore; }));
       }
       bus.reset();
     }
-    // And with each fault, for Qt keeps something for the windows of those lives too.
+    // Also once with each fault, because Qt caches data for the windows of those runs too.
     support::sweepCalls(pad.calls, [&](const Outcome& outcome, FaultPoint point) {
       compare(pad, outcome, point, [](ThreadCalls&) {});
       bus.reset();
@@ -433,7 +433,7 @@ class FaultSweepTest : public testing::Test {
             .idle = true};
   }
 
-  // Each call into hidapi but the reads fails in turn. Returns how many faults were tried.
+  // Each call into hidapi except reads fails in turn. Returns the number of faults tried.
   int sweepCalls(const Pad& pad) {
     warmUp(pad);
     return support::sweepCalls(pad.calls, [&](const Outcome& outcome, FaultPoint point) {
@@ -441,8 +441,8 @@ class FaultSweepTest : public testing::Test {
     });
   }
 
-  // Now and then Qt keeps something more, or less, for its next window: so many allocations from
-  // one life to the next, and in all.
+  // Qt sometimes caches a little more or less for its next window. These are the limits in
+  // allocations, from one run to the next and in total.
   static constexpr long kKeptByQt = 3;
   static constexpr long kKeptByQtInAll = 6;
 
@@ -473,7 +473,7 @@ TEST_F(FaultSweepTest, EachCallOfTheVisionPad) {
 class FaultSweepOfEveryPadTest : public FaultSweepTest,
                                  public testing::WithParamInterface<const Pad*> {};
 
-// A read that fails or brings nothing is made again, so that nothing is seen of it.
+// A read that fails or returns nothing is repeated, so the fault has no visible effect.
 TEST_P(FaultSweepOfEveryPadTest, EachOfTheFirstReads) {
   warmUp(*GetParam());
   int points = 0;
@@ -489,7 +489,7 @@ TEST_P(FaultSweepOfEveryPadTest, EachOfTheFirstReads) {
   expectPoints(points, 20);
 }
 
-// The fourth start is one that is not made.
+// The fourth start never happens.
 TEST_P(FaultSweepOfEveryPadTest, EachThreadStart) {
   const Pad& pad = *GetParam();
   warmUp(pad);
@@ -503,8 +503,8 @@ TEST_P(FaultSweepOfEveryPadTest, EachThreadStart) {
   expectPoints(points, 3);
 }
 
-// The first and then the second wait for the signal fails. The reading thread then never ends by
-// itself, which is meant; here it is told to when Reset waits for it.
+// The first wait for the signal fails, then the second. Deliberate: the reading thread then never
+// ends by itself. The test ends it when Reset waits for it.
 TEST_P(FaultSweepOfEveryPadTest, EachWaitForTheSignal) {
   const Pad& pad = *GetParam();
   warmUp(pad);

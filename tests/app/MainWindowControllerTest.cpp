@@ -1,4 +1,4 @@
-// The controller's operations: the calls they make, in their order, what they print, what is fatal.
+// The controller's operations: their calls in order, their output, and their fatal errors.
 #include "MainWindowController.h"
 
 #include <gmock/gmock.h>
@@ -312,13 +312,13 @@ TEST_F(ControllerDeathTest, ListPositionBeyond16BitsIsFatal) {
   controller->m_prolist->setCurrentIndex(32768);
   EXPECT_DEATH(controller->OpenButton(nullptr),
                endsIn("the list position 32768 is no provider index"));
-  // The largest that fits is only refused because there is no such provider.
+  // The largest value that fits is refused only because there is no such provider.
   controller->m_prolist->setCurrentIndex(32767);
   EXPECT_DEATH(controller->OpenButton(nullptr),
                endsIn("the description of provider 32767 cannot be read"));
 }
 
-// Stores the position even when it is refused afterwards.
+// The position is stored even if it is then refused.
 TEST_F(ControllerDeathTest, PositionIsStoredBeforeAnythingElse) {
   struct AtExit {
     static void abortHandler(int) { std::_Exit(gpadindex == -1 ? 7 : 8); }
@@ -404,7 +404,7 @@ TEST_F(ControllerTest, OpenAfterResetWorks) {
   EXPECT_THAT(enabledButtons(), ElementsAre("clear", "reset"));
 }
 
-// The view that Clear and Reset empty is that of the published controller.
+// Clear and Reset empty the view of the published controller.
 TEST_F(ControllerTest, PublishedControllersViewIsEmptied) {
   MainWindowController other;
   other.showWindow(nullptr);
@@ -433,7 +433,7 @@ TEST_F(ControllerTest, QuitResetsThenEndsTheApplication) {
                                      "ClearContext", "setNeedsDisplay true", "about to quit"));
 }
 
-// --- the order of the overridable operations, as far as one operation calls another ---
+// --- the order in which operations call overridable operations ---
 
 TEST_F(UnloadedControllerTest, LoadingTheWindowRunsAnOverriddenAwakeFromNib) {
   class Controller : public MainWindowController {

@@ -1,4 +1,4 @@
-// The pen callback: scaling, and which calls of the drawing view a sample becomes.
+// The pen callback: scaling, and the calls to the drawing view for each sample.
 #include <gmock/gmock.h>
 
 #include <limits>

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Opens a pad of that kind, writes on it and returns its port.
+// Opens a pad of the given kind, writes on it and returns its port.
 std::string connectPad(DeskProcess& desk, int kind) {
   const std::string port = desk.order("plug " + std::to_string(kind));
   desk.order("choose " + std::to_string(kind));
@@ -100,7 +100,7 @@ TEST(EndTest, EveryWayEndsAnIdleApplicationToo) {
   }
 }
 
-// A pen that lies on the pad keeps the close waiting.
+// A pen that touches the pad delays the close.
 TEST(EndTest, SecondSignalEndsWhatThePenKeepsWaiting) {
   DeskProcess desk;
   desk.order("keep-moving " + connectPad(desk, 0));
@@ -108,13 +108,13 @@ TEST(EndTest, SecondSignalEndsWhatThePenKeepsWaiting) {
   const auto end = desk.end();
   EXPECT_TRUE(end.crashed);
   EXPECT_EQ(end.status, SIGTERM);
-  EXPECT_EQ(end.lastSaid, "desk: done");  // and not what is left at an orderly end
+  EXPECT_EQ(end.lastSaid, "desk: done");  // and not the summary of a regular end
 }
 
 TEST(EndTest, OutlivesItsTerminalWhenItIsToldTo) {
   DeskProcess desk(QProcessEnvironment::systemEnvironment(), [] { signal(SIGHUP, SIG_IGN); });
   desk.signal(SIGHUP);
-  // The first order may be taken together with the signal.
+  // The first order may be processed together with the signal.
   for (int i = 0; i < 2; ++i) EXPECT_EQ(desk.order("providers"), "0");
   desk.order("close");
   EXPECT_EQ(desk.end().status, 0);
@@ -128,7 +128,7 @@ TEST(EndTest, LineThatNobodyReadsEndsNothing) {
     close(ends[1]);
   };
   DeskProcess desk(QProcessEnvironment::systemEnvironment(), printToNobody);
-  desk.order("click m_OpenButton");  // of a pad that is not there, which is told in a line
+  desk.order("click m_OpenButton");  // the pad is not there, which is reported in a line
   EXPECT_EQ(desk.order("providers"), "1");
   desk.order("close");
   const auto end = desk.end();

@@ -140,7 +140,7 @@ TEST(GlobalQueueTest, IsOneFreshQueue) {
   EXPECT_EQ(&gQueue(), &gQueue());
 }
 
-// No test of this program writes to them.
+// No test in this program writes to them.
 TEST(PenInputTest, BeginsAtTheFirstPadWithoutAStroke) {
   EXPECT_EQ(gpadindex, 0);
   EXPECT_EQ(firstPoint, 0);

@@ -1,4 +1,4 @@
-// The pen writes at full speed on a thread of its own while the window is worked.
+// The pen writes at full speed on a separate thread while the window is operated.
 #include <gmock/gmock.h>
 
 #include <QApplication>
@@ -10,9 +10,9 @@
 
 namespace {
 
-// Sends samples to the callback as fast as it takes them, numbered from 1: sample n is at view x =
-// n, y = 7. The pen is lifted at each hundredth. It waits for the test once it is far ahead, so
-// that the ink to be looked at stays within bounds however slow the looking is.
+// Sends samples to the callback as fast as it accepts them, numbered from 1: sample n is at view x
+// = n, y = 7. The pen is lifted at every hundredth sample. It waits for the test when it is far
+// ahead, so that the amount of ink to check stays bounded.
 class Pen {
  public:
   void start() {
@@ -36,14 +36,14 @@ class Pen {
 
   ~Pen() { stop(); }
 
-  // Tells the pen that all its ink so far has been looked at.
+  // Signals the pen that all its ink so far has been checked.
   void catchUp() { m_caughtUp = m_last.load(); }
 
-  // The number of the last sample that the callback has taken completely.
+  // The number of the last sample that the callback has processed.
   std::int32_t last() const { return m_last; }
 
-  // Catches up, and waits until the callback has taken that many more; fewer than kFarAhead, which
-  // the pen would not go on to write.
+  // Catches up and waits until the callback has processed that many more samples. The number must
+  // be less than kFarAhead, because the pen stops there.
   void waitForMore(std::int32_t samples) {
     catchUp();
     const std::int32_t wanted = m_caughtUp + samples;
@@ -76,8 +76,8 @@ class RaceTest : public FreshApplication {
   static MainWindowController& controller() { return *m_mainWindowController; }
   static DrawView& view() { return *controller().m_drawview; }
 
-  // All ink is of samples after that one, and each line leads from a sample to the next one. Looks
-  // at many elements quickly, for the pen goes on meanwhile.
+  // All ink comes from samples after that one, and each line leads from a sample to the next. Must
+  // check many elements quickly, because the pen keeps writing.
   static void expectOnlyInkAfter(std::int32_t sample) {
     const QPainterPath& path = view().path();
     int right = 0;
@@ -132,8 +132,8 @@ TEST_F(RaceTest, NoSampleIsLostWhileTheViewIsPainted) {
   pen.stop();
   const std::int32_t samples = pen.last();
   expectOnlyInkAfter(0);
-  // A stroke of 100 samples is a move and 99 pairs of line and move, the last of which gives way to
-  // the move of the next stroke.
+  // A stroke of 100 samples is a move and 99 pairs of line and move, the last of which is replaced
+  // by the move of the next stroke.
   const int wholeStrokes = samples / 100;
   const int rest = samples % 100;
   EXPECT_EQ(view().path().elementCount(), 198 * wholeStrokes + (rest == 0 ? 1 : 2 * rest - 1));

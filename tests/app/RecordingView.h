@@ -7,12 +7,12 @@
 #include "DrawView.h"
 #include "FakeVela.h"
 
-// A drawing view that also writes down, between the calls of the flat functions, what it is asked.
+// A drawing view that logs its calls among those of the flat functions.
 class RecordingView : public DrawView {
  public:
   using DrawView::DrawView;
 
-  // Called at the begin of each SetMoveTo.
+  // Called at the beginning of each SetMoveTo.
   std::function<void()> onMoveTo = [] {};
 
   void setNeedsDisplay(bool needed) override {

@@ -41,7 +41,7 @@ TEST_F(TerminationSignalsTest, SigintToo) {
   EXPECT_TRUE(waitForSignals(1));
 }
 
-// As from a terminal that is closed: from the shell, and from the kernel.
+// As when a terminal is closed: one from the shell, one from the kernel.
 TEST_F(TerminationSignalsTest, HangupsThatComeTogetherAreOne) {
   std::raise(SIGHUP);
   EXPECT_TRUE(waitForSignals(1));

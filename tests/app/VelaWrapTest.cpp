@@ -16,8 +16,7 @@ namespace {
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
-// A facade whose operations only write down what they are given, and answer with a value of their
-// own.
+// A facade whose operations only log their arguments and return a distinct value each.
 class RecordingFacade : public gIIVela {
  public:
   static inline std::vector<std::string> log;
@@ -75,7 +74,7 @@ class ForwardingTest : public testing::Test {
     if (vela != nullptr) deletegIIVela(vela);
   }
 
-  // The one call that was made since the last look.
+  // The only call since the last check.
   static std::string call() {
     EXPECT_EQ(RecordingFacade::log.size(), 1u);
     std::string only = RecordingFacade::log.empty() ? "" : RecordingFacade::log[0];

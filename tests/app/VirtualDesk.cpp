@@ -1,7 +1,7 @@
-// Linked with the application's own main, the virtual pads and nothing else, this makes a program
-// that is the application but takes orders on standard input: what a person at its desk would do to
-// pads and window. Each order is a line; the answer is a line on standard error, "desk: " and what
-// was asked for, or "desk: done". When the process ends it tells how pads and providers were left.
+// Linked with only the application's own main and the virtual pads, this makes the application take
+// orders on standard input: what a user would do to the pads and the window. Each order is a line.
+// The answer is a line on standard error: "desk: " and the requested value, or "desk: done". When
+// the process ends, it reports the state of pads and providers.
 //
 //   plug KIND            0 to 3 in the order of the provider list; answers the port
 //   lock PORT            the pad's node may not be opened
@@ -62,7 +62,7 @@ void tellWhatIsLeft() {
              .arg(openProviders()));
 }
 
-// Takes the orders, once the window is on the screen.
+// Executes the orders once the window is on the screen.
 class Desk : public QObject {
  public:
   using QObject::QObject;
@@ -80,7 +80,7 @@ class Desk : public QObject {
 
  private:
   void takeOrders() {
-    if (QApplication::overrideCursor() != nullptr) return;  // busy; they are still there afterwards
+    if (QApplication::overrideCursor() != nullptr) return;  // busy; the orders are kept until later
     char bytes[256];
     const auto length = read(STDIN_FILENO, bytes, sizeof bytes);
     m_orders.append(bytes, length > 0 ? static_cast<int>(length) : 0);
@@ -174,8 +174,8 @@ class Desk : public QObject {
 };
 
 void openDesk() {
-  // Made before it is registered below, so that it is still there then. Pads seem quiet sooner
-  // here.
+  // Created before the registration below, so that it still exists at that time. Here pads seem
+  // quiet sooner.
   VirtualBus::instance().setReadTimeout(std::chrono::milliseconds(10));
   std::atexit(tellWhatIsLeft);
   qApp->installEventFilter(new Desk(qApp));

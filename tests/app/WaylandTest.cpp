@@ -1,6 +1,6 @@
-// The application in a window of a Wayland compositor, looked at on the compositor's screen. The
-// compositor, weston without a monitor, has neither mouse nor keyboard, so the buttons are pressed
-// from inside.
+// The application in a window of a Wayland compositor. The results are read from the compositor's
+// screen. The compositor is weston without a monitor and has neither mouse nor keyboard, so the
+// buttons are pressed from inside the application.
 #include <gmock/gmock.h>
 
 #include <QCoreApplication>
@@ -29,12 +29,12 @@ class Weston {
     m_environment.insert("XDG_PICTURES_DIR", m_directory.path());
     m_process.setProcessEnvironment(m_environment);
     m_process.setProcessChannelMode(QProcess::MergedChannels);
-    // Without --debug no pictures of the screen may be taken.
+    // Without --debug, screenshots are not allowed.
     const QString arguments =
         "--backend=headless-backend.so --use-pixman --width=1280 --height=1024 --scale=%1 "
         "--socket=%2 --no-config --idle-time=0 --debug";
     m_process.start("weston", arguments.arg(scale).arg(kSocket).split(' '));
-    // Weston goes on to write its log when the socket is there.
+    // Weston continues to write its log after it has created the socket.
     while (!QFile::exists(m_directory.filePath(kSocket))) {
       if (!m_process.waitForReadyRead()) {
         ADD_FAILURE() << "weston has not started: " << m_log.toStdString();
@@ -52,7 +52,7 @@ class Weston {
   Weston(const Weston&) = delete;
   Weston& operator=(const Weston&) = delete;
 
-  // For a program that shows its windows there.
+  // The environment for a program that shows its windows there.
   const QProcessEnvironment& environment() const { return m_environment; }
 
   QImage screen() const {
@@ -79,7 +79,7 @@ class Weston {
   QByteArray m_log;
 };
 
-// The pixels of that colour, in the smallest rectangle that has them all.
+// The bounding rectangle of the pixels of that colour.
 QRect extent(const QImage& picture, const QColor& colour) {
   QRect found;
   for (int y = 0; y < picture.height(); ++y) {
@@ -117,7 +117,7 @@ class WaylandTest : public testing::TestWithParam<Scale> {
     ASSERT_EQ(desk.order("wait-points 3"), "done");
   }
 
-  // Waits until the screen shows ink, or none, and returns where.
+  // Waits until the screen shows ink (or none) and returns its rectangle.
   testing::AssertionResult waitForInk(bool wanted) {
     for (int i = 0; i < 300; ++i) {
       seen = weston.screen();
@@ -127,8 +127,8 @@ class WaylandTest : public testing::TestWithParam<Scale> {
     return testing::AssertionFailure() << (wanted ? "no ink" : "ink is left");
   }
 
-  // In view units the line is 117 by 2. Left of it are 56 white ones and then the view's black
-  // frame, right of it 88. Where a line begins between two pixels, one of them is a blend.
+  // In view units the line is 117 by 2. To its left are 56 white units and then the view's black
+  // frame; to its right are 88. Where a line begins between two pixels, one of them is a blend.
   void expectLine() const {
     const double scale = GetParam().sum;
     EXPECT_NEAR(ink.width(), 117 * scale, 1);
@@ -140,7 +140,7 @@ class WaylandTest : public testing::TestWithParam<Scale> {
     EXPECT_EQ(seen.pixelColor(middle, ink.bottom() + 2), kWhite);
   }
 
-  // Where the white ends, if one goes from beside that end of the line in steps of -1 or 1.
+  // Where the white ends, searching from beside that end of the line in steps of -1 or 1.
   int frameFrom(int end, int step) const {
     const int row = ink.center().y();
     int x = end + 2 * step;
@@ -184,7 +184,7 @@ TEST_P(WaylandTest, PersonSignsClearsSignsAgainResetsAndQuits) {
 INSTANTIATE_TEST_SUITE_P(Scales, WaylandTest,
                          testing::Values(Scale{1, 1, 1}, Scale{1, 1.5, 1.5}, Scale{2, 1, 2}));
 
-// What this test needs and the system lacks; empty when all is there.
+// What this test needs and the system lacks; empty if nothing is missing.
 QString missing() {
   for (const char* tool : {"weston", "weston-screenshooter"}) {
     if (QStandardPaths::findExecutable(tool).isEmpty()) return tool;

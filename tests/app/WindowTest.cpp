@@ -1,4 +1,4 @@
-// The form: what a person at the keyboard, a screen reader and an eye find in the window.
+// The form: keyboard operation, accessibility and appearance of the window.
 #include <gmock/gmock.h>
 
 #include <QAccessible>
@@ -102,7 +102,7 @@ TEST_F(WindowTest, MnemonicsReachEveryControl) {
 #ifdef Q_OS_MACOS
   GTEST_SKIP() << "macOS has no mnemonics";
 #endif
-  // A button that is pressed this way shows it for a moment before it acts.
+  // A button pressed this way looks pressed for a moment before it acts.
   const auto acted = [] { return !fakevela::state().log.empty(); };
   press(Qt::Key_O, Qt::AltModifier);
   ASSERT_TRUE(QTest::qWaitFor(acted));
@@ -224,7 +224,7 @@ TEST_F(WindowTest, InputThatComesWhileAPadIsClosedIsDropped) {
   open(3.685, 2.23);
   takeLog();
   fakevela::state().onCloseConnection = [this] {
-    // As the window system sends them; Open is enabled once the pad is closed.
+    // Sent as the window system does. Open is enabled once the pad is closed.
     const QPointF middle = controller.m_OpenButton->rect().center();
     const QPointF onScreen = controller.m_OpenButton->mapToGlobal(middle);
     for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
@@ -245,7 +245,7 @@ TEST_F(WindowTest, InputThatComesWhileAPadIsClosedIsDropped) {
   EXPECT_TRUE(controller.m_OpenButton->isEnabled());
 }
 
-// --- what a screen reader says ---
+// --- accessibility ---
 
 std::string said(QObject* object, QAccessible::Text text) {
   return QAccessible::queryAccessibleInterface(object)->text(text).toStdString();
@@ -255,7 +255,7 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
   const auto role = [](QObject* object) {
     return QAccessible::queryAccessibleInterface(object)->role();
   };
-  // The name of a list is what is chosen in it; the label tells what it is for.
+  // The accessible name of a list is its current choice; the label describes its purpose.
   EXPECT_EQ(said(controller.m_prolist, QAccessible::Name), "Vela USB");
   const auto labels =
       QAccessible::queryAccessibleInterface(controller.m_prolist)->relations(QAccessible::Label);
@@ -284,7 +284,7 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
   }
 }
 
-// --- what the eye sees ---
+// --- appearance ---
 
 TEST_F(WindowTest, WindowHasATitleAndAnIconInEverySize) {
   EXPECT_EQ(window->windowTitle(), "Vela Pad Test");
@@ -297,7 +297,7 @@ TEST_F(WindowTest, WindowHasATitleAndAnIconInEverySize) {
   }
 }
 
-// Each text of the window, without mnemonic marks, and the widget that shows it.
+// Each text in the window, without mnemonic marks, and the widget that shows it.
 std::vector<std::pair<const QWidget*, QString>> texts(const QWidget& window) {
   std::vector<std::pair<const QWidget*, QString>> found;
   const auto add = [&](const QWidget* widget, QString text) {
@@ -326,10 +326,10 @@ QImage drawn(QChar character, const QFont& font) {
   return picture;
 }
 
-// Where there is no font, Qt draws boxes or nothing.
+// Without a font, Qt draws boxes or nothing.
 TEST_F(WindowTest, TextsAreLegible) {
   const auto found = texts(*window);
-  EXPECT_EQ(found.size(), 10);  // a label, three buttons, four providers, a menu and what is in it
+  EXPECT_EQ(found.size(), 10);  // a label, three buttons, four providers, a menu and its item
   for (const auto& [widget, text] : found) {
     const QRawFont font = QRawFont::fromFont(widget->font());
     std::vector<QImage> seen{drawn(' ', widget->font())};

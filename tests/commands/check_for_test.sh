@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What tests/releases/check-for does with its argument, and whose failures are its own. Installs and builds
-# nothing: what it calls are stand-ins on the PATH.
+# How tests/releases/check-for handles its argument, and which failures it returns. Installs and builds
+# nothing: the commands it calls are stand-ins on the PATH.
 set -u
 cd "$(dirname "$0")/../.." || exit
 scratch=$(mktemp -d)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The C++ and the C program in README.md compile as they stand there, the first is the example's, the pictures
-# it shows exist, and it knows all pads.
+# The C++ and the C program in README.md compile as printed, the first one equals the example, the pictures
+# exist, and all pads are listed.
 set -eu
 cd "$(dirname "$0")/../.."
 
@@ -32,7 +32,7 @@ for picture in $pictures; do
   }
 done
 
-# The table of the pads and the udev rule have each pad of the list.
+# The table of the pads and the udev rule contain each pad of the list.
 grep '^[0-9A-F]' packaging/pads.list | while read -r product name; do
   if ! grep -q "^| $name | .*(0x${product#00})" README.md || ! grep -q "04DF:$product\.\*" README.md; then
     echo "README.md lacks $name or its product id $product"

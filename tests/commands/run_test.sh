@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# run_test.sh DEMONSTRATION: what ./run does from the first line to the last, in a tree of its own. Real are
-# the script, what it shares with the other commands, the list of pads and, where pictures are asked for, the
-# demonstration. Stand-ins on the PATH are the package manager, CMake, which "builds" by laying the programs
-# where they belong, and what tells the system's name; for the probe a program that finds a display where the
-# variables name one; and the script looks for pads and for the release's name in a folder of the test.
+# run_test.sh DEMONSTRATION: runs ./run from start to end in a tree of its own. The script, the code it shares
+# with the other commands, the list of pads and, where pictures are requested, the demonstration are real. The
+# package manager, CMake and the command that prints the system's name are stand-ins on the PATH; CMake
+# "builds" by copying the programs into place. The probe is a stand-in that finds a display if the variables
+# name one. The script looks for pads and for the release's name in a folder of the test.
 set -u
 demonstration=$1
 cd "$(dirname "$0")/../.." || exit
@@ -28,7 +28,7 @@ grep -q "$scratch/os-release" "$tree/scripts/setup.sh" || {
   exit 1
 }
 
-stand_in() { # PATH: with what is on standard input for a script
+stand_in() { # PATH: a script, given on standard input
   rm -f "$1"
   { echo '#!/bin/sh' && cat; } >"$1"
   chmod +x "$1"
@@ -63,8 +63,8 @@ expect() { # WHAT EXPECTED ACTUAL
   printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
 }
 
-# run [NAME=VALUE...]: sets $status, $said to what ./run said itself, $printed to all other lines, $asked to
-# what it asked of the package manager and of CMake.
+# run [NAME=VALUE...]: sets $status, $said to the lines of ./run itself, $printed to all other lines, and
+# $asked to its calls of the package manager and of CMake.
 run() {
   : >"$scratch/asked"
   env -u DISPLAY -u WAYLAND_DISPLAY -u VELA_WARNINGS_AS_ERRORS PATH="$scratch/bin:$PATH" "$@" "$tree/run" >"$scratch/output" 2>&1
@@ -114,7 +114,7 @@ expect "what is asked for" "apt-get update
 apt-get install
 $built" "$asked"
 
-# The second time the package manager is left alone, and CMake is not told to begin afresh.
+# The second time the package manager is not called, and CMake is not started afresh.
 touch "$tree/build/pictures/old.png"
 run
 expect_pictures "a second time"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests of what scripts/setup.sh decides: what is missing, and which pads are attached. Installs nothing: the
-# package managers are stand-ins.
+# Tests the decisions of scripts/setup.sh: which packages are missing, and which pads are attached. Installs
+# nothing: the package managers are stand-ins.
 set -u
 cd "$(dirname "$0")/../.." || exit
 command_name=name
@@ -57,7 +57,7 @@ expect "two of three devices on macOS are pads" "18 56 " "$(pads_in_ioreg <<'END
 END
 )"
 
-# refused NAME VERSION: what is said on that release.
+# refused NAME VERSION: the message on that release.
 refused() {
   printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$scratch/os-release"
   (refuse_old_release "$scratch/os-release" && echo goes on) 2>&1
@@ -75,7 +75,7 @@ expect "another system" "goes on" "$(refused other 1)"
 expect "a system that does not name itself" "goes on" \
   "$( (refuse_old_release "$scratch/none" && echo goes on) 2>&1)"
 
-# apt on a machine that has everything but one package, as root and as somebody without sudo.
+# apt on a machine where only one package is missing, as root and as a user without sudo.
 dpkg-query() { printf 'installed alpha\nconfig-files beta\ninstalled gamma\n'; }
 id() { echo "$user_id"; }
 apt-get() { echo "apt-get $1" >&2; }

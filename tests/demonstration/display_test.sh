@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# display_test.sh PROGRAM: in a real window the pen signs by itself on the first pad, and,
-# after somebody has reset and opened another one, on that. The pad that is open is shown beside, and
-# may be written on. Needs a display, xdotool and ImageMagick.
+# display_test.sh PROGRAM: in a real window the pen signs automatically on the first pad and, after the user
+# has reset and opened another one, on that one. The open pad is shown beside the window and can be written
+# on. Needs a display, xdotool and ImageMagick.
 set -u
 program=$1
 
@@ -14,7 +14,7 @@ fail() {
   exit 1
 }
 
-# In the whole window, or in the part of it that is given.
+# In the whole window, or in the given part of it.
 shows_ink() {
   import -window "$window" ppm:- | convert ppm:- ${1:+-crop "$1"} -depth 8 -format %c histogram:info:- |
     grep -q '#0000FF'
@@ -38,7 +38,7 @@ await_ink
 
 xdotool search --onlyvisible --name '^Vela USB .virtual pad.$' && fail "the pad before is still shown"
 pad=$(xdotool search --onlyvisible --name '^Vela Vision .virtual pad.$') || fail "the other pad is not shown beside"
-# Above all that the pen of the demonstration writes.
+# Above everything that the pen of the demonstration writes.
 above=280x30+100+130
 shows_ink $above && fail "the pen writes where it should not"
 xdotool mousemove --window "$pad" 200 72 mousedown 1 mousemove --window "$pad" 400 82 mouseup 1

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # fits_test.sh PROGRAM SCALE: on a display of the size $SCREEN (WIDTHxHEIGHT) and at that scale, the application's
-# window and each pad's stand beside each other and within the screen, although the desktop puts the application
-# into the middle at first. Needs xdotool.
+# window and each pad's window are side by side and within the screen, although the desktop first places the
+# application in the middle. Needs xdotool.
 set -u
 program=$1
 width=${SCREEN%x*}
@@ -17,7 +17,7 @@ fail() {
   exit 1
 }
 
-# Sets $pad, after the keys as often as it takes; a search fails when a window goes meanwhile.
+# Sets $pad. Repeats the keys until the window appears; a search fails if a window disappears meanwhile.
 await_pad() { # NAME KEY...
   local name=$1
   shift
@@ -34,7 +34,7 @@ expect_beside() { # NAME
   right=$((X + WIDTH))
   [ "$X" -ge 0 ] && [ "$Y" -ge 0 ] && [ $((Y + HEIGHT)) -le "$height" ] ||
     fail "the application is at $X, $Y, $WIDTH x $HEIGHT"
-  # Keys that are still on their way make the pad's window go and come again.
+  # Pending keys may make the pad's window disappear and reappear.
   until place=$(xdotool getwindowgeometry --shell "$pad" 2>/dev/null) && [ -n "$place" ]; do
     await_pad "$1"
   done
@@ -51,7 +51,7 @@ xdotool windowfocus --sync "$window" key alt+r
 downs=
 for name in "Vela II" "Vela Ink" "Vela Vision"; do
   downs+=" Down"
-  # Until Reset is done the list changes nothing.
+  # The list has no effect until Reset has finished.
   # shellcheck disable=SC2086
   await_pad "$name" alt+p Home $downs
   expect_beside "$name"

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Sourced by the tests of what leaves the demonstration's pictures.
+# Sourced by the tests of commands that make the demonstration's pictures.
 
-# pictures_in DIRECTORY: the paths of the unattended run's pictures, in the order in which it makes them.
+# pictures_in DIRECTORY: the paths of the unattended run's pictures, in the order of their creation.
 pictures_in() {
   local pad step
   for pad in 1-vela-usb 2-vela-ii 3-vela-ink 4-vela-vision; do

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# unattended_test.sh PROGRAM: the unattended run leaves the pictures that it promises, equal ones where
-# the window is in the same state, with text in them, and says so when it cannot.
+# unattended_test.sh PROGRAM: the unattended run saves the documented pictures. They are equal where the
+# window is in the same state and contain text. The run reports when it cannot save them.
 set -u
 . "$(dirname "$0")/pictures.sh"
 program=$1
@@ -35,8 +35,8 @@ else
   echo "there is no convert here; the LCD's corner was not looked at"
 fi
 
-# With a font the window looks different than without any. That is a matter of fontconfig, which the
-# toolkit does not use on macOS.
+# The window looks different with a font than without. Fonts come from fontconfig, which the toolkit does not
+# use on macOS.
 if [ "$(uname)" != Darwin ]; then
   echo '<fontconfig/>' >"$scratch/fonts.conf"
   mkdir "$scratch/boxes"
@@ -49,13 +49,13 @@ if [ "$(uname)" != Darwin ]; then
   [ $? = 1 ] || fail "no font for the text in the pictures"
 fi
 
-# Told to end in the middle of a signature, it does, and does not wait half a minute for the rest of it.
+# When terminated in the middle of a signature, it ends without waiting half a minute for the rest.
 SECONDS=0
 mkdir "$scratch/ended"
 mkfifo "$scratch/told"
 "$program" --unattended "$scratch/ended" >"$scratch/told" 2>"$scratch/printed" &
 {
-  read -r _ && read -r _ # before the signature two pictures are made
+  read -r _ && read -r _ # two pictures are made before the signature
   kill -TERM $!
   cat >/dev/null
 } <"$scratch/told"

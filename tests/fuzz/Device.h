@@ -1,10 +1,10 @@
-// The device behind hidapi's functions as a fuzz program has them: whatever the target makes of the
+// The device behind hidapi's functions in a fuzz program. The target derives its behaviour from the
 // fuzzer's bytes.
 //
-// The program also replaces (device_functions in the CMakeLists.txt) how the SDK starts and joins
-// threads and how it sleeps, so that a run takes microseconds and always goes the same way: a
-// driver's thread is refused, or it is run to its end where it is started, or it is started and
-// sleeps, when it first finds nothing to do, until it is joined.
+// The program also replaces (device_functions in the CMakeLists.txt) the SDK's functions for
+// starting and joining threads and for sleeping, so that a run takes microseconds and is
+// deterministic. A driver's thread is refused, or runs to its end where it is started, or is
+// started and sleeps from the first time it has nothing to do until it is joined.
 #ifndef TESTS_FUZZ_DEVICE_H
 #define TESTS_FUZZ_DEVICE_H
 
@@ -18,10 +18,10 @@ namespace fuzz {
 
 enum class Start { Refused, RunAtOnce, Started };
 
-// From construction to destruction the one device that hid_open finds.
+// From construction to destruction this is the only device that hid_open finds.
 class Device {
  public:
-  // What becomes of the three threads that the driver starts, in their order.
+  // What happens to the three threads that the driver starts, in order.
   explicit Device(std::array<Start, 3> starts);
   virtual ~Device();
   Device(const Device&) = delete;
@@ -32,7 +32,7 @@ class Device {
   virtual int getFeature(std::span<std::uint8_t> report) = 0;
   virtual int setFeature(std::span<const std::uint8_t> report) = 0;
 
-  // Waits until the started thread finds nothing to do.
+  // Waits until the started thread has nothing to do.
   void waitForIdleThread();
 
  private:

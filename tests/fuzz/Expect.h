@@ -1,4 +1,4 @@
-// What a fuzz target claims to hold for every input.
+// Properties that a fuzz target checks for every input.
 #ifndef TESTS_FUZZ_EXPECT_H
 #define TESTS_FUZZ_EXPECT_H
 
@@ -9,10 +9,10 @@
 
 namespace fuzz {
 
-// Standard error as it was at the start; libFuzzer is told to close the program's own.
+// Standard error as it was at the start; libFuzzer is configured to close the program's own.
 inline std::FILE* const complaints = fdopen(dup(STDERR_FILENO), "w");
 
-// Ends the program, which is a finding, when the claim does not hold.
+// Ends the program, which counts as a finding, if the property does not hold.
 inline void expect(bool holds, const char* claim, const char* file = __builtin_FILE(),
                    int line = __builtin_LINE()) {
   if (holds) return;

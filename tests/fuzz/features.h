@@ -1,13 +1,13 @@
 // The feature reports of a pad: every operation that sends or asks for one, in any order, against
-// replies of any length and content. What the operation returns and what goes out on the wire are
-// compared with what the pad's table of the report says.
+// replies of any length and content. Results and sent bytes are compared with the pad's table of
+// the report.
 //
 // The fuzzer's bytes are consumed in this order: for each feature request of the open its reply,
 // then operations to the end: a byte that selects it, its arguments, the reply of each of its
 // requests. Those of the close come last; they take zeros when nothing is left.
 //
-// A reply is a byte whose low three bits tell its kind, then what the kind needs. A request that
-// sends a report consumes no content.
+// A reply is a byte whose low three bits select its kind, followed by the kind's data. A request
+// that sends a report consumes no content.
 //
 //   0  all of the report
 //   1  a part of it: its length, then the content
@@ -44,13 +44,13 @@ class FeatureDevice : public Device {
   explicit FeatureDevice(Input& input)
       : Device({Start::Refused, Start::Refused, Start::Refused}), m_input(input) {}
 
-  // The report as the driver has it after it asked for it, and what hidapi's function gave.
+  // The report as the driver receives it, and the result of hidapi's function.
   struct Answer {
     Bytes report;
     int result;
   };
 
-  // Of the oldest request that has not been looked at, which asked for this report.
+  // The reply to the oldest unchecked request, which asked for this report.
   Answer asked(std::uint8_t id, std::size_t length) {
     const Request request = oldest();
     expect(request.asks && request.id == id && request.answer.report.size() == length,
@@ -75,7 +75,7 @@ class FeatureDevice : public Device {
 
   void expectNoMore() const { expect(m_requests.empty(), "there is no other request"); }
 
-  // No thread is there to read.
+  // There is no reading thread.
   int read(std::span<std::uint8_t> /*buffer*/) override { std::abort(); }
 
   int getFeature(std::span<std::uint8_t> report) override {
@@ -83,7 +83,7 @@ class FeatureDevice : public Device {
     expect(std::all_of(report.begin() + 1, report.end(), [](auto byte) { return byte == 0; }),
            "nothing but the id is in a request");
     const Reply reply = nextReply(report.size());
-    // The pad may answer with another id.
+    // The pad may answer with a different id.
     std::copy(reply.content.begin(), reply.content.end(), report.begin());
     m_requests.push_back({true, id, {Bytes(report.begin(), report.end()), reply.result}});
     return reply.result;
@@ -166,8 +166,8 @@ class FeatureDevice : public Device {
 inline void ignorePen(std::int32_t, std::int32_t, std::int32_t, std::uint8_t, std::uint32_t,
                       std::uint32_t) {}
 
-// Opens the pad of a provider, lets Pad check what was asked and sent at the open, then at each
-// operation while there is input, then at the close.
+// Opens the pad of a provider. Pad checks the requests of the open, then those of each operation
+// while there is input, then those of the close.
 template <class Pad>
 int useFeatures(ByteSpan bytes, short provider) {
   Input input(bytes);

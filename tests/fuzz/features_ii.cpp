@@ -74,7 +74,7 @@ class IiPad {
     return littleWord(bytes, at) + 65536L * static_cast<std::int16_t>(littleWord(bytes, at + 2));
   }
 
-  // The size whose quotients are in these places of the reply.
+  // The size whose quotients are at these positions of the reply.
   double size(std::size_t extent, std::size_t first, std::size_t second) {
     const auto [bytes, result] = m_device.asked(10, 55);
     if (result == 0) return 0;

@@ -44,7 +44,7 @@ class InkPad {
   InkPad(gIIVela& sdk, fuzz::FeatureDevice& device) : m_sdk(sdk), m_device(device) {}
 
   void checkOpen() {
-    // The picture itself is the artwork's business.
+    // The picture itself is not checked here.
     for (int band = 0; band < 4; ++band) {
       expect(m_device.sent(7, 2408)[3] == 60 * band, "the bands go from top to bottom");
     }
@@ -127,8 +127,8 @@ class InkPad {
   }
 
  private:
-  // What an edit of the option block asks and sends, and what it returns. Without a block to read
-  // it fails.
+  // The requests and the result of an edit of the option block. It fails if the block cannot be
+  // read.
   template <class Change>
   int edit(Change change) {
     auto [block, result] = m_device.asked(3, 17);
@@ -138,7 +138,7 @@ class InkPad {
     return m_device.sent(block) != 0;
   }
 
-  // The same; without a block to read it edits the one that was read last at the open.
+  // The same; if the block cannot be read, the one that was read last at the open is edited.
   template <class Change>
   int editOrCached(Change change) {
     auto [read, result] = m_device.asked(3, 17);

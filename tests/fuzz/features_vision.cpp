@@ -84,7 +84,7 @@ class VisionPad {
  public:
   VisionPad(gIIVela& sdk, fuzz::FeatureDevice& device) : m_sdk(sdk), m_device(device) {}
 
-  // The open breaks off where the pad does not answer as it should.
+  // The open is aborted where the pad does not answer correctly.
   void checkOpen() {
     if (m_device.asked(3, 17).result < 0) return;
     m_device.sent(report(4, 1));
@@ -170,7 +170,7 @@ class VisionPad {
     expectSame(info, infoIn(bytes));
   }
 
-  // What the facade tells is what the pad said at the open.
+  // The facade returns what the pad reported at the open.
   void sizes() {
     expectSame(
         {
@@ -180,7 +180,7 @@ class VisionPad {
             .nMaxY = m_sdk.GetDataRangeMaxY(),
             .nMinZ = m_sdk.GetDataRangeMinZ(),
             .nMaxZ = m_sdk.GetDataRangeMaxZ(),
-            .dRatio = m_info.dRatio,  // the facade does not tell it
+            .dRatio = m_info.dRatio,  // not available from the facade
             .dPhysicalX = m_sdk.GetPhysicalX(),
             .dPhysicalY = m_sdk.GetPhysicalY(),
         },

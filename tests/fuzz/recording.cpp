@@ -13,7 +13,7 @@ using fuzz::expect;
 using virtualpads::Bytes;
 using virtualpads::Recording;
 
-// The pad that a recording tells of, so far as a writer asks.
+// The pad described by a recording, as far as a writer needs it.
 class RecordedPad : public virtualpads::PadModel {
  public:
   explicit RecordedPad(const Recording& recording) : m_recording(recording) {}

@@ -1,5 +1,5 @@
-// replay of a fuzz target without a fuzzer: runs the target on each of the files, and on each file
-// in the folders, that it is given.
+// replay of a fuzz target without a fuzzer: runs the target on each given file and on each file in
+// the given folders.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

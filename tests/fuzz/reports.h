@@ -1,7 +1,7 @@
-// The input reports of a pad, as a stream of reads from the first to the last of a connection. What
-// the callback is given is compared with what the pad's table of the report says, sample by sample.
+// The input reports of a pad, as a stream of reads from the first to the last of a connection. The
+// callback's arguments are compared with the pad's table of the report, sample by sample.
 //
-// The fuzzer's bytes: a byte that tells what becomes of the next read, then the bytes of its
+// The fuzzer's bytes: a byte that selects the outcome of the next read, then the bytes of its
 // report.
 //
 //   0 to 7F   a whole report
@@ -12,8 +12,8 @@
 // A report for which too few bytes are left is a short one.
 //
 // A pad gives reportSize, Driver, whether it has a clock of its own, and `sample`: what the
-// callback should be given for a read of at least one byte. The numbers of samples run on over all
-// connections of a process, and so do those of the pads here.
+// callback should be given for a read of at least one byte. The numbers of samples continue over
+// all connections of a process, here as in the SDK.
 #ifndef TESTS_FUZZ_REPORTS_H
 #define TESTS_FUZZ_REPORTS_H
 
@@ -31,7 +31,7 @@
 
 namespace fuzz {
 
-// What a callback is given; a time stamp only from a pad that has a clock of its own.
+// The arguments of a callback. The time stamp is set only for a pad that has a clock of its own.
 struct Sample {
   std::int32_t x;
   std::int32_t y;
@@ -42,11 +42,11 @@ struct Sample {
   bool operator==(const Sample&) const = default;
 };
 
-// The signal thread is not needed, and only the processing thread needs to be a thread.
+// The signal thread is not needed, and only the processing thread needs to be a real thread.
 inline constexpr std::array kSignalFirst{Start::Refused, Start::RunAtOnce, Start::Started};
 inline constexpr std::array kReadingFirst{Start::RunAtOnce, Start::Refused, Start::Started};
 
-// Written on the processing thread, read when it has nothing left to deliver.
+// Written on the processing thread; read when that thread has nothing left to deliver.
 inline std::vector<Sample> delivered;
 
 struct Read {
@@ -68,7 +68,7 @@ inline std::vector<Read> readsFrom(Input input, std::size_t reportSize) {
   return reads;
 }
 
-// Runs the reading loop where it is started, and ends it when all reads have been made.
+// Runs the reading loop where it is started, and ends it after the last read.
 template <class Pad>
 class ReportingDevice : public Device {
  public:
@@ -86,7 +86,7 @@ class ReportingDevice : public Device {
     return read.result;
   }
 
-  // A vision pad that is to open must say that it is in mode 1.
+  // A vision pad opens only if it reports mode 1.
   int getFeature(std::span<std::uint8_t> report) override {
     std::fill(report.begin() + 1, report.end(), std::uint8_t{1});
     return static_cast<int>(report.size());

@@ -1,7 +1,7 @@
-// Together with the virtual pads' hidapi face this is preloaded into installed programs, which then
-// find virtual pads where they look for real ones: those that VELA_PADS names. As soon as a program
-// has opened one, a pen draws a line on it and lifts, unless VELA_PEN is set. When the program
-// ends, the file VELA_LEFT gets what it left behind.
+// Preloaded into installed programs together with the virtual pads' hidapi face. The programs then
+// find the virtual pads named in VELA_PADS instead of real ones. As soon as a program has opened a
+// pad, a pen draws a line on it and lifts, unless VELA_PEN is set. When the program ends, the state
+// it left behind is written to the file VELA_LEFT.
 #include <unistd.h>
 
 #include <array>
@@ -43,7 +43,7 @@ void drawLine(VirtualBus::Port port) {
   if (wanted == nullptr) return;
   const std::string names = wanted;
   bus().setReadTimeout(std::chrono::milliseconds(20));
-  // Signals are the program's; the pens take none.
+  // Signals are for the program; the pens' threads block them.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

@@ -1,4 +1,4 @@
-// How vela-padinfo --watch words what it hears. That it hears is for tests/kernel.
+// The output of vela-padinfo --watch. Whether it receives the events is tested in tests/kernel.
 #include "PadWatch.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// docs/protocol.md against the code: the list of pads, and each worked example, which goes through
-// the SDK on a pad that knows nothing but the document's own bytes.
+// docs/protocol.md against the code: the list of pads, and each worked example, which is run
+// through the SDK on a pad that uses only the document's bytes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -101,8 +101,8 @@ std::vector<ExampleLine> examplesOf(const std::string& name) {
   return examples;
 }
 
-// A pad that answers with the document's `get` lines, keeps what is set of those reports, and takes
-// every report.
+// A pad that answers with the document's `get` lines, stores what is set in those reports, and
+// accepts every report.
 class DocumentedPad : public PadModel {
  public:
   DocumentedPad(int product, const std::vector<ExampleLine>& examples)
@@ -134,7 +134,7 @@ class DocumentedPad : public PadModel {
   std::map<std::uint8_t, Bytes> m_replies;
 };
 
-// What the callback gets, for tests to take.
+// The samples from the callback, for tests to read.
 class Samples {
  public:
   static Samples& instance() {
@@ -193,7 +193,7 @@ class Protocol : public testing::TestWithParam<int> {
     vela.CloseProvider();
   }
 
-  // Whether this report was sent; one whose example ends in "..." begins so.
+  // Whether this report was sent. If the example ends in "...", only its beginning is compared.
   bool wasSent(const std::string& example) const {
     const Bytes bytes = bytesOf(example);
     const bool whole = !example.ends_with("...");
@@ -248,7 +248,7 @@ class Protocol : public testing::TestWithParam<int> {
       bus.clearLog();
       vela.ClearInking();
     } else if (word == "keep-alive") {
-      // Goes by the processor time that the process uses.
+      // Depends on the processor time that the process uses.
       while (!wasSent("1A + 16 x 00")) {
       }
     } else if (word == "serial") {

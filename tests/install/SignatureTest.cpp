@@ -1,5 +1,5 @@
-// What vela-capture takes for a signature, and in which format it writes it. The formats themselves
-// are looked at in capture_test.sh.
+// What vela-capture accepts as a signature, and the format it writes. The formats themselves are
+// tested in capture_test.sh.
 #include "Signature.h"
 
 #include <gtest/gtest.h>

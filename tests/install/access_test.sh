@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# access_test.sh PROGRAM CAPTURE: what the tools say of a pad whose node may not be opened. The node and
-# the kernel's word on it are set up in a mount namespace of their own, the tools run as nobody.
+# access_test.sh PROGRAM CAPTURE: the tools' messages about a pad whose node may not be opened. The node and
+# its entry in /sys are set up in a separate mount namespace; the tools run as nobody.
 . "$(dirname "$0")/testing.sh"
 padinfo=$1
 capture=$2

@@ -11,8 +11,8 @@ ID = "{http://www.w3.org/XML/1998/namespace}id"
 UNITS = {"dev", "m", "cm", "mm", "in", "pt", "pc", "em", "ex", "s", "ms", "Kg", "g", "mg", "N", "lb", "deg", "rad", "%"}
 NAMES = {"X", "Y", "Z", "F", "S", "W", "T", "C", "OTx", "OTy", "OA", "OE", "OR"}
 
-# By element: its children as a regular expression over their names, each followed by a blank; the attributes it
-# needs; those it may have beside them.
+# By element: its children as a regular expression over their names, each followed by a blank; its required
+# attributes; its optional attributes.
 GRAMMAR = {
     "ink": ("((definitions|context|trace|traceGroup|traceView|annotation|annotationXML) )*", set(), {"documentID"}),
     "definitions": ("((brush|canvas|canvasTransform|context|inkSource|mapping|timestamp|trace|traceFormat) )*",
@@ -30,7 +30,7 @@ GRAMMAR = {
                  "timestampRef"}),
     "trace": ("", set(), {ID, "type", "continuation", "priorRef", "contextRef", "brushRef", "duration", "timeOffset"}),
 }
-# What an attribute's value may be; references are looked at by themselves.
+# The allowed values of attributes; references are checked separately.
 VALUES = {
     ("timestamp", "time"): r"\d+",
     ("channel", "type"): "integer|decimal|double|boolean",

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# consumer_test.sh PREFIX LIBRARY_FOLDER: a project outside the tree finds, builds and runs against what
-# is installed under PREFIX, through CMake and through pkg-config. CC, CXX and GENERATOR are the build's.
+# consumer_test.sh PREFIX LIBRARY_FOLDER: a project outside the tree finds the SDK installed under PREFIX,
+# builds and runs, with CMake and with pkg-config. CC, CXX and GENERATOR are the build's.
 . "$(dirname "$0")/testing.sh"
 prefix=$1
 libraries=$1/$2
@@ -34,7 +34,7 @@ expect "find_package, shared" "$facade" "$(run "$work/build/facade-shared")"
 expect "find_package, static" "$facade" "$(run "$work/build/facade-static")"
 expect "find_package, flat" "$flat" "$(run "$work/build/flat")"
 
-needed() { # PROGRAM: which of our libraries it loads
+needed() { # PROGRAM: prints which of our libraries it loads
   objdump -p "$1" | sed -n 's/^ *NEEDED *\(lib\(gIIVela\|velawrap\|hidapi\).*\)/\1/p' | xargs
 }
 expect "shared" "libgIIVela.so.1" "$(needed "$work/build/facade-shared")"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# metadata_test.sh WHAT PREFIX: what a desktop, the device manager and the manual find under PREFIX.
+# metadata_test.sh WHAT PREFIX: the files under PREFIX for the desktop, the device manager and the manual.
 . "$(dirname "$0")/testing.sh"
 prefix=$2
 share=$2/share
@@ -11,7 +11,7 @@ desktop() {
   [ -x "$prefix/bin/$(sed -n 's/^Exec=//p' "$entry")" ]
   expect "its program is there" 0 $?
   for size in 16 24 32 48 64 128 256; do
-    # A PNG file tells its width and height from byte 16 on.
+    # A PNG file has its width and height from byte 16 on.
     expect "icon of $size pixels" "$size $size" "$(od --endian=big -An -tu4 -j16 -N8 \
       "$share/icons/hicolor/${size}x$size/apps/$(sed -n 's/^Icon=//p' "$entry").png" | xargs)"
   done
@@ -21,8 +21,8 @@ desktop() {
 appstream() {
   local file=$share/metainfo/org.example.vela.testapp.metainfo.xml
   command -v appstreamcli >/dev/null || skip "appstreamcli is not installed"
-  # The one thing amiss: the owner has chosen no licence, for the metadata neither. Versions from 1.0 on
-  # would like a home page and the developer too, which there are not.
+  # The only defect: the owner has not chosen a licence, nor one for the metadata. Versions from 1.0 on also
+  # want a home page and the developer, which do not exist.
   expect "appstreamcli validate" "E: org.example.vela.testapp:~: metadata-license-missing" \
     "$(appstreamcli validate --no-net --pedantic "$file" 2>&1 | grep '^[EWIP]:' |
       grep -v -e url-homepage-missing -e developer-info-missing)"

@@ -73,7 +73,7 @@ expect "the samples end when nobody reads" "0" "${PIPESTATUS[0]}"
 expect "and leaves the pad reset" "open 0, misused 0
 ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
 
-# The kernel's pads come and go in tests/kernel.
+# Plugging and unplugging on a kernel is tested in tests/kernel.
 for signal in INT TERM HUP; do
   drive "" "*no pad*" $signal "$padinfo" --watch
   expect "watching until SIG$signal" "vela-padinfo: no pad is attached 0" "$output $code"

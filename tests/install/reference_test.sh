@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# reference_test.sh DOXYFILE: the API reference is made without a warning, and every function in it has
-# words of its own.
+# reference_test.sh DOXYFILE: the API reference is generated without a warning, and every function has a
+# description of its own.
 . "$(dirname "$0")/testing.sh"
 command -v doxygen >/dev/null || skip "doxygen is not installed"
 cd "$work" || exit 1
-reference() { # ADDED_SETTINGS: the warnings of doxygen
+reference() { # ADDED_SETTINGS: prints the warnings of doxygen
   { cat "$doxyfile"; printf 'OUTPUT_DIRECTORY = .\n%s\n' "$1"; } | doxygen - 2>&1
 }
 doxyfile=$1

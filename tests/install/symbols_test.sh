@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# symbols_test.sh LIBRARY LIST: the library shows exactly the symbols that the Debian package's list names.
-# What it holds of the C++ library is left out: that depends on the compiler.
+# symbols_test.sh LIBRARY LIST: the library exports exactly the symbols in the Debian package's list. Symbols
+# of the C++ library are left out, because they depend on the compiler.
 . "$(dirname "$0")/testing.sh"
 command -v nm >/dev/null || skip "nm is not installed"
 nm -D --defined-only "$1" | awk '$3 !~ /^_ZN?K?(S|9__gnu_cxx)/ { print $3 }' | c++filt | LC_ALL=C sort -u \

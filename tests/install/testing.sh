@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the tests of installed things share. Sourced; $work is a fresh folder.
+# Functions shared by the tests of installed files. Sourced; $work is a fresh folder.
 set -u
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -28,7 +28,7 @@ finish() {
   echo "all as expected"
 }
 
-# on_pads NAMES COMMAND...: with virtual pads attached; what is left of them is in $work/left.
+# on_pads NAMES COMMAND...: runs the command with virtual pads attached; the state it leaves is in $work/left.
 on_pads() {
   local names=$1
   shift
@@ -36,8 +36,9 @@ on_pads() {
   env VELA_PADS="$names" VELA_LEFT="$work/left" ${PRELOAD:+LD_PRELOAD="$PRELOAD"} "$@"
 }
 
-# drive NAMES PATTERN ACT COMMAND...: on virtual pads; when the first line of its output matches, ACT
-# happens: the key Enter, or a signal of that name. Output and exit code go to $output and $code.
+# drive NAMES PATTERN ACT COMMAND...: runs the command on virtual pads. When a line of its output first
+# matches, ACT happens: the Enter key, or the signal of that name. Output and exit code are in $output and
+# $code.
 drive() {
   local names=$1 pattern=$2 act=$3 line
   shift 3

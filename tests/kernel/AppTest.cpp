@@ -1,6 +1,6 @@
 // The application as it is shipped, in a window on an X server, with pads on a real kernel.
 //
-// Leaves a picture of the window for each step in the current directory.
+// Saves a picture of the window for each step in the current directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -44,8 +44,8 @@ const std::array<View, 4> kViews{{
     {{324, 202}, {81, 100}, {243, 100}},
 }};
 
-// Requests in the middle of Open, and one in the middle of Clear and of the closing, where the pad
-// gets any.
+// Requests in the middle of Open, and one each in the middle of Clear and of the closing, if the
+// pad gets any.
 struct Requests {
   std::vector<Request> open{};
   std::optional<Request> clear{};
@@ -54,13 +54,13 @@ struct Requests {
 
 const std::array<Requests, 4> kRequests{{
     {},
-    // How large it is: the connection is open by then.
+    // The size request; the connection is already open.
     {.open = {{FeatureCall::Get, 10}}},
     // A band of the picture; the option block.
     {.open = {{FeatureCall::Set, 7}, {FeatureCall::Get, 3}},
      .clear = Request{FeatureCall::Set, 9},
      .close = Request{FeatureCall::Set, 9}},
-    // The reset, without which the opening is broken off; the pad information.
+    // The reset, without which the opening is aborted; the pad information.
     {.open = {{FeatureCall::Get, 3}, {FeatureCall::Get, 12}},
      .clear = Request{FeatureCall::Set, 18},
      .close = Request{FeatureCall::Set, 4}},
@@ -169,7 +169,7 @@ TEST_P(AppTest, InkIsShownClearedAndShownAgain) {
 
 class AppUnplugTest : public AppTest {
  protected:
-  // A fault has pulled the plug.
+  // A fault has unplugged the pad.
   void expectUnplug() {
     EXPECT_TRUE(
         pad->waitForRequest([](const FeatureRequest& request) { return !request.accepted; }));
@@ -177,7 +177,8 @@ class AppUnplugTest : public AppTest {
     pad->clearRequests();
   }
 
-  // From the idle application without a pad: it answers, and works with the pad plugged again.
+  // Starts from the idle application without a pad. It responds, and works after the pad is plugged
+  // in again.
   void goOn(const std::string& after) {
     const std::size_t from = app.program().lineCount();
     app.open();
@@ -189,7 +190,7 @@ class AppUnplugTest : public AppTest {
     writeAndLook("replugged-" + after);
   }
 
-  // The ink to the pen's place has come when the rest of the reports is sent.
+  // The ink up to the pen's position is visible before the remaining reports are sent.
   void writeWithThePenDown() {
     drawStroke(*pad);
     look("pen-down", [this](const QImage& picture) { return strokeIsThere(picture); });
@@ -211,8 +212,8 @@ class AppUnplugTest : public AppTest {
     if (requests.open.empty()) {
       app.reset();
       EXPECT_TRUE(pad->waitUntilClosed());
-      // Opening asks nothing of this pad. That its node is open is all that can be seen of it, so
-      // what the application has done by the time of the unplug may differ.
+      // Opening sends no request to this pad. Only the open node is visible from outside, so the
+      // application's progress at the time of the unplug may vary.
       app.open();
       EXPECT_TRUE(pad->waitUntilOpen());
       pad->unplug();
@@ -228,7 +229,7 @@ class AppUnplugTest : public AppTest {
       app.clear();
       expectUnplug();
     } else {
-      // Clear asks nothing of this pad. The stroke's going is the first that can be seen of it.
+      // Clear sends no request to this pad. Its first visible effect is that the stroke disappears.
       app.clear();
       look("clearing", [this](const QImage& picture) { return !strokeIsThere(picture); });
       pad->unplug();
@@ -246,8 +247,7 @@ class AppUnplugTest : public AppTest {
     goOn("reset-pen-moving");
   }
 
-  // Closing lasts until the pen rests, and of the connection's threads only the one that reads is
-  // left by then.
+  // Closing lasts until the pen rests. By then only the reading thread of the connection is left.
   void unplugWhileItWaitsForThePen(const std::function<void()>& close) {
     const MovingPen pen = movingPen(*pad);
     look("moving", hasInk);
@@ -270,7 +270,7 @@ class AppUnplugTest : public AppTest {
   }
 };
 
-// One application lives through all of them.
+// One application runs through all of them.
 TEST_P(AppUnplugTest, InEveryState) {
   openAndWait();
   look("opened", [this](const QImage& picture) { return findView(picture).size() == view.size; });
@@ -295,7 +295,7 @@ TEST_P(AppUnplugTest, InEveryState) {
   EXPECT_EQ(app.program().wait(), 0);
 }
 
-// At a request of the closing where there is one.
+// At a request of the closing, if there is one.
 TEST_P(AppUnplugTest, DuringQuit) {
   openAndWait();
   writeAndLook("before-quit");
@@ -322,14 +322,14 @@ std::string padName(const ::testing::TestParamInfo<int>& parameter) {
 INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Range(0, 4), padName);
 INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest, ::testing::Range(0, 4), padName);
 
-// A pad whose state tells whether the application has left it as it should.
+// A pad whose state shows whether the application has left it correctly.
 class AppEndTest : public ::testing::Test {
  protected:
   void SetUp() override {
     app.choose(kTestPads[2]);
     app.open();
     ASSERT_TRUE(pad->waitUntilOpen());
-    // The last report of the setting-up.
+    // The last report of the set-up.
     ASSERT_TRUE(
         pad->waitForRequest([this](const FeatureRequest&) { return model->layerState(2) == 1; }));
   }
@@ -380,7 +380,7 @@ TEST(AppAloneTest, WithoutAPadOpenSaysSo) {
                           "No device Vela Ink found", "No device Vela Vision found"));
 }
 
-// The window becomes connected all the same, on purpose; nothing may come of that but silence.
+// Deliberate: the window still becomes connected. Nothing else may happen.
 TEST(AppAloneTest, NodesWithoutPermissionAreNeverOpened) {
   std::vector<std::unique_ptr<UhidPad>> pads;
   Application app(desktop(), true);

@@ -75,8 +75,8 @@ void Application::goToList() {
   m_desktop.press(XK_Alt_L, XK_p);
 }
 
-// A button's own shortcut would press it only a moment later. So the way goes from the list by the
-// tabulator, which passes over the buttons that are disabled.
+// A button's own shortcut would press it only a moment later. So the focus is moved from the list
+// with the Tab key, which skips disabled buttons.
 void Application::pressButton(int tabulators) {
   goToList();
   for (int i = 0; i < tabulators; ++i) {

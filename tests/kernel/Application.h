@@ -1,4 +1,4 @@
-// The application in its window, and what a user does to it.
+// The application in its window, and the actions of a user.
 #ifndef TESTS_KERNEL_APPLICATION_H
 #define TESTS_KERNEL_APPLICATION_H
 
@@ -13,15 +13,15 @@
 // One thread only.
 class Application {
  public:
-  // Starts it and waits for its window.
+  // Starts the application and waits for its window.
   explicit Application(Desktop& desktop, bool unprivileged = false);
 
-  // By the keyboard alone. The application takes the keys one after the other: what they do has not
-  // come about when these return. While a reset goes on it takes none, so what follows one waits.
+  // These use the keyboard only. The application processes the keys in order; their effect may come
+  // after the function returns. During a reset it drops all keys, so what follows one waits.
   void choose(const TestPad& kind);
   void open();  // while idle
-  // Waits until the connection that `open` opens runs. That the pad knows of it is not enough: the
-  // kernel tells the pad a moment before it begins to keep reports for the program.
+  // Waits until the connection opened by `open` is running. The pad's open event is not enough: the
+  // kernel sends it a moment before it begins to queue reports for the program.
   void waitUntilConnected() const;
   void clear();  // while connected
   void reset();  // while connected

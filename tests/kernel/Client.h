@@ -1,4 +1,4 @@
-// The small client of the SDK (SdkClient.cpp), as a test sees it.
+// Controls the small client of the SDK (SdkClient.cpp).
 #ifndef TESTS_KERNEL_CLIENT_H
 #define TESTS_KERNEL_CLIENT_H
 
@@ -24,8 +24,8 @@ class Client : public Program {
 
   explicit Client(bool unprivileged = false);
 
-  // Opens the pad's provider and its connection; returns the number of pads that the provider
-  // counts.
+  // Opens the pad's provider and its connection. Returns the number of pads that the provider
+  // reports.
   int connect(const TestPad& pad);
   // Closes both.
   void disconnect();
@@ -33,16 +33,16 @@ class Client : public Program {
   // All samples so far.
   std::vector<Received> received() const;
   // Waits for that many samples, looking from line number `from` on, and returns the number of the
-  // line after the last of them. Throws std::runtime_error when they don't come.
+  // line after the last of them. Throws std::runtime_error if they do not arrive.
   std::size_t waitForSamples(int count, std::size_t from) const;
 
-  // What the connection costs, once a sample has come: of three measurements the least, for what
-  // else runs on the machine adds to them.
+  // The processor time that the connection uses after the first sample. This is the least of three
+  // measurements, because other load on the machine adds to them.
   Load percentOfCore();
 
-  // Sends reports number `first` to `first` + `count` - 1, never more than the kernel keeps while
-  // this client has yet to read them, and returns when the client has got as many samples. Throws
-  // std::runtime_error when they don't come.
+  // Sends reports number `first` to `first` + `count` - 1, never more at a time than the kernel
+  // queues, and returns when the client has received as many samples. Throws std::runtime_error if
+  // they do not arrive.
   void write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const;
 };
 

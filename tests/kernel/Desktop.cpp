@@ -26,12 +26,12 @@ std::string titleOf(Display* display, Window window) {
   return title;
 }
 
-// Windows may go while we look at them; what fails then, fails quietly.
+// Windows may disappear while they are examined; the resulting errors are ignored.
 int ignoreError(Display*, XErrorEvent*) {
   return 0;
 }
 
-// Waits until the server has sent an event. False when the limit has passed.
+// Waits until the server has sent an event. False on a time-out.
 bool waitForEvent(Display* display, Clock::time_point limit) {
   while (XPending(display) == 0) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now()).count();

@@ -1,4 +1,4 @@
-// An X server without a monitor, a program's window on it, and a user's hands and eyes.
+// An X server without a monitor, with a program's window, simulated input and screenshots.
 #ifndef TESTS_KERNEL_DESKTOP_H
 #define TESTS_KERNEL_DESKTOP_H
 
@@ -12,10 +12,10 @@
 
 struct _XDisplay;
 
-// A key's name, as X11/keysym.h gives them.
+// A key's name, as in X11/keysym.h.
 using KeyName = unsigned long;
 
-// One thread only. What waits gives up after 120 s and throws std::runtime_error.
+// One thread only. Operations that wait throw std::runtime_error after 120 s.
 class Desktop {
  public:
   // Starts Xvfb.
@@ -30,14 +30,14 @@ class Desktop {
   // Presses and releases a key, such as XK_o, while another one, such as XK_Alt_L, is held down.
   void press(KeyName key);
   void press(KeyName held, KeyName key);
-  // Asks the window to close, as the cross in a window's frame does.
+  // Requests the window to close, as the close button in a window's frame does.
   void closeWindow();
 
   // The window as it looks now.
   QImage picture() const;
-  // The same for one pixel of it, which is much quicker.
+  // The same for a single pixel, which is much faster.
   QRgb pixel(QPoint point) const;
-  // Looks again and again until the picture is as wanted, and returns it.
+  // Polls until the picture is as wanted, and returns it.
   QImage waitForPicture(const std::function<bool(const QImage&)>& wanted) const;
 
  private:

@@ -1,5 +1,5 @@
-// waitForHidrawNode in a container: a made-up /sys and /dev, and no news of devices. Runs where a
-// process may have namespaces of its own.
+// waitForHidrawNode in a container: a made-up /sys and /dev, and no device events. Runs where a
+// process may create namespaces.
 #include "virtualpads/kernel/HidrawNode.h"
 
 #include <gtest/gtest.h>
@@ -45,8 +45,8 @@ void makeNode() {
   std::ofstream("/dev/hidraw7").flush();
 }
 
-// Waits for the node in a container, where `before` happens first and `after` once somebody has
-// looked through the directory in vain; whether the node and its file are there in the end.
+// Waits for the node in a container. `before` happens first, `after` once the directory has been
+// searched in vain. Returns whether the node and its file exist in the end.
 int waitInContainer(void (*before)(), void (*after)()) {
   if (!enterContainer()) {
     return kNoContainer;

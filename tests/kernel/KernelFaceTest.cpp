@@ -1,5 +1,5 @@
-// The kernel face on a real kernel, seen by the distribution's hidapi: what a program gets that
-// knows nothing of the SDK.
+// The kernel face on a real kernel, accessed through the distribution's hidapi, as by a program
+// without the SDK.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <hidapi.h>
@@ -29,7 +29,7 @@ using ::testing::Pair;
 using ::testing::UnorderedElementsAre;
 
 constexpr std::uint16_t kVendor = 0x04DF;
-constexpr int kReadLimit = 10000;  // milliseconds; only a broken test waits as long
+constexpr int kReadLimit = 10000;  // milliseconds; only a failing test waits this long
 
 struct CloseDevice {
   void operator()(hid_device* device) const { hid_close(device); }
@@ -50,7 +50,7 @@ Bytes read(const Device& device) {
   return report;
 }
 
-// The reply to a get-feature request of that length; nothing when it failed.
+// The reply to a get-feature request of that length; nothing if it failed.
 Bytes getFeature(const Device& device, std::uint8_t id, std::size_t length) {
   Bytes reply(length);
   reply[0] = id;
@@ -63,7 +63,7 @@ int setFeature(const Device& device, const Bytes& report) {
   return hid_send_feature_report(device.get(), report.data(), report.size());
 }
 
-// The pads of our vendor that hidapi lists: how many of each product, and under which name.
+// The pads of our vendor that hidapi lists: the number of each product, and its name.
 std::map<std::pair<int, std::wstring>, int> listed() {
   std::map<std::pair<int, std::wstring>, int> pads;
   hid_device_info* const all = hid_enumerate(kVendor, 0);
@@ -177,7 +177,7 @@ TEST(KernelFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
   EXPECT_THAT(read(device), ElementsAre(1, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0));
 }
 
-// What a sender has to know, see UhidPad::send. The kernel's ring of 64 places holds one less.
+// The limit documented at UhidPad::send. The kernel's ring of 64 entries holds one less.
 TEST(KernelFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
   const auto pad = plugged(PadKind::Usb);
   const Device device = openPad(*pad);
@@ -292,7 +292,7 @@ TEST(KernelFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
   EXPECT_FALSE(pad.plugged());
 }
 
-// Runs in a child, which gives up its privileges for good.
+// Runs in a child process, which drops its privileges permanently.
 TEST(KernelFaceDeathTest, WithoutPermissionPlugSaysSo) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_EXIT(

@@ -1,6 +1,6 @@
-// How long a pen sample takes from the kernel to the callback, and to the ink in the window, next
-// to hidapi alone in the same boot. Prints the figures, in lines that bench/report reads; what it
-// demands is only that every sample arrives.
+// Measures how long a pen sample takes from the kernel to the callback and to the ink in the
+// window, compared with hidapi alone in the same boot. Prints the figures in lines that
+// bench/report reads. Asserts only that every sample arrives.
 #include <gtest/gtest.h>
 #include <hidapi.h>
 
@@ -52,7 +52,7 @@ void report(const char* what, const TestPad& kind, const std::vector<std::int64_
 }
 
 // Sends the samples at a pad's pace and returns when each was handed to the kernel. `waitForNext`
-// returns when the reader has got one more sample; it holds the pen up where a reader falls so far
+// returns when the reader has received one more sample. It delays the pen when the reader is so far
 // behind that the kernel would drop reports.
 std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind,
                                      const std::function<void()>& waitForNext) {
@@ -79,7 +79,7 @@ TEST_P(LatencyTest, HidapiAlone) {
   hid_device* const device = hid_open_path(pad->waitForNode().c_str());
   ASSERT_NE(device, nullptr);
   std::vector<std::int64_t> arrived;
-  std::counting_semaphore<> unclaimed(0);  // samples that arrived and nobody waited for
+  std::counting_semaphore<> unclaimed(0);  // samples that arrived but were not waited for
   std::thread reader([&] {
     std::array<unsigned char, 64> bytes{};
     while (arrived.size() < kSamples &&
@@ -113,8 +113,8 @@ std::string padName(const ::testing::TestParamInfo<int>& parameter) {
 
 INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest, ::testing::Range(0, 4), padName);
 
-// The pen goes to the right in steps of three pixels; each step's last pixel is looked at until it
-// is blue, without a pause.
+// The pen moves to the right in steps of three pixels. The last pixel of each step is polled
+// without a pause until it is blue.
 TEST(LatencyToTheWindowTest, Ink) {
   constexpr int kRow = 80;
   constexpr int kFirstColumn = 10;
@@ -127,7 +127,7 @@ TEST(LatencyToTheWindowTest, Ink) {
   Application app(desktop);
   app.choose(kind);
   app.open();
-  // The middle of what the application scales to that column and row.
+  // The middle of the range that the application scales to that column and row.
   const auto moveTo = [&](int column) {
     pad->sendPen({.x = (column + 0.5) * 140 / 32767,
                   .y = (kRow + 0.5) * 200 / 32767,

@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
-// Writes, whether anybody reads it or not, until its end of life: `send` puts the n-th report on
-// the wire, n from 0 to 999 and from 0 again, on a thread of its own.
+// Writes until destruction, whether or not the pad is being read. `send` sends the n-th report on a
+// separate thread; n runs from 0 to 999 and restarts at 0.
 class MovingPen {
  public:
   explicit MovingPen(std::function<void(int n)> send)

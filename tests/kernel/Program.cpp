@@ -40,8 +40,8 @@ int openProgram(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
-// For who may not execute the file itself: it may be its owner's only, or lie in a home that others
-// may not enter.
+// For a user who may not execute the file itself: it may be accessible to its owner only, or be in
+// a home directory that others may not enter.
 int copyInMemory(const std::string& path) {
   const int file = openProgram(path);
   const int copy = memfd_create("program", MFD_CLOEXEC);
@@ -86,7 +86,7 @@ std::filesystem::path taskDirectory(pid_t program) {
 }  // namespace
 
 Program::Program(const std::string& path, const ProgramOptions& options) {
-  // A program that ends must show in what it has written, not end the test.
+  // A program that has ended must show in its output, not end the test.
   ::signal(SIGPIPE, SIG_IGN);
   Pipe input;
   Pipe output;

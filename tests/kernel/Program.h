@@ -1,4 +1,4 @@
-// A program under test in a process of its own, spoken to through its standard input and output.
+// A program under test in a separate process, controlled through its standard input and output.
 #ifndef TESTS_KERNEL_PROGRAM_H
 #define TESTS_KERNEL_PROGRAM_H
 
@@ -17,7 +17,7 @@
 
 constexpr uid_t kNobody = 65534;
 
-// A program that has a pad open has so many threads for it: one reads, one calls back, one waits.
+// The number of threads that a program has for an open pad: one reads, one calls back, one waits.
 constexpr std::size_t kConnectionThreads = 3;
 
 struct ProgramOptions {
@@ -26,12 +26,12 @@ struct ProgramOptions {
   bool unprivileged = false;                  // run as the user nobody
 };
 
-// All operations but wait may be called on any thread. Those that wait give up after 120 s.
+// All operations but wait may be called on any thread. Those that wait time out after 120 s.
 class Program {
  public:
   // Starts the program, found by its path.
   explicit Program(const std::string& path, const ProgramOptions& options = {});
-  // Kills it if it still runs.
+  // Kills the program if it is still running.
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -41,26 +41,26 @@ class Program {
   // Writes a line to the program's standard input; does nothing when the program has ended.
   void send(const std::string& line);
 
-  // Ends its standard input.
+  // Closes its standard input.
   void endInput();
 
-  // What it has written so far, standard output and standard error in one.
+  // Everything it has written so far, standard output and standard error combined.
   std::vector<std::string> lines() const;
   std::size_t lineCount() const;
   // Waits for a line, looking from line number `from` on, and returns its number. Throws
-  // std::runtime_error, with all the lines in its text, when the line does not come.
+  // std::runtime_error, with all the lines in its message, if the line does not arrive.
   std::size_t waitForLine(const std::function<bool(const std::string&)>& wanted,
                           std::size_t from = 0) const;
   std::size_t waitForLine(const std::string& wanted, std::size_t from = 0) const;
 
   // Sends a command that the program answers in one line starting with the command's first word,
-  // and returns the rest of that line. Throws as waitForLine does.
+  // and returns the rest of that line. Throws like waitForLine.
   std::string ask(const std::string& command);
 
-  // Its threads, and the processor time that one of them has used.
+  // The program's threads, and the processor time that one of them has used.
   std::vector<pid_t> threads() const;
   std::chrono::nanoseconds processorTime(pid_t thread) const;
-  // Waits until their number is as wanted. Throws std::runtime_error when it does not become so.
+  // Waits until their number is as wanted. Throws std::runtime_error on a time-out.
   void waitForThreads(const std::function<bool(std::size_t)>& wanted) const;
 
   void signal(int number) const;
@@ -75,7 +75,7 @@ class Program {
   virtualpads::FileDescriptor m_input;
   virtualpads::FileDescriptor m_output;
   std::thread m_reader;
-  int m_status = -1;  // as wait gives it; -1 while that has not been called
+  int m_status = -1;  // the result of wait; -1 before that
 
   mutable std::mutex m_mutex;
   mutable std::condition_variable m_changed;

@@ -1,5 +1,5 @@
-// A small client of the SDK: does what it is told on standard input, a command a line, and tells
-// what came of it on standard output, in a line that starts with the command's word.
+// A small client of the SDK. Reads commands from standard input, one a line, and prints each result
+// on standard output in a line that starts with the command's name.
 //
 //   provider N   opens provider N                          provider 0|1
 //   devices      counts the pads                           devices N
@@ -12,7 +12,7 @@
 //                number over and over without a pause,
 //                until the next command but the two below
 //   progress     while it hammers                          progress ROUNDS
-//   thread       tells the thread of the last callback     thread ID
+//   thread       prints the thread of the last callback    thread ID
 //   disconnect   closes the connection                     disconnect
 //   release      closes the provider                       release
 //

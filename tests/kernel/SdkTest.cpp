@@ -1,5 +1,5 @@
-// A client of the SDK with pads on a real kernel: what it is told, what reaches the pad, and what
-// becomes of it when the plug is pulled.
+// A client of the SDK with pads on a real kernel: its results, the requests that reach the pad, and
+// its behaviour when the pad is unplugged.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -30,25 +30,25 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A client may wait for one read of a second, and for a little work around it.
+// Closing may wait for one read of a second, plus a little work.
 constexpr std::chrono::seconds kCloseLimit{4};
 
 constexpr std::uint8_t kKeepAlive = 26;
 
-// What a test expects of a pad, in the words of the client and of the wire.
+// The expectations for a pad, as client output and as requests on the wire.
 struct Expectation {
   std::string size;
   std::string serial;
-  // The same from a client that may not open the node.
+  // The same for a client that may not open the node.
   std::string sizeWithoutPad;
   std::string serialWithoutPad;
-  // The requests that reach the pad, but for the vision pad's keep-alive.
+  // The requests that reach the pad, except the vision pad's keep-alive.
   std::vector<std::string> atConnect{};
   std::vector<std::string> atSize{};
   std::vector<std::string> atSerial{};
   std::vector<std::string> atClear{};
   std::vector<std::string> atDisconnect{};
-  // A request in the middle of the operation, where it makes any.
+  // A request in the middle of the operation, if it makes any.
   std::optional<Request> duringConnect{};
   std::optional<Request> duringClear{};
   std::optional<Request> duringDisconnect{};
@@ -126,14 +126,14 @@ class SdkTest : public ::testing::TestWithParam<int> {
   std::unique_ptr<UhidPad> pad = plugged(kind.kind);
   std::unique_ptr<Client> client = std::make_unique<Client>();
 
-  // The client sends "disconnect" and "release" and is done with them in time.
+  // The client executes "disconnect" and "release" in time.
   void expectDisconnectInTime() {
     const auto start = Clock::now();
     client->disconnect();
     EXPECT_THAT(Clock::now() - start, Lt(kCloseLimit));
   }
 
-  // After the plug was pulled: the client closes, and all works again with the pad plugged again.
+  // After an unplug: the client closes, and everything works after the pad is plugged in again.
   void expectToGoOn() {
     expectDisconnectInTime();
     replug(*pad);
@@ -177,7 +177,7 @@ TEST_P(SdkTest, PadIsCountedOpenedReadAndClosed) {
 TEST_P(SdkTest, OfTwoPadsOneIsOpenedAndTheOtherServesAfterAnUnplug) {
   const auto second = plugged(kind.kind);
   EXPECT_EQ(client->connect(kind), 2);
-  // Each pad sends another report, and the sample tells whose it was.
+  // Each pad sends a different report, so the sample identifies the pad.
   const std::size_t from = client->lineCount();
   pad->send(kind.report(0));
   second->send(kind.report(1));
@@ -195,7 +195,7 @@ TEST_P(SdkTest, OfTwoPadsOneIsOpenedAndTheOtherServesAfterAnUnplug) {
   EXPECT_NO_THROW(client->write(other, kind, 0, 5));
 }
 
-// The facade reports an open connection all the same, and the client must get through it.
+// The facade still reports an open connection, and the client must handle it.
 TEST_P(SdkTest, NodeWithoutPermissionStaysSilent) {
   client = std::make_unique<Client>(true);
   EXPECT_EQ(client->connect(kind), 1);
@@ -251,7 +251,7 @@ TEST_P(SdkTest, UnplugDuringOpen) {
     unplugAt(*pad, *expected.duringConnect);
     client->connect(kind);
   } else {
-    // Opening asks nothing of the others: that the node is open is all that can be seen of it.
+    // Opening sends no request to the other pads; only the open node is visible from outside.
     client->ask("provider " + std::to_string(kind.provider));
     const std::size_t from = client->lineCount();
     client->send("connect");
@@ -284,8 +284,8 @@ TEST_P(SdkTest, UnplugDuringClose) {
     unplugAt(*pad, *expected.duringDisconnect);
     client->send("disconnect");
   } else {
-    // Closing asks nothing of the others. But it lasts until the pen rests, and of the connection's
-    // threads only the one that reads is left by then.
+    // Closing sends no request to the other pads. But it lasts until the pen rests, and by then
+    // only the reading thread of the connection is left.
     const MovingPen pen([this](int n) { pad->send(kind.report(n)); });
     const std::size_t threads = client->threads().size();
     client->send("disconnect");
@@ -303,9 +303,9 @@ TEST_P(SdkTest, UnplugDuringClose) {
   EXPECT_NO_THROW(client->write(*pad, kind, 0, 5));
 }
 
-// A reading loop that retries without a pause would take a whole core. What the processing thread
-// costs on top is the poll of its queue, plugged or not: on an emulated machine more than the bound
-// by itself, and never the same twice.
+// A reading loop that retries without a pause would take a whole core. The processing thread polls
+// its queue whether or not the pad is plugged in. On an emulated machine this alone exceeds the
+// bound and varies from run to run, so only its growth is limited.
 TEST_P(SdkTest, UnpluggedPadTakesNoProcessorTime) {
   client->connect(kind);
   client->write(*pad, kind, 0, 1);
@@ -347,7 +347,8 @@ TEST(SdkInkPadTest, LcdIsSetUpWhileConnectedAndResetByTheClose) {
   for (int layer = 0; layer < 3; ++layer) {
     EXPECT_EQ(model->layerState(layer), 0);
   }
-  // The clear, then that of the three layers: the value tells layer 0 from the others, no more.
+  // The clear, then the clears of the three layers. The value only distinguishes layer 0 from the
+  // others.
   EXPECT_THAT(model->clears(), testing::ElementsAre(0, 0, 1, 1));
 }
 

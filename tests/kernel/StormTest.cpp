@@ -1,5 +1,5 @@
-// The unplug storm: over and over, the plug is pulled while the pen moves and the client's thread
-// makes one call after the other.
+// The unplug storm: the pad is unplugged repeatedly while the pen moves and the client's thread
+// makes one call after another.
 //
 // kernel-storm ROUNDS: that many rounds for each pad.
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ constexpr double kPercentUnplugged = 5;  // of a core, for the thread that tries
 
 int rounds = 0;
 
-// The rounds of calls that the client has made since it was told to hammer.
+// The rounds of calls that the client has made since "hammer".
 long progress(Client& client) {
   return std::stol(client.ask("progress"));
 }

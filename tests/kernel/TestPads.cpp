@@ -24,7 +24,7 @@ constexpr unsigned cycled(int n) {
   return static_cast<unsigned>(n % 127 + 1);
 }
 
-// Raw (590, 295) is the middle of the surface; the pressure tells the samples apart.
+// Raw (590, 295) is the middle of the surface; the pressure distinguishes the samples.
 Bytes usbReport(int n) {
   return {0x20, low(590), high(590), low(295), high(295), low(n % 128)};
 }

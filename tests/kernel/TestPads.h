@@ -25,8 +25,8 @@ struct TestPad {
   const char* name;
   int provider;
   virtualpads::PadKind kind;
-  // The n-th report of a pen that stays down, n from 0 to 999, and the sample that a program makes
-  // of it when it is the n-th one that the program gets.
+  // The n-th report of a pen that stays down, n from 0 to 999, and the resulting sample if it is
+  // the n-th one that the program gets.
   virtualpads::Bytes (*report)(int n);
   Sample (*sample)(int n);
 };
@@ -34,8 +34,8 @@ struct TestPad {
 // In the order of the providers.
 extern const std::array<TestPad, 4> kTestPads;
 
-// How far a test may send ahead of the program that reads; the kernel keeps 63 unread reports and
-// drops the others.
+// How far a test may send ahead of the reading program. The kernel queues 63 unread reports and
+// drops further ones.
 constexpr int kUnreadReports = 48;
 
 // A feature request.
@@ -44,13 +44,13 @@ struct Request {
   std::uint8_t reportId;
 };
 
-// Pulls the plug when the pad gets the request, which goes unanswered.
+// Unplugs the pad when it gets the request, which is not answered.
 void unplugAt(virtualpads::UhidPad& pad, Request request);
 
 // A pad of the same vendor that the SDK has no driver for.
 std::shared_ptr<virtualpads::PadModel> makeOtherPad();
 
-// Plugs a pad and returns when it has its node; throws std::runtime_error when it gets none.
+// Plugs in a pad and returns when it has its node. Throws std::runtime_error if it gets none.
 std::unique_ptr<virtualpads::UhidPad> plugged(std::shared_ptr<virtualpads::PadModel> model);
 std::unique_ptr<virtualpads::UhidPad> plugged(virtualpads::PadKind kind);
 // The same for a pad that was unplugged.

@@ -1,5 +1,5 @@
-// UhidPad against a socket in the kernel's place: what it writes to /dev/uhid, and what it makes of
-// the events that the kernel would send. Runs anywhere.
+// UhidPad with a socket in place of the kernel: what it writes to /dev/uhid, and how it handles the
+// events that the kernel would send. Runs anywhere.
 #include "virtualpads/kernel/UhidPad.h"
 
 #include <gmock/gmock.h>
@@ -53,7 +53,7 @@ class ToyPad : public PadModel {
   int gets = 0;
 };
 
-// The kernel's end of what a UhidPad takes for /dev/uhid. Starts every device that it is asked for.
+// The kernel's end of the socket that replaces /dev/uhid. Starts every requested device.
 class FakeKernel {
  public:
   FileDescriptor device() {
@@ -117,7 +117,7 @@ class FakeKernel {
     return event.u.set_report_reply;
   }
 
-  // Whether the pad has let go of its end without writing anything more.
+  // Whether the pad has closed its end without writing anything more.
   bool silent() {
     uhid_event event;
     return recv(m_end.get(), &event, sizeof event, MSG_DONTWAIT) < 0 && errno == EAGAIN;
@@ -135,7 +135,7 @@ Bytes data(const uhid_get_report_reply_req& reply) {
 
 class UhidPadTest : public ::testing::Test {
  protected:
-  // Plugs, and takes the request for the device off the wire.
+  // Plugs in the pad and reads its request for the device.
   void plug() {
     pad.plug();
     created = kernel.receive();
@@ -240,7 +240,7 @@ TEST(UhidPadWithoutUhidTest, PlugTellsWhyUhidCannotBeOpened) {
   EXPECT_TRUE(pad.plugged());
 }
 
-// While it lives, the process can open nothing more.
+// While it exists, the process cannot open anything.
 class NoMoreFiles {
  public:
   NoMoreFiles() {
@@ -449,7 +449,7 @@ TEST_F(UhidPadTest, LateAnswersAreHeldBackUntilReleased) {
   EXPECT_TRUE(pad.waitForRequest(
       [](const FeatureRequest& request) { return request.call == FeatureCall::Set; }));
   EXPECT_TRUE(kernel.silent());
-  // Meanwhile the pad goes on working.
+  // Meanwhile the pad keeps working.
   kernel.tell(UHID_OPEN);
   EXPECT_TRUE(pad.waitUntilOpen());
   EXPECT_TRUE(kernel.silent());

@@ -1,5 +1,5 @@
-// vela-virtual-pad as it is shipped, on a real kernel, with this test as the program that has the
-// pad open. Leaves a picture of the window in the current directory.
+// vela-virtual-pad as it is shipped, on a real kernel. This test is the program that has the pad
+// open. Saves a picture of the window in the current directory.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@
 #include "virtualpads/Recording.h"
 #include "virtualpads/kernel/FileDescriptor.h"
 
-// Last: their macros take common names.
+// Last, because their macros use common names.
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 
@@ -38,7 +38,7 @@ using virtualpads::FileDescriptor;
 
 constexpr int kPatienceMilliseconds = 30000;
 
-// The node that the program says it has plugged the pad at, once it does.
+// Waits for the program to print the pad's node and returns it.
 std::string nodeOf(const Program& program, const std::string& pad) {
   const std::string begin = pad + " is plugged at ";
   const auto number =
@@ -103,7 +103,7 @@ TEST(Replay, TellsOfReportsThatNobodyCouldGet) {
   EXPECT_EQ(program.wait(), 1);
 }
 
-// The program is somebody else's and in a home that its user may not enter.
+// The program belongs to another user and is in a home directory that its user may not enter.
 TEST(Permission, IsMissedInOneClearLine) {
   char home[] = "/tmp/home-XXXXXX";
   ASSERT_NE(mkdtemp(home), nullptr);
@@ -120,7 +120,7 @@ TEST(Permission, IsMissedInOneClearLine) {
   std::filesystem::remove_all(home);
 }
 
-// Five open files are enough for the pad, and leave none to hear of its node by.
+// Five open files are enough for the pad, but leave none for the events about its node.
 TEST(Replay, TellsThatTheNodeCannotBeFound) {
   std::ofstream("unfound.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n";
   Program program("/usr/bin/prlimit", {.arguments = {"--nofile=5", VELA_VIRTUAL_PAD, "usb",
@@ -194,7 +194,7 @@ TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
   std::vector<Bytes> received;
   {
     const Node node(path);
-    // At once: the kernel keeps only 63 unread reports.
+    // Sent at once: the kernel queues only 63 unread reports.
     auto stroke = std::async(std::launch::async, [&node] {
       std::vector<Bytes> reports;
       do {

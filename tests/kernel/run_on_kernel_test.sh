@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What run-on-kernel decides before it boots anything. The tools that it would use are stand-ins.
+# The decisions of run-on-kernel before it boots anything. The tools that it uses are stand-ins.
 set -u
 program=$(dirname "$(realpath "$0")")/run-on-kernel
 scratch=$(mktemp -d)
@@ -44,7 +44,7 @@ stand_in apt-get 'echo "E: no network" >&2; exit 100'
 expect "the packages can't be had" 77 "$skipped linux-image-amd64 linux-image-1 linux-image-2 could not be downloaded: E: no network" \
   "$program" . 5 echo ran
 
-# Root with a /dev/uhid, and with that line in /proc/mounts.
+# Runs as root with a /dev/uhid, and with that line in /proc/mounts.
 # shellcheck disable=SC2317
 with_dev() { # LINE
   # shellcheck disable=SC2016
@@ -63,7 +63,7 @@ else
 fi
 
 # A kernel in several packages, with a module of each kind of compression and one that is built in. QEMU's stand-in
-# lists what the guest's first program is given, and ends the guest.
+# lists the files given to the guest's first program, and ends the guest.
 module() { # FILE NEEDED_SYMBOL EXPORTED_SYMBOL
   mkdir -p "$(dirname "$1")"
   printf '%s\n' "extern void $2(void); void (*call_$3)(void) = $2;" \

@@ -1,5 +1,5 @@
-// vela-long-run: the SDK on virtual pads for a long time. Each sample has to arrive, in order and
-// as it was sent, and nothing may grow: threads, file descriptors, memory.
+// vela-long-run: the SDK on virtual pads for a long time. Each sample has to arrive in order and
+// unchanged, and nothing may grow: threads, file descriptors, memory.
 #include <getopt.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -45,14 +45,14 @@ constexpr const char* kUsage =
 
 constexpr int kReportsPerSecond = 400;
 
-// What may be more at the end of a run than at its beginning. The resident memory is the system's
-// business in part; the allocations are those of the log that the virtual bus keeps of the reads.
+// The allowed growth from the beginning of a run to its end. The resident memory partly depends on
+// the system; the allocations are those of the virtual bus's log of the reads.
 constexpr long kHeapBytesAllowed = 65'536;
 constexpr long kAllocationsAllowed = 16;
 long residentKibAllowed = 4'096;
 
-// Seven reports that are sent over and over, and what they become. Seven has no divisor in common
-// with the numbers that samples have, so that a sample that is lost or doubled shows.
+// Seven reports that are sent repeatedly, and the resulting samples. Seven has no divisor in common
+// with the cycle of sample numbers, so that a lost or duplicated sample is detected.
 constexpr std::size_t kKnownReports = 7;
 
 struct Known {
@@ -69,7 +69,8 @@ struct Pad {
   const char* classId;
   std::size_t reportSize;
   std::array<Known, kKnownReports> known;
-  void (*number)(Bytes& report, std::uint32_t number);  // writes it where the pad's own is
+  void (*number)(Bytes& report,
+                 std::uint32_t number);  // writes the number where the pad has its own
   std::uint32_t (*following)(std::uint32_t sequence);
 };
 
@@ -138,12 +139,12 @@ constexpr Pad kPads[] = {
      cyclic256},
 };
 
-// What the callback checks. `delivered` and `wrong` may be looked at on any thread, the rest
+// The state of the callback's checks. `delivered` and `wrong` may be read on any thread; the rest
 // belongs to the callback while a connection is open.
 struct Delivery {
   const Pad* pad = nullptr;
   std::atomic<long> delivered{0};
-  std::atomic<long> wrong{-1};  // the first sample that is not what it should be, from 0
+  std::atomic<long> wrong{-1};  // the first wrong sample, from 0
   std::uint32_t lastSequence = 0;
   std::atomic<bool> stalled{false};  // the callback does not return while it is
 
@@ -193,7 +194,7 @@ struct Memory {
   }
 };
 
-// Prints how much more there is than at the beginning. False when it is too much.
+// Prints the growth since the beginning. False if it exceeds the limit.
 bool reportGrowth(const Memory& begin, long allocationsAllowed) {
   const Memory end = Memory::now();
   const auto tell = [](const char* what, long growth, long allowed) {
@@ -253,8 +254,8 @@ double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// Sends the samples from `first` to before `last`, never far ahead of the callback, whose queue
-// would grow. False when they are not taken.
+// Sends the samples from `first` up to but not including `last`, never far ahead of the callback,
+// because its queue would grow. False if they are not delivered.
 bool send(Connection& connection, const Pad& pad, long first, long last) {
   constexpr long kStride = 1'000;
   constexpr long kFarAhead = 5 * kStride;
@@ -285,8 +286,8 @@ bool runSamples(const Pad& pad, long count) {
   return reportGrowth(begin, kAllocationsAllowed) && ran;
 }
 
-// One connection with one sample. False when that does not come, or a thread or a file descriptor
-// stays.
+// One connection with one sample. False if the sample does not arrive or if a thread or file
+// descriptor leaks.
 bool runCycle(const Pad& pad) {
   const long threads = support::threadCount();
   const long files = support::fileDescriptorCount();
@@ -296,7 +297,7 @@ bool runCycle(const Pad& pad) {
     Connection connection(pad);
     delivered = connection.bus.send(connection.port, reportOf(pad, 0)) && waitForDelivery(1);
   }
-  // A thread that has been joined may be seen a moment longer.
+  // A joined thread may be visible a moment longer.
   const bool ended = comesTrue([threads] { return support::threadCount() <= threads; });
   return delivered && delivery.wrong < 0 && ended && support::fileDescriptorCount() == files;
 }
@@ -398,7 +399,7 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  std::thread([] {}).join();  // the thread sanitizer starts one of its own together with the first
+  std::thread([] {}).join();  // the thread sanitizer starts its own thread with the first one
   bool ran = true;
   if (samples > 0) ran = forEachPad([&](const Pad& pad) { return runSamples(pad, samples); });
   if (cycles > 0) {

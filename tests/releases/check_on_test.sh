@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What check-on does around the command: the base tree that is made once, the copy that goes, the clone, the exit
-# status. What needs root or a network is a stand-in on the PATH.
+# What check-on does around the command: the base tree that is created once, the copy that is removed, the clone,
+# the exit status. Commands that need root or a network are stand-ins on the PATH.
 set -u
 program=$(dirname "$(realpath "$0")")/check-on
 scratch=$(mktemp -d)
@@ -9,7 +9,7 @@ cd "$scratch" || exit 1
 mkdir bin
 export PATH=$scratch/bin:$PATH VELA_TREES=$scratch/trees ASKED=$scratch/asked
 
-stand_in() { # NAME: with what is on standard input for a script
+stand_in() { # NAME: a script, given on standard input
   { echo '#!/bin/sh' && cat; } >"bin/$1"
   chmod +x "bin/$1"
 }

@@ -1,4 +1,4 @@
-// CVelaIoEngine: what it asks of hidapi and what it makes of the answers.
+// CVelaIoEngine: its calls to hidapi and how it handles the results.
 #include "VelaIoEngine.h"
 
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ using support::VirtualBus;
 using support::virtualSlot;
 using virtualpads::PadKind;
 
-// The arguments that the bus does not keep, as hidapi's functions got them.
+// Arguments passed to hidapi's functions that the bus does not log.
 struct HidArguments {
   std::vector<std::tuple<unsigned short, unsigned short, const wchar_t*>> opened;
   std::vector<std::tuple<unsigned short, unsigned short>> enumerated;
@@ -188,7 +188,7 @@ TEST_F(EngineTest, DestructionAfterACloseDoesNotCloseAgain) {
 
 TEST_F(EngineTest, KeepsTheOrderOfItsVirtualOperations) {
   static_assert(std::has_virtual_destructor_v<CVelaIoEngine>);
-  // Slots 0 and 1 are the destructor's.
+  // Slots 0 and 1 belong to the destructor.
   EXPECT_EQ(virtualSlot(&CVelaIoEngine::OpenDevice), 2U);
   EXPECT_EQ(virtualSlot(&CVelaIoEngine::CloseDevice), 3U);
 }
@@ -400,7 +400,7 @@ TEST_F(EngineTest, GetFeatureFillsTheBufferAndReturnsTheNumberOfBytes) {
   EXPECT_EQ(engine.GetFeature(6, buffer), 4);
   EXPECT_EQ(bus.calls(),
             (Calls{called(HidCall::GetFeature, 6, 4, {9, 0x11, 0x12, 0x13, 0x14, 0x15})}));
-  // What the pad did not send stays.
+  // Bytes that the pad did not send are unchanged.
   const unsigned char expected[6] = {9, 0xA1, 0xA2, 0xA3, 0x14, 0x15};
   EXPECT_TRUE(std::equal(buffer, buffer + 6, expected));
   engine.CloseDevice();
@@ -676,7 +676,7 @@ TEST_F(EngineTest, AfterASliceTheRestIsOneReadWhenThePadAnswersAgain) {
   engine.OpenDevice(1247, 18);
   unsigned char unknown[4] = {8};
   EXPECT_EQ(engine.GetFeature(4, unknown), -1);
-  // The first slice is held back until a feature call waits for its turn, which is next.
+  // The first slice is held until a feature call is waiting; that call is next.
   bus.fail(HidCall::Read, {Fault::Kind::Late, 0});
   std::thread reader([&] {
     unsigned char buffer[6] = {};
@@ -715,8 +715,8 @@ TEST_F(EngineTest, ADeviceThatIsOpenedStartsWithoutFailures) {
   engine.CloseDevice();
 }
 
-// Calls of two threads on one device. hidapi would free its error text twice when a call begins
-// while another is under way and a text is there; the bus counts that.
+// Calls of two threads on one device. hidapi would free its error text twice if a call begins while
+// another one is in progress and a text exists. The bus counts such calls.
 
 TEST_F(EngineTest, AFeatureCallPassesAReadThatWaits) {
   const auto port = plugScriptedPad();
@@ -736,7 +736,7 @@ TEST_F(EngineTest, AFeatureCallPassesAReadThatWaits) {
   engine.CloseDevice();
 }
 
-// The operations that share the control side, by the call that they make.
+// The operations that share the control side, each with the call it makes.
 struct ControlOperation {
   HidCall call;
   void (*run)(CVelaIoEngine& engine);
@@ -752,8 +752,8 @@ class ControlTest : public EngineTest, public testing::WithParamInterface<Contro
 
   ~ControlTest() override { engine.CloseDevice(); }
 
-  // Runs `use` on a thread of its own and returns as soon as it waits for something, or has begun
-  // the call, which is one too many while `begun` calls of the kind have begun rightly.
+  // Runs `use` on a separate thread and returns as soon as it either waits or has begun its call.
+  // `begun` is the number of calls of that kind allowed to have begun; one more is an error.
   std::thread startAndWaitUntilHeldBack(HidCall call, std::size_t begun,
                                         const std::function<void()>& use) {
     std::atomic<pid_t> id{0};

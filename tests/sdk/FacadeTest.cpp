@@ -1,5 +1,5 @@
-// The facade: its table of providers, what each operation does with the open provider's driver, and
-// what it answers without one.
+// The facade: its table of providers, and what each operation does with and without an open
+// provider.
 #include "giivela.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@
 
 namespace {
 
-// What the pad II's driver answers instead of asking the pad.
+// The pad II driver's result, used instead of a request to the pad.
 std::optional<_GUID> padIiSerial;
 
 }  // namespace
@@ -102,7 +102,7 @@ std::shared_ptr<ScriptedPad> scriptedPad(int provider) {
   return pad;
 }
 
-// A way to a private member: an explicit instantiation may name it.
+// Gives access to a private member: an explicit instantiation may name it.
 template <int gIIVela::*member>
 struct Reach {
   friend int& numProviders(gIIVela& facade) { return facade.*member; }
@@ -134,7 +134,7 @@ class FacadeTest : public support::PadTest {
     bus.clearLog();
   }
 
-  // The serial number's text; "none" when there is none.
+  // The serial number's text, or "none".
   std::string serialText() {
     const std::unique_ptr<char, decltype(&std::free)> text(facade->GetSerialNumber(), &std::free);
     return text ? text.get() : "none";
@@ -283,7 +283,7 @@ TEST_F(FacadeTest, AClosedProviderIsForgotten) {
   m_pvelausb = nullptr;
 }
 
-// The ink pad's would say that it resets a pad that is not open.
+// The ink pad's driver would print that it resets a pad that is not open.
 TEST_F(FacadeTest, ClosingTheProviderDoesNotCloseAConnection) {
   openProvider(kInk);
   EXPECT_EQ(writtenBy([&] { facade->CloseProvider(); }), kNothingWritten);
@@ -319,7 +319,7 @@ TEST_F(FacadeTest, OpeningAnotherKindLeavesTheFirstDriverInItsPlace) {
   velausb* const first = m_pvelausb;
   EXPECT_TRUE(openProvider(kIi));
   EXPECT_EQ(m_pvelausb, first);
-  EXPECT_EQ(facade->GetNumDevices(), 1);  // the pad II is asked for
+  EXPECT_EQ(facade->GetNumDevices(), 1);  // the pad II is counted
   facade->CloseProvider();
   EXPECT_EQ(drivers(), (std::array<bool, 4>{true, false, false, false}));
   EXPECT_EQ(facade->GetNumDevices(), 0);

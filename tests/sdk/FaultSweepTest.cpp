@@ -1,6 +1,6 @@
-// A whole use of each pad through the facade, over and over, each time with another one of its
-// calls to the outside failing: each call into hidapi, each start of a thread, each wait for the
-// signal. What is told and returned is what is meant, and nothing is left behind.
+// A complete use of each pad through the facade. In each run a different external call fails: each
+// call into hidapi, each thread start, each wait for the signal. Output and results are as
+// specified, and nothing leaks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -49,19 +49,19 @@ using support::Written;
 using support::writtenBy;
 using virtualpads::PadKind;
 
-// What the operations return and what is seen of the rest, by name.
+// The results of the operations and other observations, by name.
 using Results = std::map<std::string, std::string>;
 
-// How a use with a fault differs from one without.
+// How a run with a fault differs from a run without.
 struct Outcome {
   Results changed = {};
   std::string out = {};
   std::string err = {};
   std::size_t skips = 0;          // how many of the following calls are not made
-  bool withoutKeepAlive = false;  // that call is not made either
-  bool repeated = false;          // the call is made once more
+  bool withoutKeepAlive = false;  // the keep-alive is not sent either
+  bool repeated = false;          // the call is repeated
   bool silent = false;            // no sample arrives
-  long unfreed = 0;               // samples that stay allocated, as a queue's destruction has it
+  long unfreed = 0;               // samples that the queue's destruction leaves allocated
 };
 
 using HidapiCall = support::HidapiCall<Outcome>;
@@ -70,15 +70,15 @@ struct Pad {
   const char* name;
   PadKind kind;
   const char* classId;
-  std::vector<HidapiCall> calls;  // of the whole use, in their order
+  std::vector<HidapiCall> calls;  // of the whole run, in order
   Results results;                // when all goes well
   std::size_t reportSize;
   std::array<const char*, 5> reports;
-  std::array<const char*, 5> samples;  // that they become: x, y, pressure and touch
+  std::array<const char*, 5> samples;  // the resulting x, y, pressure and touch
   unsigned (*nextSequence)(unsigned);
-  void (*useFeatures)(Results& results);  // the driver's, past the facade
+  void (*useFeatures)(Results& results);  // the driver's, bypassing the facade
   void (*stopRunning)();                  // the driver's
-  std::array<std::string, 3> threads;     // in the order of their starts
+  std::array<std::string, 3> threads;     // in start order
   std::array<Outcome, 3> threadsFailed;   // when they do not start
   const char* sigwaitLine;
 };
@@ -157,8 +157,8 @@ const Pad kUsb{
     .sigwaitLine = "sigwait failed, result 22\n",
 };
 
-// The pad II. A request that fails counts as answered with zeros, one that brings nothing as
-// failed.
+// The pad II. A request that fails counts as answered with zeros; one that returns nothing counts
+// as failed.
 
 const Pad kIi{
     .name = "Ii",
@@ -234,9 +234,9 @@ const Pad kIi{
     .sigwaitLine = "",
 };
 
-// The ink pad. A request that fails counts as accepted everywhere. Where reading the options brings
-// nothing, most edits are not sent; ink trace and backlight are edited in the block as it was at
-// open.
+// The ink pad. A request that fails counts as accepted everywhere. If reading the options returns
+// nothing, most edits are not sent. Ink trace and backlight are then edited in the block as it was
+// at open.
 
 const Outcome kUnsentEdit{.skips = 1};
 
@@ -280,7 +280,7 @@ const Pad kInk{
             {"set 3", {}, Outcome{}},
             {"get 3", {}, kUnsentEdit},
             {"set 3", {}, Outcome{}},
-            // the block that is kept
+            // the cached block
             {"get 3", {}, Outcome{}},
             // GetSerialNumber
             {"get 6",
@@ -369,7 +369,7 @@ const Pad kInk{
     .reports = {"01 01 10 00 20 00 05 01", "01 01 FF 7F 00 40 FF 02", "01 FE 01 02 03 04 00 03",
                 "01 01 00 90 02 00 01 04", "01 01 00 00 00 00 03 05"},
     .samples = {"16 32 5 1", "32767 16384 255 1", "513 1027 0 0", "-28672 2 1 1", "0 0 3 1"},
-    // The reports' own, which begin again with the first of them.
+    // The reports' own numbers, which restart with the first report.
     .nextSequence = [](unsigned sequence) { return sequence == 5 ? 1 : sequence + 1; },
     .useFeatures =
         [](Results& results) {
@@ -400,10 +400,10 @@ const Pad kInk{
     .sigwaitLine = "sigwait failed, result 22\n",
 };
 
-// The vision pad. Its open is tried again; when it does not answer as it should the device stays
-// open without a connection.
+// The vision pad. Its open is retried. If the pad does not answer correctly, the device stays open
+// without a connection.
 
-// With no connection nothing was set up and nothing is known of the pad.
+// Without a connection nothing was set up and nothing is known about the pad.
 Outcome notConnected(const std::string& lines, std::size_t skips) {
   return {.changed = {{"threads", "0"},
                       {"ranges", "0 0 0 0 0 0"},
@@ -500,7 +500,7 @@ const Pad kVision{
             {"GetPadInfo", "1 1300"},
             {"ClearInking", "true"},
         },
-    // A lifted pen is where the two reports before have it, so that one of them may get lost.
+    // A lifted pen is at the position of the two reports before, so that one of them may be lost.
     .reportSize = 17,
     .reports = {"01 80 00 01 00 02 00 03 00 00 00 01", "01 80 01 00 02 00 03 00 00 00 00 02",
                 "01 80 9C 40 00 07 00 01 00 00 00 03", "01 80 9C 40 00 07 00 02 00 00 00 04",
@@ -541,14 +541,14 @@ const Pad kVision{
 
 class FaultSweepTest : public support::PadTest {
  protected:
-  // What is seen of a use of a pad.
+  // What is observed during a use of a pad.
   struct Seen {
     Results results;
     std::vector<std::string> samples;
     bool inSequence = true;
   };
 
-  // Uses the pad from the first to the last.
+  // Runs a complete use of the pad.
   void use(const Pad& pad, const Outcome& expected, Results& results) {
     const long threadsBefore = support::threadCount();
     gIIVela facade;
@@ -584,7 +584,7 @@ class FaultSweepTest : public support::PadTest {
     facade.CloseProvider();
   }
 
-  // Puts the reports from `first` to before `last` on the wire.
+  // Sends the reports from `first` up to but not including `last`.
   void write(const Pad& pad, std::size_t first, std::size_t last, const Outcome& expected) {
     bool sent = true;
     for (std::size_t i = first; i < last; ++i) sent = sendReport(pad, i) && sent;
@@ -641,7 +641,7 @@ class FaultSweepTest : public support::PadTest {
     time.emplace().stopProcessorTime(0);
   }
 
-  // Runs `action` on a fresh pad and expects it to leave nothing behind but `unfreed` samples.
+  // Runs `action` on a fresh pad and expects it to leak nothing but `unfreed` samples.
   template <class Action>
   void leavingNothing(const Pad& pad, long unfreed, Action action) {
     const long allocations = support::liveAllocations();
@@ -657,7 +657,7 @@ class FaultSweepTest : public support::PadTest {
     EXPECT_EQ(support::liveAllocations(), allocations + unfreed);
   }
 
-  // Uses the pad after `arrange` and compares with the outcome; `point` is the call that meets it.
+  // Uses the pad after `arrange` and compares with the outcome; `point` is the call that fails.
   void expectOutcome(
       const Pad& pad, const Outcome& outcome, std::optional<FaultPoint> point = {},
       const std::function<void(ThreadCalls&)>& arrange = [](ThreadCalls&) {}) {
@@ -682,14 +682,14 @@ class FaultSweepTest : public support::PadTest {
       if (point) {
         EXPECT_TRUE(hasFailed(bus, *point));
       }
-      // Nobody waits for a thread that does not run, or wakes it.
+      // Nothing waits for or wakes a thread that is not running.
       EXPECT_EQ(std::ranges::count(threads.log(), "join "), 0);
       EXPECT_EQ(std::ranges::count(threads.log(), "SIGUSR1 to "), 0);
     });
   }
 
-  // Uses the pad without a fault, so that what is allocated once for all is there, and to see that
-  // its table has all calls.
+  // Uses the pad without a fault, so that one-time allocations are made, and checks that its table
+  // lists all calls.
   void warmUp(const Pad& pad) {
     for (int i = 0; i < 2; ++i) {
       ThreadCalls threads(pad.threads);
@@ -704,7 +704,7 @@ class FaultSweepTest : public support::PadTest {
     expectOutcome(pad, {});
   }
 
-  // Each call into hidapi but the reads fails in turn. Returns how many faults were tried.
+  // Each call into hidapi except reads fails in turn. Returns the number of faults tried.
   int sweepCalls(const Pad& pad) {
     warmUp(pad);
     return support::sweepCalls(pad.calls, [&](const Outcome& outcome, FaultPoint point) {
@@ -712,8 +712,8 @@ class FaultSweepTest : public support::PadTest {
     });
   }
 
-  // The pad is pulled out in each call into hidapi but the reads in turn, so that this one and all
-  // that follow fail. What becomes of the single operations is tested elsewhere.
+  // The pad is unplugged in each call into hidapi except reads in turn, so that this call and all
+  // later ones fail. The effect on single operations is tested elsewhere.
   int sweepUnplugs(const Pad& pad) {
     warmUp(pad);
     int points = 0;
@@ -727,7 +727,7 @@ class FaultSweepTest : public support::PadTest {
         writtenBy([&] { use(pad, {}, results); });
         EXPECT_EQ(results["OpenProvider"], "true");
         EXPECT_EQ(results["OpenConnection"], "true");
-        // The pads that were there to be counted were counted, those that could be opened opened.
+        // Pads that were present were counted; pads that could be opened were opened.
         EXPECT_EQ(results["GetNumDevices"], position < 2 ? "0" : "1");
         EXPECT_EQ(results["handles"], position < 4 ? "0" : "1");
         EXPECT_EQ(callsMade(bus).back(), "exit");
@@ -737,8 +737,8 @@ class FaultSweepTest : public support::PadTest {
     return points;
   }
 
-  // Opens the pad, sends ten reports while the n-th read meets the fault, and closes it. `lost` is
-  // the number of the report that does not arrive, from 0.
+  // Opens the pad, sends ten reports while the n-th read fails, and closes it. `lost` is the number
+  // of the report that does not arrive, from 0.
   void expectStream(const Pad& pad, int nth, Fault fault, std::optional<std::size_t> lost) {
     leavingNothing(pad, 0, [&] {
       ThreadCalls threads(pad.threads);
@@ -755,7 +755,7 @@ class FaultSweepTest : public support::PadTest {
         if (i != lost) expected.emplace_back(pad.samples[i % 5]);
         EXPECT_TRUE(recorder.waitFor(expected.size()));
       }
-      // An incomplete report ends the read that would wait long; those that follow time out soon.
+      // An incomplete report ends the read with the long timeout; later reads time out soon.
       bus.setReadTimeout(std::chrono::milliseconds(1));
       EXPECT_TRUE(bus.send(port, {0x01}));
       EXPECT_TRUE(bus.waitForReturned(HidCall::Read, nth));
@@ -764,8 +764,8 @@ class FaultSweepTest : public support::PadTest {
     });
   }
 
-  // Each of the first 12 reads fails, brings nothing and is cut to a byte in turn: the ten that get
-  // the reports, the one that gets an incomplete report and one that times out.
+  // Each of the first 12 reads in turn fails, returns nothing, or is cut to a byte: the ten that
+  // get the reports, the one that gets an incomplete report and one that times out.
   int sweepReads(const Pad& pad) {
     warmUp(pad);
     int points = 0;
@@ -781,7 +781,7 @@ class FaultSweepTest : public support::PadTest {
     return points;
   }
 
-  // The reads fail from the moment on at which the close waits for the last of them.
+  // The reads fail from the moment at which the close waits for the last of them.
   void failLastReads(const Pad& pad) {
     warmUp(pad);
     expectOutcome(pad, {}, {}, [this](ThreadCalls& threads) {
@@ -791,7 +791,7 @@ class FaultSweepTest : public support::PadTest {
     });
   }
 
-  // Each start of a thread fails in turn; the fourth is one that is not made.
+  // Each thread start fails in turn; the fourth start never happens.
   int sweepThreadStarts(const Pad& pad) {
     warmUp(pad);
     int points = 0;
@@ -804,8 +804,8 @@ class FaultSweepTest : public support::PadTest {
     return points;
   }
 
-  // The first and then the second wait for the signal fails. The reading thread then never ends by
-  // itself, which is meant; here it is told to when the close waits for it.
+  // The first wait for the signal fails, then the second. Deliberate: the reading thread then never
+  // ends by itself. The test ends it when the close waits for it.
   int sweepSignalWaits(const Pad& pad) {
     warmUp(pad);
     int points = 0;

@@ -1,5 +1,5 @@
-// Pads that do not do as they should: every feature request of every sequence of requests meets
-// every fault, and the outcome is the one that is meant. Bytes that a pad did not send are zero.
+// Misbehaving pads: every feature request of every sequence of requests meets every fault, with a
+// defined outcome. Bytes that a pad did not send are zero.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -45,12 +45,12 @@ using virtualpads::InkPad;
 using virtualpads::PadModel;
 using virtualpads::VisionPad;
 
-// What happens to a request. The pad does not hear of one that comes back with nothing or with an
-// error; a cut one reaches it.
+// What happens to a request. A request that returns nothing or an error does not reach the pad; one
+// that is cut does.
 enum class Mishap {
   Nothing,  // returns 0
   Error,    // returns -1
-  CutTo1,   // delivers so many bytes
+  CutTo1,   // delivers that many bytes
   CutTo9,
   CutTo16,
   Late,  // does not return for a while
@@ -83,7 +83,7 @@ const char* nameOf(Mishap mishap) {
   return kNames[static_cast<int>(mishap)];
 }
 
-// Leaves bytes on the stack that a request with an uninitialised buffer would pick up.
+// Leaves bytes on the stack that a request with an uninitialised buffer would expose.
 [[gnu::noinline]] void dirtyTheStack() {
   volatile unsigned char garbage[8192];
   for (volatile unsigned char& byte : garbage) byte = 0xCC;
@@ -94,8 +94,8 @@ class FeatureFaultsTest : public support::PadTest {
   // No keep-alive comes between the requests.
   FeatureFaultsTest() { time.stopProcessorTime(0); }
 
-  // Runs `sequence` in a thread while its n-th request of that kind meets the mishap, and gives
-  // back what was written.
+  // Runs `sequence` in a thread while its n-th request of that kind meets the mishap, and returns
+  // what was written.
   template <class Sequence>
   Written meeting(Mishap mishap, HidCall request, int nth, Sequence sequence) {
     bus.clearLog();
@@ -132,10 +132,10 @@ const std::vector<std::string> kInkOpening = {"s7", "s7", "s7", "s7", "g3", "s3"
 const std::vector<std::string> kInkClosing = {"g3", "s3", "g3", "s3", "s9", "g3", "s3",
                                               "s9", "g3", "s3", "s9", "g3", "s3"};
 
-// The pad's option block before the open, and when all goes well after it.
+// The pad's option block before the open, and after an open without a fault.
 constexpr const char* kBeforeOpen = "A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF";
 constexpr const char* kOpened = "A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 57 AF";
-// The block that the pad is given while open, and when all goes well after the close.
+// The block that is sent to the pad while open, and the block after a close without a fault.
 constexpr const char* kBeforeClose = "B0 FF 12 23 B4 41 42 43 44 45 46 FF 54 65 FF BF";
 constexpr const char* kClosed = "B0 FC 2C 01 B4 41 42 43 44 45 46 FC F4 01 03 BF";
 
@@ -208,7 +208,7 @@ constexpr InkRequest kInkOpenRequests[] = {
     {15, "A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 17 AF",
      "A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 17 AF", kOpened, kOpened,
      "A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 17 AF", false},
-    // The block that is kept
+    // The cached block
     {16, kOpened, kOpened, kOpened, kOpened, kOpened, false},
 };
 
@@ -273,7 +273,7 @@ class InkFaultsTest : public FeatureFaultsTest,
  protected:
   InkFaultsTest() { plug(model); }
 
-  // What the pad holds, past the driver.
+  // What the pad holds, read bypassing the driver.
   void setOptions(std::string_view block) {
     bus.withModel(
         port, [&](PadModel& pad) { EXPECT_TRUE(pad.setFeature(hex("03 " + std::string(block)))); });
@@ -389,7 +389,7 @@ constexpr const char* kNeitherLines =
 constexpr const char* kRefusedRegionLine = "SetInkRegion failed!!\n";
 constexpr const char* kNoInformationLine = "GetPadInfoReport return false rpt size 65!!\n";
 
-// The ink region of the pad before the open, and what the driver then sends when it has read all of
+// The ink region of the pad before the open, and what the driver then sends after reading all of
 // it, its first 8 bytes, its first 15 bytes or nothing.
 constexpr const char* kRegionBefore = "2F 11 12 21 22 31 32 41 42 51 52 53 54 55 56 57";
 constexpr const char* kRegion = "C0 11 12 21 22 31 32 41 42 51 52 53 54 55 01 F4";
@@ -404,10 +404,10 @@ struct VisionCase {
   Mishap mishap;
   int result;
   const char* lines;
-  std::size_t requests;  // made in all
+  std::size_t requests;  // made in total
   int mode;              // of the pad
   const char* region;    // of the pad
-  int maxX;              // as the driver tells it
+  int maxX;              // as the driver reports it
   double physicalX;
 };
 
@@ -537,7 +537,7 @@ INSTANTIATE_TEST_SUITE_P(ModeFour, VisionCloseFaultsTest,
 
 class CutReplyTest : public FeatureFaultsTest {
  protected:
-  // Lets the next reply bring so many bytes; then nothing but them may be seen.
+  // Cuts the next reply to that many bytes; nothing beyond them may become visible.
   void cut(int bytes) {
     bus.fail(HidCall::GetFeature, {Fault::Kind::Short, bytes});
     dirtyTheStack();

@@ -1,5 +1,5 @@
-// Samples in quantity, and what disturbs them: connections that close while the pen moves, slow
-// callbacks, a shared queue, pads that are pulled out.
+// Large numbers of samples under disturbances: connections that close while the pen moves, slow
+// callbacks, a shared queue, unplugged pads.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -31,11 +31,11 @@ using support::ScriptedPad;
 using virtualpads::makePad;
 using virtualpads::PadKind;
 
-// Reports that are sent over and over, and what each becomes. Their number has no divisor in common
-// with the 127 numbers, so a lost report cannot go unnoticed.
+// Reports that are sent repeatedly, and the resulting samples. Their number has no divisor in
+// common with the 127 numbers, so a lost report cannot go unnoticed.
 struct Known {
   Bytes report;
-  Sample sample;  // less its number
+  Sample sample;  // without its number
 };
 
 const std::array<Known, 8>& knownReports() {
@@ -88,7 +88,7 @@ class FlowTest : public support::PadTest {
   }
 };
 
-// A pen that moves on the pad until it is told to stop.
+// A pen that moves on the pad until it is stopped.
 class MovingPen {
  public:
   MovingPen(support::VirtualBus& bus, support::VirtualBus::Port port)
@@ -201,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(ClosingOrders, SharedFlowTest, testing::Bool(),
 TEST_P(SharedFlowTest, TheFirstCallbackGetsTheSamplesOfBoth) {
   openBoth();
   EXPECT_TRUE(waitForThreads(6));
-  // Both have the pad open, so each report is read twice.
+  // Both drivers have the pad open, so each report is read twice.
   send("20 4E 02 27 01 05");
   ASSERT_TRUE(recorder.waitFor(2));
   const std::vector<Sample> samples = recorder.samples();
@@ -303,7 +303,7 @@ TEST_F(FlowTest, AnUnpluggedPadIsNotReadWithoutPause) {
 }
 
 // Two threads send feature reports, as the vision pad's do, while a third reads, and the pad is
-// pulled out. The bus counts the calls that would free hidapi's error text twice.
+// unplugged. The bus counts the calls that would free hidapi's error text twice.
 TEST_F(FlowTest, FeatureReportsAndReadsSurviveTheUnplug) {
   for (int round = 0; round < 8; ++round) {
     const auto pad = std::make_shared<ScriptedPad>(18);
@@ -330,7 +330,8 @@ TEST_F(FlowTest, FeatureReportsAndReadsSurviveTheUnplug) {
       int count = 0;
       engine.ReadFile(buffer, 6, &count);
     });
-    // Some that fail before, too: a stall leaves an error text although the pad goes on.
+    // Some requests also fail before that: a stall leaves an error text although the pad keeps
+    // working.
     bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 5);
     bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1}, 7);
     bus.fail(HidCall::Read, {Fault::Kind::Return, -1}, 2);
@@ -350,7 +351,7 @@ TEST_F(FlowTest, FeatureReportsAndReadsSurviveTheUnplug) {
   EXPECT_EQ(bus.misuses(), 0);
 }
 
-// Nothing is left behind.
+// No leaks.
 
 TEST_F(FlowTest, TwoHundredConnectionsLeaveNothingBehind) {
   bus.setReadTimeout(std::chrono::milliseconds{1});
@@ -368,7 +369,7 @@ TEST_F(FlowTest, TwoHundredConnectionsLeaveNothingBehind) {
     bus.reset();
     bus.setReadTimeout(std::chrono::milliseconds{1});
   };
-  for (int i = 0; i < 3; ++i) connectOnce();  // what is allocated once for all
+  for (int i = 0; i < 3; ++i) connectOnce();  // one-time allocations
   const long allocations = support::liveAllocations();
   const long files = support::fileDescriptorCount();
   for (int i = 0; i < 200; ++i) connectOnce();

@@ -1,5 +1,5 @@
 // The frame of worker threads: how the drivers start and end them, and what happens when the system
-// refuses. The drivers differ in their lines and results only; the close of each has its own test.
+// refuses. The drivers differ only in their output and results; the close of each has its own test.
 #include "WorkerFrame.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ using support::ScriptedPad;
 using support::ThreadCalls;
 using Log = ThreadCalls::Log;
 
-// The points in which the drivers' frames differ.
+// The differences between the drivers' frames.
 struct Usb {
   using Driver = velausb;
   static constexpr std::uint16_t kProduct = 18;
@@ -108,7 +108,7 @@ class FrameTest : public support::PadTest {
     return driver->OpenConnection(recordPen);
   }
 
-  // A complete report with the pen down, whatever the kind.
+  // A complete report with the pen down, for any kind.
   void sendReport() {
     support::Bytes report(Kind::kReportSize, 0);
     report[0] = 0x20;
@@ -165,7 +165,7 @@ TYPED_TEST(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
   this->driver->CloseConnection();
 }
 
-// Else the first reports would find none and be lost.
+// Otherwise the first reports would find no queue and be lost.
 TYPED_TEST(FrameTest, TheQueueIsThereBeforeTheReadingThread) {
   bool existed = false;
   this->threads.on("start reading", [&] { existed = this->queueExists(); });
@@ -446,7 +446,7 @@ TEST_F(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
   }
 }
 
-// Closing what has not been opened is no reason to take the queue from one that has.
+// Closing a driver that is not open must not release the queue of one that is.
 TYPED_TEST(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
   this->open();
   typename TypeParam::Driver other;
@@ -461,7 +461,7 @@ TYPED_TEST(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
 }
 
 TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
-  this->threads.failStarts({1, 2, 3});  // so that the driver may go
+  this->threads.failStarts({1, 2, 3});  // so that the driver may be destroyed
   const CapturedStream out(stdout);
   this->open();
   this->bus.clearLog();
@@ -474,7 +474,7 @@ TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
   delete this->threads.starts().back().argument;
 }
 
-// A client may lend the kind's queue a thread.
+// A client may run the kind's queue on a thread of its own.
 
 TYPED_TEST(FrameTest, WithoutAQueueProcessingReturns) {
   this->driver->procdata_routine();

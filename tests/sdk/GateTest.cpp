@@ -1,4 +1,4 @@
-// HidCallGate: which calls into hidapi may be under way together.
+// HidCallGate: which calls into hidapi may be in progress together.
 #include "HidCallGate.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ int instantly(HidCallGate& gate, Side side, int result) {
   return gate.run(side, [result] { return result; });
 }
 
-// A call on a thread of its own that is under way until it is told to return.
+// A call on a separate thread that stays in progress until it is released.
 class HeldCall {
  public:
   HeldCall(
@@ -49,7 +49,7 @@ class HeldCall {
   bool waitUntilBegun() { return m_begun.wait(); }
   bool hasBegun() { return m_begun.hasHappened(); }
 
-  // Waits until the call has either begun or waits for its turn.
+  // Waits until the call has begun or is waiting for its turn.
   bool waitUntilDecided() {
     return comesTrue([this] { return hasBegun() || (m_id != 0 && support::sleeps(m_id)); });
   }
@@ -172,7 +172,7 @@ TEST_P(GateTest, TheSidesRunTogetherAgainAfterAControlCallSucceeded) {
   EXPECT_TRUE(second.waitUntilBegun());
 }
 
-// Which of two waiters is woken first is chance, hence the rounds.
+// Which of two waiters is woken first is random, hence the rounds.
 TEST_P(GateTest, AfterAFailureTheSidesTakeTurns) {
   for (int round = 0; round < 50; ++round) {
     HidCallGate turns;
@@ -200,7 +200,7 @@ TEST_P(GateTest, AfterAFailureTheSidesTakeTurns) {
   }
 }
 
-// A device that keeps one error text as hidapi does and notices what would free it twice.
+// A device that keeps one error text, as hidapi does, and detects what would free it twice.
 class ErrorTextDevice {
  public:
   int call(bool fails) {

@@ -179,7 +179,7 @@ TEST_F(IiSampleTest, QueuedSampleHoldsNothingElse) {
   recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
   openScripted();
   send("00 01 00 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
   send("E7 FE 34 12 BC 0A 7F 11 22 33 44");
   std::unique_ptr<PEN_DATA> sample;
   EXPECT_TRUE(comesTrue([&] {
@@ -325,7 +325,7 @@ TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
   EXPECT_EQ(recorder.samples().at(1).sequence, first == 127 ? 1 : first + 1);
 }
 
-// Sends a report with the pen up, then others, incomplete ones between them, and prints the
+// Sends a report with the pen up, then others with incomplete ones between them, and prints the
 // sequence numbers of the samples that arrive.
 [[noreturn]] void printSequences() {
   VirtualBus& bus = VirtualBus::instance();
@@ -346,7 +346,7 @@ TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
   std::exit(0);
 }
 
-// In a process of its own, since the numbers go on over all connections of a process. GoogleTest
+// In a separate process, since the numbers continue over all connections of a process. GoogleTest
 // forks it before all other tests.
 TEST(IiSequenceDeathTest, StartsAtOneAndCountsEveryCompleteReport) {
   EXPECT_EXIT(printSequences(), testing::ExitedWithCode(0), "^2 3 4 5 $");
@@ -506,7 +506,7 @@ TEST_F(IiSerialTest, RequestIsReportTwoWithSeventeenBytes) {
 TEST_F(IiSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   pad->replies[2] = hex("02 E1 E2 E3 E4 E5 E6 E7 E8 01 02 03 04 05 06 07 08");
   openScripted();
-  // The second one shows that nothing is written behind the first.
+  // The second one shows that nothing is written past the first.
   _GUID serials[2]{};
   const _GUID& serial = serials[0];
   bool given = false;

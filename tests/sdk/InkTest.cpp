@@ -44,8 +44,8 @@ using virtualpads::makePad;
 using virtualpads::PadKind;
 using virtualpads::PadModel;
 
-// What the pad holds before it is opened: bits set wherever no field is, so that it shows what is
-// carried along.
+// What the pad holds before it is opened. Bits outside all fields are set, to show what is carried
+// along.
 constexpr std::string_view kOptionsBefore = "A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF";
 // And after: region (0, 0) to (319, 239), ink trace 2 with 500, backlight 1, on, with 500,
 // layers 1.
@@ -88,7 +88,7 @@ class InkTest : public support::PadTest {
     bus.clearLog();
   }
 
-  // What the pad holds, past the driver.
+  // What the pad holds, read bypassing the driver.
   void setOptions(std::string_view block) {
     bus.withModel(port, [&](PadModel& pad) { EXPECT_TRUE(pad.setFeature(optionsReport(block))); });
   }
@@ -362,7 +362,7 @@ TEST_F(InkPictureTest, RecordsArePackedAsOnTheWire) {
   EXPECT_EQ(sizeof(tagOPTIONS), 16U);
 }
 
-// A picture whose bytes tell their place.
+// A picture whose bytes identify their position.
 LCD_SCREEN numberedPicture() {
   LCD_SCREEN picture{};
   picture.bScreen = 2;
@@ -550,7 +550,7 @@ INSTANTIATE_TEST_SUITE_P(
         LayerCase{2, 1, "00", "40"},
         // 5 << 6 does not fit in a byte; 01 is what is left in bits 6 and 7
         LayerCase{2, 5, "00", "40"}, LayerCase{2, 6, "3F", "BF"}, LayerCase{2, -1, "00", "C0"},
-        // No such layer: nothing changes, and it is sent all the same
+        // No such layer: nothing changes, but the block is sent
         LayerCase{3, 1, "A5", "A5"}, LayerCase{-1, 3, "5A", "5A"}, LayerCase{256, 0, "FF", "FF"}));
 
 TEST_F(InkOptionsTest, LayerThatDoesNotExistGivesTheResultOfTheSend) {
@@ -614,7 +614,7 @@ TEST_F(InkOptionsTest, FallbackGivesTheResultOfTheSend) {
   driver.CloseConnection();
 }
 
-// The results of a report that is sent, as every operation but DrawBitmap judges them.
+// The results of sending a report, as every operation except DrawBitmap interprets them.
 class InkSendResultTest : public InkTest,
                           public testing::WithParamInterface<std::pair<int, int>> {};
 
@@ -687,7 +687,7 @@ TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   bus.withModel(port, [&](PadModel&) {
     model->setSerialNumber({0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88});
   });
-  // The second one shows that nothing is written behind the first.
+  // The second one shows that nothing is written past the first.
   _GUID serials[2]{};
   const _GUID& serial = serials[0];
   EXPECT_TRUE(driver.GetSerialNumber(serials));
@@ -732,7 +732,7 @@ TEST_F(InkSampleTest, QueuedSampleKeepsTheReportId) {
   recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
   openModel();
   send("01 01 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
   send("E7 FF 34 12 BC 0A FF C8");
   std::unique_ptr<PEN_DATA> sample;
   EXPECT_TRUE(comesTrue([&] {
@@ -802,7 +802,7 @@ TEST_F(InkSampleTest, IncompleteReportIsIgnoredAndIsNotTheFirst) {
   EXPECT_EQ(recorder.samples().at(0).sequence, 4U);
 }
 
-// Only the constructor says that the next report is the first.
+// Only the constructor resets the state in which the next report is the first.
 TEST_F(InkSampleTest, SecondOpenOfTheSameObjectDropsNothing) {
   openModel();
   send("01 00 00 00 00 00 00 01");

@@ -1,5 +1,5 @@
-// The pad II, the ink pad and the vision pad in quantity: many samples, many connections, and pads
-// that are pulled out while much is going on.
+// The pad II, the ink pad and the vision pad under load: many samples, many connections, and pads
+// that are unplugged while busy.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -37,8 +37,8 @@ constexpr std::uint8_t high(int value) {
   return static_cast<std::uint8_t>(value >> 8 & 0xFF);
 }
 
-// Each kind has reports that differ for 32,749 in a row, a prime, so that a report that is lost,
-// doubled or out of its place shows. The pen is down in all of them but each fifth.
+// Each kind has 32,749 different reports in a row (a prime number), so that a lost, duplicated or
+// misplaced report is detected. The pen is down in all but every fifth.
 constexpr int kPeriod = 32749;
 
 constexpr int xOf(int report) {
@@ -95,7 +95,7 @@ struct Vision {
             0,    0,    high(i),      low(i)};
   }
   static std::uint32_t timeStamp(int i) { return static_cast<std::uint32_t>(i); }
-  // A lifted pen is where it was in the report before.
+  // A lifted pen is at the position of the report before.
   static Sample sample(int i, unsigned first) {
     const unsigned sequence = (first + static_cast<unsigned>(i)) % 256;
     if (isUp(i)) return {xOf(i - 1), yOf(i - 1), 0, 0, sequence};
@@ -182,7 +182,8 @@ TYPED_TEST(PadsFlowTest, ConnectionClosesWhileThePenMoves) {
   EXPECT_EQ(this->recorder.count(), delivered);
 }
 
-// Both have the pad open, so each reads the report; the queue and its callback are the first one's.
+// Both drivers have the pad open, so each reads the report. The queue and its callback belong to
+// the first one.
 TYPED_TEST(PadsFlowTest, SecondObjectOfTheKindDeliversToTheFirstOnesCallback) {
   support::penRecorder<1>().reset();
   this->plugPad();
@@ -199,7 +200,7 @@ TYPED_TEST(PadsFlowTest, SecondObjectOfTheKindDeliversToTheFirstOnesCallback) {
   EXPECT_EQ(support::penRecorder<1>().count(), 0U);
 }
 
-// A driver object is good for one connection; in a second one it reads until its first time-out.
+// A driver object serves one connection; in a second one it reads only until its first time-out.
 TYPED_TEST(PadsFlowTest, RunningStateDoesNotComeBack) {
   this->plugPad();
   typename TypeParam::Driver driver;
@@ -227,7 +228,7 @@ TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
     this->bus.reset();
     this->bus.setReadTimeout(std::chrono::milliseconds(1));
   };
-  for (int i = 0; i < 3; ++i) connectOnce();  // what is allocated once for all
+  for (int i = 0; i < 3; ++i) connectOnce();  // one-time allocations
   const long allocations = support::liveAllocations();
   const long files = support::fileDescriptorCount();
   for (int i = 0; i < 200; ++i) connectOnce();
@@ -236,7 +237,7 @@ TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
 }
 
 // The first request of an ink pad that is opened before main begins, as a static object of a client
-// may do it. What else this program has in static objects needs no initialisation.
+// may do. The other static objects of this program need no initialisation.
 const Bytes kSentBeforeMain = [] {
   support::VirtualBus& bus = support::VirtualBus::instance();
   bus.setReadTimeout(std::chrono::milliseconds(1));
@@ -253,8 +254,8 @@ TEST(InkBeforeMainTest, PictureIsThere) {
   EXPECT_EQ(kSentBeforeMain[1], 1);  // the layer
 }
 
-// The client's requests, the keep-alive and the reading go on while the pad is pulled out. The bus
-// counts the calls that would free hidapi's error text twice.
+// The client's requests, the keep-alive and the reading continue while the pad is unplugged. The
+// bus counts the calls that would free hidapi's error text twice.
 TEST(VisionUnplugTest, RequestsAndKeepAliveAndReadsSurviveIt) {
   support::VirtualBus& bus = support::VirtualBus::instance();
   for (int round = 0; round < 5; ++round) {

@@ -50,7 +50,7 @@ static_assert(!std::is_same_v<CDataHandler, IICDataHandler> &&
               !std::is_same_v<CDataHandler, InkCDataHandler> &&
               !std::is_same_v<IICDataHandler, InkCDataHandler>);
 
-// A processing loop on a thread of its own.
+// A processing loop on a separate thread.
 template <class Queue>
 class Processing {
  public:
@@ -60,7 +60,7 @@ class Processing {
   Processing(const Processing&) = delete;
   Processing& operator=(const Processing&) = delete;
 
-  // Waits for the thread to end and returns what it ended with.
+  // Waits for the thread to end and returns its result.
   void* join() {
     void* value = nullptr;
     pthread_join(m_thread, &value);
@@ -210,8 +210,8 @@ struct Clock {
 };
 
 TYPED_TEST(QueueTest, TheTimeStampIsTheWallClockInMilliseconds) {
-  // The last millisecond before and the first after the wrap, and a date of our days:
-  // 1700000000 * 1000 modulo 2^32 = 3487918080.
+  // The last millisecond before and the first after the wrap, and a current date: 1700000000 * 1000
+  // modulo 2^32 = 3487918080.
   constexpr std::array kClocks{Clock{0, 999, 0},
                                Clock{0, 1000, 1},
                                Clock{1, 999'999, 1999},
@@ -253,7 +253,7 @@ TYPED_TEST(QueueTest, TheTimeStampIsThatOfTheDelivery) {
 }
 
 TYPED_TEST(QueueTest, FreesWhatItHasDelivered) {
-  // What the recorder and the counts of sleeps allocate is not the queue's.
+  // Allocations of the recorder and of the sleep counts do not belong to the queue.
   for (int i = 0; i < 3; ++i) penRecorder().keep(delivered(0), 0);
   penRecorder().reset();
   this->time.sleeps(500);
@@ -267,7 +267,7 @@ TYPED_TEST(QueueTest, FreesWhatItHasDelivered) {
 
 TYPED_TEST(QueueTest, WithoutACallbackSamplesAreTakenOutAndFreed) {
   TypeParam silent(nullptr);
-  this->time.sleeps(500);  // what it allocates for its count is not the queue's
+  this->time.sleeps(500);  // the allocation for its count does not belong to the queue
   const long before = liveAllocations();
   appendThree(silent);
   Processing processing(silent);
@@ -367,7 +367,7 @@ TYPED_TEST(QueueTest, DestructionDropsWhatWasAppendedBeforeAndAfterATake) {
   EXPECT_EQ(dropped->GetRecord(true), samples[0].get());
   for (const std::size_t i : {3U, 4U}) append(i);
   delete dropped;
-  EXPECT_EQ(liveAllocations(), before - 1 + 5);  // the queue is gone, the samples are there
+  EXPECT_EQ(liveAllocations(), before - 1 + 5);  // the queue is freed, the samples are not
   for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples[i]->bSequence, i + 1);
 }
 

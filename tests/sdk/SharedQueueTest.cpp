@@ -1,4 +1,4 @@
-// SharedQueue: a pad kind's queue is released under nobody's hands.
+// SharedQueue: a pad kind's queue is never released while in use.
 #include "SharedQueue.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace {
 using support::comesTrue;
 using support::Event;
 
-// A queue with a processing loop and an append that a test holds up.
+// A queue with a processing loop and an append that a test can block.
 struct HeldQueue {
   explicit HeldQueue(int number) : m_number(number) {}
   ~HeldQueue() { destroyed.push_back(m_number); }
@@ -67,7 +67,7 @@ class SharedQueueTest : public testing::Test {
     return test;
   }
 
-  // Releases on a thread of its own and returns once that waits, or is through.
+  // Releases on a separate thread and returns once that thread waits or has finished.
   std::thread release() {
     std::atomic<pid_t> id{0};
     std::thread thread([this, &id] {
@@ -126,7 +126,7 @@ TEST_F(SharedQueueTest, ReleaseWaitsForTheProcessingThreadToEnd) {
   pthread_t thread{};
   ASSERT_EQ(pthread_create(&thread, nullptr, process, this), 0);
   ASSERT_TRUE(m_processing.wait());
-  SharedQueue::create(queue, 2);  // there is one, so this waits for nobody
+  SharedQueue::create(queue, 2);  // there is one, so this does not wait
   SharedQueue::requestStop(queue);
   ASSERT_TRUE(m_stopped.wait());
 

@@ -1,5 +1,5 @@
-// The numbers of the USB pad's samples, from the first report of the process on. A program of its
-// own, because the numbers go on for as long as the process lives.
+// The numbers of the USB pad's samples, from the first report of the process on. A separate
+// program, because the numbers continue for the lifetime of the process.
 #include <gtest/gtest.h>
 
 #include <memory>

@@ -1,4 +1,4 @@
-// The USB pad's driver: its reports, its fixed values, and what it asks of hidapi.
+// The USB pad's driver: its reports, its fixed values, and its calls to hidapi.
 #include "velausb.h"
 
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ class UsbTest : public support::PadTest {
   velausb driver;
 };
 
-// Life.
+// Lifetime.
 
 TEST_F(UsbTest, AsksHidapiForThisFromConstructionToDestruction) {
   plug(makePad(PadKind::Usb));
@@ -187,7 +187,7 @@ TEST_F(UsbTest, ClearingInkSucceedsWithoutAPad) {
 
 // Input reports.
 
-// A sample less its number, which goes on from test to test.
+// A sample without its number, which continues from test to test.
 struct Pen {
   int x;
   int y;
@@ -311,7 +311,7 @@ TEST_F(UsbStreamTest, QueuedSampleHoldsNothingElse) {
   recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
   open();
   send("20 5A 00 2D 00 01");
-  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
   send("20 4E 02 27 01 7F");
   std::unique_ptr<PEN_DATA> sample;
   EXPECT_TRUE(comesTrue([&] {

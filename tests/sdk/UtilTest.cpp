@@ -1,4 +1,4 @@
-// velavisionutil. time, srand, rand and isalnum are the test's own.
+// velavisionutil. The test replaces time, srand, rand and isalnum.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,13 +12,13 @@
 
 namespace {
 
-// What rand gives, in order, and what srand and time were asked.
+// The results of rand, in order, and the arguments of srand and time.
 std::vector<int> randomNumbers;
 std::size_t drawn = 0;
 std::vector<unsigned> seeds;
 std::time_t now = 0;
 
-// Whether isalnum knows the letters of Latin 1, as in the locale of a client that has set one.
+// Whether isalnum accepts the letters of Latin 1, as in a locale set by a client.
 bool latin1 = false;
 
 }  // namespace
@@ -85,7 +85,7 @@ TEST_F(GuidTest, IsFourNumbersInUnpaddedLowerCaseHexadecimal) {
 TEST_F(GuidTest, LongestTextFits) {
   EXPECT_EQ(guid({0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}),
             "7fffffff7fffffff7fffffff7fffffff");
-  // Where rand gives all 32 bits
+  // Where rand returns all 32 bits
   EXPECT_EQ(guid({-1, -1, -0x7FFFFFFF - 1, -0x7FFFFFFF}), "ffffffffffffffff8000000080000001");
 }
 
@@ -119,7 +119,7 @@ TEST_F(ColourTest, NothingIsClamped) {
   EXPECT_EQ(util.RGBtoShort(0, 0x1FFC, 0), 0xFFE0);  // the mask's highest bits
   EXPECT_EQ(util.RGBtoShort(0, 0x2000, 0), 0x0000);  // beyond it
   EXPECT_EQ(util.RGBtoShort(0, 0, 256), 0x0020);     // blue carries into green
-  EXPECT_EQ(util.RGBtoShort(256, 0, 0), 0x0000);     // red has nowhere to carry to
+  EXPECT_EQ(util.RGBtoShort(256, 0, 0), 0x0000);     // red carries out of the word
   EXPECT_EQ(util.RGBtoShort(0, 4, 0), 0x0020);
   EXPECT_EQ(util.RGBtoShort(0, 4, 256), 0x0040);    // added, not combined
   EXPECT_EQ(util.RGBtoShort(255, 256, 0), 0x0000);  // the sum is cut to 16 bits

@@ -1,5 +1,5 @@
-// The vision pad's frame of worker threads, where it differs from the other pads': how the signal
-// is blocked, the order of the starts, the lines and their stream.
+// The vision pad's frame of worker threads, where it differs from that of the other pads: how the
+// signal is blocked, the start order, the output and its stream.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -85,7 +85,7 @@ TEST_F(VisionFrameTest, AnOpenThatFailedDoesNotSpoilTheObject) {
   EXPECT_FALSE(driver.GetRunningState());
 }
 
-// Else the first reports would find none and be lost.
+// Otherwise the first reports would find no queue and be lost.
 TEST_F(VisionFrameTest, QueueIsThereBeforeTheReadingThread) {
   bool existed = false;
   threads.on("start reading", [&] { existed = pVisionDataHandler != nullptr; });

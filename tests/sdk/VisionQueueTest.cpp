@@ -1,4 +1,4 @@
-// VisionCDataHandler: what its processing loop makes of records, and when it keeps the pad alive.
+// VisionCDataHandler: how its processing loop handles records, and when it keeps the pad alive.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -59,7 +59,7 @@ class VisionQueueTest : public support::PadTest {
     queue.emplace(callback, auxCallback, &engine);
   }
 
-  // Runs the processing loop in a thread of its own, as the drivers do.
+  // Runs the processing loop in a separate thread, as the drivers do.
   void startProcessing() {
     ASSERT_EQ(pthread_create(
                   &thread, nullptr,
@@ -75,7 +75,7 @@ class VisionQueueTest : public support::PadTest {
     pthread_join(thread, nullptr);
   }
 
-  // Waits until the loop has gone round once more since this call, the queue being empty.
+  // Waits until the loop has run once more since this call with an empty queue.
   void waitForRound() { EXPECT_TRUE(time.waitForSleeps(500, 2)); }
 
   void openEngine() {
@@ -260,7 +260,7 @@ TEST_F(VisionKeepAliveTest, ComesTenThousandTicksAfterTheStartOrTheLastOne) {
   time.stopProcessorTime(10'777);
   waitForRound();
   EXPECT_EQ(bus.calls(), Calls{kKeepAlive});
-  // One for a long while as well; the next is counted from then.
+  // A long interval also causes only one; the next is counted from then.
   time.stopProcessorTime(50'000);
   waitForRound();
   EXPECT_EQ(bus.calls(), (Calls{kKeepAlive, kKeepAlive}));

@@ -24,7 +24,7 @@
 
 namespace {
 
-// Makes the engine not know how long the pad's input reports are.
+// Makes the length of the pad's input reports unknown to the engine.
 std::atomic<bool> reportSizeUnknown{false};
 
 }  // namespace
@@ -103,13 +103,13 @@ class VisionTest : public support::PadTest {
     bus.clearLog();
   }
 
-  // Opens, and expects what is written and the result.
+  // Opens and expects this output and result.
   void expectOpen(int result, const Written& written) {
     EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }), written);
     EXPECT_EQ(opened, result);
   }
 
-  // The device was opened, then the open failed: nothing was started, and closing sets mode 4.
+  // The device was opened, then the open failed: no thread was started, and closing sets mode 4.
   void expectClosableAfterFailedOpen() {
     EXPECT_EQ(bus.openHandles(port), 1);
     EXPECT_TRUE(waitForThreads(0));
@@ -689,7 +689,7 @@ TEST_F(VisionPadInfoTest, ReadErrorIsToldAndGivenBackWithNothingWritten) {
   driver.CloseConnection();
 }
 
-// What was read at open counts, whatever the pad says later.
+// The values read at open are used, whatever the pad reports later.
 TEST_F(VisionPadInfoTest, RangesAndSizeAreThoseReadAtOpen) {
   openModel();
   bus.withModel(port, [&](PadModel&) {
@@ -768,7 +768,7 @@ TEST_F(VisionClearTest, OnlyAResultOfZeroFailsAndIsTold) {
   driver.CloseConnection();
 }
 
-// The samples with sequences counted from the first one's.
+// The samples with sequence numbers relative to the first one.
 std::vector<Sample> counted(std::vector<Sample> samples) {
   const unsigned first = samples.empty() ? 0 : samples.front().sequence;
   for (Sample& sample : samples) sample.sequence = (sample.sequence - first) % 256;
@@ -791,7 +791,7 @@ TEST_F(VisionSampleTest, QueuedSampleIsARecordOfItsKind) {
   recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
   openModel();
   send("01 80 00 01 00 02 00 03 00 00 00 04");
-  EXPECT_TRUE(recorder.waitFor(1));  // and holds the delivery up, so that the next stays queued
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
   send("01 80 12 34 80 01 03 FF 89 AB CD EF");
   std::unique_ptr<tagVISDATA_RECORD> record;
   EXPECT_TRUE(comesTrue([&] {
@@ -942,8 +942,8 @@ TEST_F(VisionSampleTest, SequenceGoesFromTwoHundredFiftyFiveToZero) {
   std::exit(0);
 }
 
-// In a process of its own: position and number are kept over all connections of a process.
-// GoogleTest forks it before all other tests.
+// In a separate process: position and number are kept over all connections of a process. GoogleTest
+// forks it before all other tests.
 TEST(VisionFirstSampleDeathTest, IsAtZeroWithNumberOneAndThe256thHasNumberZero) {
   EXPECT_EXIT(printFirstSamples(), testing::ExitedWithCode(0),
               "^\\(0, 0, 0, touch 0\\) 1 255 0 1$");
@@ -1019,7 +1019,7 @@ TEST_F(VisionCloseTest, FirstOfTwoObjectsMayCloseFirst) {
   first.reset();
   EXPECT_EQ(pVisionDataHandler, nullptr);
   time.stopProcessorTime(10'000);
-  send("01 80 00 01 00 02 00 03 00 00 00 05");  // there is no queue any more
+  send("01 80 00 01 00 02 00 03 00 00 00 05");  // the queue no longer exists
   EXPECT_TRUE(bus.waitUntilRead(port));
   EXPECT_EQ(second.CloseConnection(), 0);
   EXPECT_EQ(recorder.count(), 2U);

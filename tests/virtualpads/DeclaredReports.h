@@ -18,8 +18,8 @@ struct DeclaredReport {
 
 std::ostream& operator<<(std::ostream& out, const DeclaredReport& report);
 
-// Sorted by kind and id. Throws std::runtime_error when a host would not accept the descriptor, or
-// when a report is made of anything but bytes from 0 to 255.
+// Sorted by kind and id. Throws std::runtime_error if a host would not accept the descriptor, or if
+// a report contains anything but bytes from 0 to 255.
 std::vector<DeclaredReport> declaredReports(std::span<const std::uint8_t> descriptor);
 
 #endif

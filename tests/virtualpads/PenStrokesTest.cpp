@@ -101,7 +101,7 @@ TEST_P(PenStrokes, AreTheSameEachTime) {
   }
 }
 
-// The model, and as it is written a hundred times.
+// The model, and a hundred variations of it.
 std::vector<std::vector<PenState>> signatures() {
   std::vector<std::vector<PenState>> all{signature()};
   for (std::uint32_t variation = 0; variation < 100; ++variation) {
@@ -131,7 +131,7 @@ TEST(Signature, TakesAsLongAsAPersonTakes) {
   }
 }
 
-// A tenth of an inch on the smallest surface: more would look like corners.
+// A tenth of an inch on the smallest surface; longer steps would look like corners.
 TEST(Signature, IsSampledDensely) {
   for (const auto& samples : signatures()) {
     for (std::size_t i = 1; i < samples.size(); ++i) {
@@ -142,7 +142,7 @@ TEST(Signature, IsSampledDensely) {
   }
 }
 
-// Where each stroke ends.
+// The end of each stroke.
 std::vector<std::pair<double, double>> ends(const std::vector<PenState>& samples) {
   std::vector<std::pair<double, double>> places;
   for (const PenState& pen : samples) {

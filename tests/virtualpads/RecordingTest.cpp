@@ -261,7 +261,7 @@ TEST(RecordingWriter, WritesWhatIsReadAgain) {
                                             Recording::Event{1'000'000'000'005us, {0x00, 0xFE}}));
 }
 
-// A file on a disk that is full: what is written shows as lost when it is flushed.
+// A file on a full disk: the error is reported when the data is flushed.
 class FullDisk : public std::stringbuf {
  protected:
   int sync() override { return -1; }

@@ -1,4 +1,4 @@
-// Uses the facade, and a little of every other class that the library shows.
+// Uses the facade, and a little of every other class that the library exports.
 #include <giivela.h>
 #include <velaii.h>
 #include <velainkusb.h>

@@ -1,5 +1,5 @@
-// Counts what the program has from operator new, and can make it fail. For programs that are built
-// with AllocationCount.cpp.
+// Counts the program's allocations with operator new and can make them fail. For programs that are
+// built with AllocationCount.cpp.
 #ifndef TESTS_SDK_SUPPORT_ALLOCATIONCOUNT_H
 #define TESTS_SDK_SUPPORT_ALLOCATIONCOUNT_H
 
@@ -8,8 +8,7 @@ namespace support {
 // Allocations that have not been deleted, in all threads.
 long liveAllocations();
 
-// Makes the n-th allocation from now on (1 is the next one), by whatever thread, throw
-// std::bad_alloc.
+// Makes the n-th allocation from now on (1 is the next one) throw std::bad_alloc, on any thread.
 void failAllocation(int nth);
 
 }  // namespace support

@@ -1,4 +1,4 @@
-// What tests on the virtual bus start from and end with.
+// The base of tests on the virtual bus.
 #ifndef TESTS_SDK_SUPPORT_BUSTEST_H
 #define TESTS_SDK_SUPPORT_BUSTEST_H
 
@@ -40,12 +40,12 @@ inline CallRecord called(HidCall call, int argument = 0, int result = 0, Bytes b
   return {call, std::move(bytes), argument, result};
 }
 
-// Each test starts with an empty bus whose reads time out soon, and has to end with every handle
-// closed and without a call that would have harmed hidapi.
+// Each test starts with an empty bus whose reads time out soon. It must end with every handle
+// closed and without a call that would be undefined behaviour in hidapi.
 class BusTest : public testing::Test {
  protected:
   static constexpr std::chrono::milliseconds kShortTimeout{5};
-  static constexpr std::chrono::seconds kLongTimeout{20};  // a read that is meant to wait
+  static constexpr std::chrono::seconds kLongTimeout{20};  // for a read that has to wait
 
   BusTest() {
     bus.reset();

@@ -1,4 +1,4 @@
-// Captures what the process writes to standard output or standard error, by whatever means.
+// Captures what the process writes to standard output or standard error, by any means.
 #ifndef TESTS_SDK_SUPPORT_CAPTUREDSTREAM_H
 #define TESTS_SDK_SUPPORT_CAPTUREDSTREAM_H
 
@@ -12,7 +12,7 @@ namespace support {
 
 class CapturedStream {
  public:
-  // `stream` is stdout or stderr, which goes into a temporary file until the destruction.
+  // `stream` is stdout or stderr. It is redirected to a temporary file until destruction.
   explicit CapturedStream(std::FILE* stream) : m_stream(stream), m_file(std::tmpfile()) {
     std::fflush(m_stream);
     m_saved = dup(fileno(m_stream));
@@ -31,7 +31,7 @@ class CapturedStream {
   CapturedStream(const CapturedStream&) = delete;
   CapturedStream& operator=(const CapturedStream&) = delete;
 
-  // All that was written until now.
+  // Everything written so far.
   std::string text() const {
     std::fflush(m_stream);
     std::string text;

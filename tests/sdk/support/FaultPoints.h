@@ -1,5 +1,5 @@
-// A table of the calls into hidapi that a program makes, so that one after the other can be made to
-// fail. Reads are not in it: they come at any time.
+// A table of a program's calls into hidapi, so that each can be made to fail in turn. Reads are not
+// listed, because they occur at any time.
 #ifndef TESTS_SDK_SUPPORT_FAULTPOINTS_H
 #define TESTS_SDK_SUPPORT_FAULTPOINTS_H
 
@@ -63,16 +63,15 @@ inline virtualpads::HidCall kindOf(std::string_view name) {
   return name.starts_with("get") ? HidCall::GetFeature : HidCall::SendFeature;
 }
 
-// An entry of the table, and what becomes of the program when the call fails.
+// An entry of the table, with the outcomes when the call fails.
 template <class Outcome>
 struct HidapiCall {
   const char* name;
   Outcome failed{};                  // null or -1
-  std::optional<Outcome> nothing{};  // 0, where that is not what succeeds
+  std::optional<Outcome> nothing{};  // 0, where that does not mean success
 };
 
-// Lets the call at that position of the table meet the fault. The program is about to begin with
-// the first of them.
+// Makes the call at that position of the table fail. Must be called before the first of the calls.
 template <class Table>
 void failAt(virtualpads::VirtualBus& bus, const Table& table, std::size_t position,
             virtualpads::Fault fault) {
@@ -88,8 +87,8 @@ struct FaultPoint {
   int value;
 };
 
-// Whether the call has returned that. A null pointer is logged as 0, and so is the end of the two
-// calls that have no result to fail with.
+// Whether the call has returned that value. A null pointer is logged as 0, and so is the end of the
+// two calls that have no result.
 inline bool hasFailed(const virtualpads::VirtualBus& bus, FaultPoint point) {
   using virtualpads::HidCall;
   const virtualpads::CallRecord call = bus.calls().at(point.position);
@@ -104,15 +103,15 @@ inline bool hasFailed(const virtualpads::VirtualBus& bus, FaultPoint point) {
   }
 }
 
-// The names of the calls that have been made.
+// The names of the calls made so far.
 inline std::vector<std::string> callsMade(const virtualpads::VirtualBus& bus) {
   std::vector<std::string> names;
   for (const virtualpads::CallRecord& call : bus.calls()) names.push_back(nameOf(call));
   return names;
 }
 
-// The names of the calls to be made when the one at `position` meets a fault, whose outcome tells
-// how many of the following ones are left out (`skips`) and whether it is made again (`repeated`).
+// The names of the calls expected when the one at `position` fails. The outcome has the number of
+// following calls that are left out (`skips`) and whether the call is repeated (`repeated`).
 template <class Table, class Outcome>
 std::vector<std::string> callsExpected(const Table& table, const Outcome& outcome,
                                        std::size_t position) {
@@ -125,8 +124,8 @@ std::vector<std::string> callsExpected(const Table& table, const Outcome& outcom
   return names;
 }
 
-// Calls expectOutcome with each way in which each call of the table fails and with what should
-// become of it. Returns how many faults were tried.
+// Calls expectOutcome with each way in which each call of the table can fail and the expected
+// outcome. Returns the number of faults tried.
 template <class Outcome, class ExpectOutcome>
 int sweepCalls(const std::vector<HidapiCall<Outcome>>& table, ExpectOutcome expectOutcome) {
   int points = 0;

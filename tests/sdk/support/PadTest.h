@@ -21,11 +21,11 @@ class PadTest : public BusTest {
 
   void plug(std::shared_ptr<virtualpads::PadModel> pad) { port = bus.plug(std::move(pad)); }
 
-  // Puts an input report on the pad's wire.
+  // Sends an input report from the pad.
   void send(std::string_view report) { EXPECT_TRUE(bus.sendWhenRoom(port, hex(report))); }
 
-  // Waits until there are `count` threads more than between two tests. A thread that has been
-  // joined may be seen a moment longer, hence the wait. False after kPatience.
+  // Waits until there are `count` more threads than between two tests. A joined thread may be
+  // visible a moment longer, hence the wait. False after kPatience.
   bool waitForThreads(long count) const {
     return comesTrue([&] { return threadCount() == m_idleThreads + count; });
   }
@@ -34,7 +34,7 @@ class PadTest : public BusTest {
   PenRecorder& recorder = penRecorder();
 
  private:
-  // Counted on a thread, since the thread sanitizer starts one of its own together with the first.
+  // Counted on a thread, since the thread sanitizer starts its own thread together with the first.
   static long countIdleThreads() {
     long count = 0;
     std::thread([&count] { count = threadCount() - 1; }).join();

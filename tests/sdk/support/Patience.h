@@ -1,4 +1,4 @@
-// How long a test waits for what must happen. It passes only when something is broken.
+// How long a test waits for an event that must happen. It expires only when something is broken.
 #ifndef TESTS_SDK_SUPPORT_PATIENCE_H
 #define TESTS_SDK_SUPPORT_PATIENCE_H
 
@@ -11,7 +11,7 @@ namespace support {
 
 inline constexpr std::chrono::seconds kPatience{30};
 
-// Waits until the condition holds; for conditions that nobody signals. False after kPatience.
+// Waits until the condition holds. For conditions that are not signalled. False after kPatience.
 template <class Condition>
 bool comesTrue(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -22,7 +22,7 @@ bool comesTrue(Condition condition) {
   return true;
 }
 
-// Something that happens once and that other threads wait for.
+// An event that happens once and that other threads wait for.
 class Event {
  public:
   void happen() {

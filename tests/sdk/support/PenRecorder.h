@@ -1,4 +1,4 @@
-// Pen callbacks that keep what they are given and let a test wait for it.
+// Pen callbacks that record their samples and let a test wait for them.
 #ifndef TESTS_SDK_SUPPORT_PENRECORDER_H
 #define TESTS_SDK_SUPPORT_PENRECORDER_H
 
@@ -17,7 +17,7 @@
 
 namespace support {
 
-// What a callback is given, less the time stamp.
+// The arguments of a callback, without the time stamp.
 struct Sample {
   int x;
   int y;
@@ -34,10 +34,10 @@ inline std::ostream& operator<<(std::ostream& out, const Sample& sample) {
 
 class PenRecorder {
  public:
-  // Forgets all samples, and what was to be done with them.
+  // Clears all samples and the action set by the overload below.
   void reset() { reset(nullptr); }
 
-  // The same; from now on `then` runs in the callback after each sample has been kept.
+  // The same; from now on `then` runs in the callback after each sample is recorded.
   void reset(std::function<void()> then) {
     const std::lock_guard lock(m_mutex);
     m_samples.clear();
@@ -45,7 +45,7 @@ class PenRecorder {
     m_then = std::move(then);
   }
 
-  // Waits until that many samples have come since the reset; false after kPatience.
+  // Waits until that many samples have arrived since the reset. False after kPatience.
   bool waitFor(std::size_t count) {
     std::unique_lock lock(m_mutex);
     return m_changed.wait_until(lock, std::chrono::steady_clock::now() + kPatience,
@@ -87,8 +87,8 @@ class PenRecorder {
   std::function<void()> m_then;
 };
 
-// A callback has no argument that tells whose it is, so each recorder has its own. Two are enough
-// to tell two connections apart.
+// A callback has no argument that identifies its recorder, so each recorder has its own. Two are
+// enough to distinguish two connections.
 template <int which = 0>
 PenRecorder& penRecorder() {
   static PenRecorder recorder;

@@ -1,4 +1,4 @@
-// What the kernel tells of the running process. Linux only.
+// What the kernel reports about the running process. Linux only.
 #ifndef TESTS_SDK_SUPPORT_PROCESSSTATE_H
 #define TESTS_SDK_SUPPORT_PROCESSSTATE_H
 
@@ -21,12 +21,12 @@ inline long threadCount() {
   return entriesOf("/proc/self/task");
 }
 
-// One more than the open ones, always: the listing opens the directory itself.
+// Always one more than the open ones: the listing opens the directory itself.
 inline long fileDescriptorCount() {
   return entriesOf("/proc/self/fd");
 }
 
-// Whether that thread of this process waits for something.
+// Whether that thread of this process is waiting.
 inline bool sleeps(pid_t thread) {
   std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string stat;

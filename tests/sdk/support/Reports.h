@@ -1,4 +1,4 @@
-// Writing reports down as hexadecimal text.
+// Reports written as hexadecimal text.
 #ifndef TESTS_SDK_SUPPORT_REPORTS_H
 #define TESTS_SDK_SUPPORT_REPORTS_H
 
@@ -14,8 +14,8 @@ namespace support {
 
 using virtualpads::Bytes;
 
-// The bytes of a text such as "0A FF 00", blanks anywhere between bytes, followed by zeros up to
-// `length` bytes when that is more.
+// The bytes of a text such as "0A FF 00", with blanks anywhere between bytes, padded with zeros to
+// `length` bytes.
 inline Bytes hex(std::string_view text, std::size_t length = 0) {
   Bytes bytes;
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -1,5 +1,5 @@
-// A pad that answers feature requests with whatever the test says, for replies that a real pad's
-// model would never give.
+// A pad that answers feature requests with the test's replies, which a model of a real pad would
+// never send.
 #ifndef TESTS_SDK_SUPPORT_SCRIPTEDPAD_H
 #define TESTS_SDK_SUPPORT_SCRIPTEDPAD_H
 

@@ -21,7 +21,7 @@ namespace {
 
 ThreadCalls* current = nullptr;
 
-// Such as "block SIGUSR1".
+// For example "block SIGUSR1".
 std::string maskChange(int how, const sigset_t* set, const sigset_t* old) {
   std::string text = how == SIG_BLOCK ? "block" : "other change of";
   for (int signal = 1; signal < NSIG; ++signal) {
@@ -105,7 +105,7 @@ struct ReplacedThreadCalls {
     }
     calls.note("start " + name);
     if (fails) {
-      *thread = pthread_self();  // as the system may leave there what means nothing
+      *thread = pthread_self();  // as the system may leave an arbitrary value there
       return EAGAIN;
     }
     const int result = __real_pthread_create(thread, attributes, entry, argument);

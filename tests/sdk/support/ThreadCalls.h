@@ -1,5 +1,5 @@
-// What the SDK asks of the system's threads and signals, and refusals of the system. For programs
-// that replace those functions (thread_functions in the CMakeLists.txt); the threads of the tests
+// Records the SDK's calls for threads and signals, and can make them fail. For programs that
+// replace those functions (thread_functions in the CMakeLists.txt); the threads of the tests
 // themselves, which are std::thread's, are not seen.
 #ifndef TESTS_SDK_SUPPORT_THREADCALLS_H
 #define TESTS_SDK_SUPPORT_THREADCALLS_H
@@ -39,16 +39,16 @@ class ThreadCalls {
   // Runs `then` when that call begins, on the thread that makes it.
   void on(const std::string& call, std::function<void()> then);
 
-  // The starts that fail, counted from 1.
+  // The thread starts that fail, counted from 1.
   void failStarts(std::set<int> starts);
 
-  // What the next calls of sigwait return, and their signals; later ones do wait.
+  // The results and signals of the next calls of sigwait; later calls wait.
   void answerWaits(std::vector<std::pair<int, int>> resultsAndSignals);
 
-  // How often sigwait has been called.
+  // The number of calls of sigwait.
   int waits();
 
-  // What the threads were started with: attributes, the argument, and its content.
+  // The arguments of the thread starts: the attributes, the argument, and its content.
   struct Start {
     const pthread_attr_t* attributes;
     ThreadArg* argument;

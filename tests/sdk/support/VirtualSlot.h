@@ -1,4 +1,4 @@
-// The place of a virtual function in its class's table.
+// The slot of a virtual function in its class's table.
 #ifndef TESTS_SDK_SUPPORT_VIRTUALSLOT_H
 #define TESTS_SDK_SUPPORT_VIRTUALSLOT_H
 
@@ -7,7 +7,7 @@
 
 namespace support {
 
-// Counted from 0; a virtual destructor takes two places.
+// Counted from 0; a virtual destructor takes two slots.
 template <class Function>
 std::size_t virtualSlot(Function function) {
   // As the C++ ABI of Linux and macOS lays out a pointer to a member function.

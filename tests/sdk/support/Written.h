@@ -1,4 +1,4 @@
-// What a piece of code writes to standard output and to standard error.
+// Captures what code writes to standard output and standard error.
 #ifndef TESTS_SDK_SUPPORT_WRITTEN_H
 #define TESTS_SDK_SUPPORT_WRITTEN_H
 
@@ -22,8 +22,8 @@ inline std::ostream& operator<<(std::ostream& stream, const Written& written) {
 
 inline const Written kNothingWritten{};
 
-// Runs `action` and returns what the whole process wrote meanwhile. Assertions belong outside:
-// their messages would be caught too.
+// Runs `action` and returns what the whole process wrote meanwhile. Assertions belong outside,
+// because their messages would be captured too.
 template <class Action>
 Written writtenBy(Action action) {
   const CapturedStream out(stdout);

@@ -1,5 +1,5 @@
-// What the tests of the hidapi face share: a bus that is empty at the start of each test, and
-// shorter words for the calls of a program.
+// The base of the tests of the hidapi face: a bus that is empty at the start of each test, and
+// short names for a program's calls.
 #ifndef TESTS_VIRTUALPADS_HIDAPI_BUSTEST_H
 #define TESTS_VIRTUALPADS_HIDAPI_BUSTEST_H
 
@@ -50,7 +50,7 @@ inline int setFeature(hid_device* dev, Bytes start, std::size_t length) {
   return hid_send_feature_report(dev, start.data(), length);
 }
 
-// A six-byte report that tells itself from others by its number.
+// A six-byte report, identified by its number.
 inline Bytes numbered(int number) {
   return {0x20, static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8), 0, 0, 0};
 }
@@ -59,7 +59,7 @@ class BusTest : public testing::Test {
  protected:
   BusTest() { bus.reset(); }
 
-  // Runs a call of the program on a thread of its own.
+  // Runs a call of the program on a separate thread.
   template <typename Function>
   static auto inBackground(Function function) {
     return std::async(std::launch::async, std::move(function));

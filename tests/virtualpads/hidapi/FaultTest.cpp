@@ -84,7 +84,7 @@ TEST_F(FaultTest, ReturnDoesNotKeepAnEnumeration) {
   hid_device_info* const list = hid_enumerate(0, 0);
   ASSERT_NE(list, nullptr);
   bus.failAny(returning(-1), 1, VirtualBus::kAlways);
-  hid_free_enumeration(list);  // the address sanitizer would tell what is left
+  hid_free_enumeration(list);  // the address sanitizer would report leaks
   EXPECT_EQ(bus.count(HidCall::FreeEnumeration), 1);
 }
 
@@ -127,7 +127,7 @@ TEST_F(FaultTest, LateDoesItsWorkAndReturnsWhenItIsLet) {
   while (mode() != 1) {
     std::this_thread::yield();
   }
-  EXPECT_EQ(setFeature(dev, {4, 2}, 17), 17);  // others are not held up
+  EXPECT_EQ(setFeature(dev, {4, 2}, 17), 17);  // other calls are not delayed
   EXPECT_EQ(bus.count(HidCall::SendFeature), 1);
   bus.releaseLateCalls();
   EXPECT_EQ(caller.get(), 17);

@@ -1,4 +1,4 @@
-// hidapi's functions, as a program meets them.
+// hidapi's functions, as a program uses them.
 #include <gmock/gmock.h>
 
 #include <cwchar>

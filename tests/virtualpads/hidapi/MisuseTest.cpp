@@ -1,4 +1,4 @@
-// Calls that the real hidapi would answer with undefined behaviour are counted.
+// Calls that would be undefined behaviour in the real hidapi are counted.
 #include <memory>
 #include <utility>
 
@@ -12,14 +12,14 @@ constexpr std::uint8_t kNoSuchReport = 5;
 
 class MisuseTest : public BusTest {
  protected:
-  // A read that has begun and waits.
+  // A read that has begun and is waiting.
   std::future<ReadResult> waitingRead() {
     auto reader = inBackground([this] { return read(dev, kForEver); });
     EXPECT_TRUE(bus.waitForBegun(HidCall::Read, ++m_reads));
     return reader;
   }
 
-  // A feature call that fails, but not before the late calls are released.
+  // A feature call that fails once the late calls are released.
   std::future<int> lateFailure() {
     bus.fail(HidCall::GetFeature, kLate);
     auto caller = inBackground([this] { return getFeature(dev, kNoSuchReport, 17); });
@@ -65,7 +65,7 @@ TEST_F(MisuseTest, ACallThatFreesTheTextDuringAnotherIsAMisuse) {
   EXPECT_EQ(bus.misuses(), 0);
   EXPECT_EQ(getFeature(dev, 4, 17), 17);
   EXPECT_EQ(bus.misuses(), 1);
-  EXPECT_EQ(setFeature(dev, {4, 1}, 17), 17);  // the text is gone
+  EXPECT_EQ(setFeature(dev, {4, 1}, 17), 17);  // the text is freed
   EXPECT_EQ(bus.misuses(), 1);
   EXPECT_EQ(setFeature(dev, {kNoSuchReport}, 17), -1);
   EXPECT_EQ(setFeature(dev, {4, 1}, 17), 17);

@@ -146,7 +146,7 @@ TEST_F(BusTest, DoesNotWaitForTheReadingOfAClosedOrUnpluggedPad) {
   hid_close(dev);
 }
 
-// The waiter may come before or after the loss: many rounds, so that both happen.
+// The wait may begin before or after the loss. Many rounds make both cases occur.
 TEST_F(BusTest, TellsWhenUnreadReportsWereLostByAClose) {
   const auto port = bus.plug(makePad(PadKind::Usb));
   for (int round = 0; round < 200; ++round) {
@@ -229,7 +229,7 @@ TEST_F(BusTest, ShortensTheTimeOutOfReads) {
   bus.setReadTimeout(std::chrono::milliseconds(1));
   EXPECT_EQ(read(dev, kAnHour).result, 0);
   EXPECT_EQ(read(dev, kForEver).result, 0);
-  // With the caller's own again: this one must wait until the unplug.
+  // With the caller's own timeout again: this read must wait until the unplug.
   bus.setReadTimeout(std::chrono::milliseconds(0));
   bus.clearLog();
   auto reader = inBackground([&] { return read(dev, kAnHour); });
@@ -318,7 +318,7 @@ TEST_F(BusTest, ForgetsEverythingWithAReset) {
   EXPECT_EQ(hid_enumerate(0, 0), nullptr);
 }
 
-// Any use, on any thread, at any time: meant for the thread sanitizer.
+// Any use, on any thread, at any time: for the thread sanitizer.
 TEST_F(BusTest, BearsEverythingAtOnce) {
   constexpr int kRounds = 200;
   bus.setReadTimeout(std::chrono::milliseconds(1));

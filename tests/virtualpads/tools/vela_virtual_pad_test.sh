@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# vela_virtual_pad_test.sh PROGRAM: what the program says and returns before it plugs anything.
+# vela_virtual_pad_test.sh PROGRAM: the program's output and exit status before it plugs anything in.
 set -u
 program=$1
 scratch=$(mktemp -d)
@@ -39,7 +39,7 @@ expect 1 'vela-virtual-pad: bad.hid: line 1, column 1: the R: line is missing' i
 printf '%s' "$head" >ink.hid
 expect 1 'vela-virtual-pad: ink.hid: it was recorded of another device, 04df:0030' usb --replay ink.hid
 
-# The lines before the last one are the toolkit's.
+# The lines before the last one come from the toolkit.
 echo precious >kept.hid
 env -u QT_QPA_PLATFORM -u DISPLAY -u WAYLAND_DISPLAY -u WAYLAND_SOCKET -u XDG_SESSION_TYPE \
   "$program" ink --record kept.hid >out 2>err
@@ -53,7 +53,7 @@ fi
 [ ! -s out ] || { echo "a pad is plugged without a display"; failures=1; }
 [ "$(cat kept.hid)" = precious ] || { echo "the recording is emptied without a display"; failures=1; }
 
-# Where the device is there, tests/kernel goes on from here.
+# If the device exists, tests/kernel covers the rest.
 if [ ! -e /dev/uhid ]; then
   missing='/dev/uhid is missing; this loads the kernel'\''s module for it: sudo modprobe uhid'
   expect 1 "vela-virtual-pad: $missing" ink --replay ink.hid

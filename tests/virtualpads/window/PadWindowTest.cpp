@@ -36,7 +36,7 @@ using testing::SizeIs;
 
 constexpr std::chrono::seconds kPatience{30};
 
-// Lets the window work until the condition holds; false when it has not come about in time.
+// Processes the window's events until the condition holds; false on a time-out.
 template <class Condition>
 bool waitUntil(Condition condition) {
   bool late = false;
@@ -58,7 +58,7 @@ class PadWindowTest : public testing::Test {
           pens.push_back(pen);
           reports.push_back(pad->inputReport(pen));
         })) {
-    // As large as it wants to be, however small the screen.
+    // The window's preferred size, however small the screen is.
     window->resize(window->sizeHint());
     window->show();
     surface = find<PadSurface>("padSurface");
@@ -83,7 +83,7 @@ class PadWindowTest : public testing::Test {
            << name.toStdString() << " is \"" << text(name) << "\", not \"" << wanted << "\"";
   }
 
-  // A place of the surface, from 0 to 1, in the surface widget.
+  // The position in the surface widget of a point on the surface, from 0 to 1.
   QPointF place(double x, double y) const {
     const QRectF rect = surface->surfaceRect();
     return {rect.left() + x * rect.width(), rect.top() + y * rect.height()};
@@ -303,7 +303,7 @@ TEST_F(UsbPadWindow, MakesThePointerAPenOverTheSurfaceOnly) {
   EXPECT_EQ(surface->cursor().shape(), Qt::BitmapCursor);
 }
 
-// It touches the surface with its tip: the lower left corner.
+// The tip touches the surface: the lower left corner of the picture.
 TEST_F(UsbPadWindow, DrawsThePenFromItsTip) {
   mouse(QEvent::MouseMove, 0.5, 0.5);
   const QCursor pen = surface->cursor();
