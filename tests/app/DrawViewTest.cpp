@@ -585,7 +585,7 @@ TEST_F(FrameTest, PlaceThatSomeoneElseGaveIsTheFrame) {
   EXPECT_EQ(view.frame(), QRectF(10, 20, 30, 40));
 }
 
-TEST_F(FrameTest, NewFrameIsTold) {
+TEST_F(FrameTest, NewFrameIsReported) {
   QRectF told;
   QObject::connect(&view, &DrawView::frameChanged, [&](const QRectF& frame) { told = frame; });
   view.setGeometry(200, 150, 100, 100);

@@ -111,7 +111,7 @@ TEST(EndTest, SecondSignalEndsWhatThePenKeepsWaiting) {
   EXPECT_EQ(end.lastSaid, "desk: done");  // and not the summary of a regular end
 }
 
-TEST(EndTest, OutlivesItsTerminalWhenItIsToldTo) {
+TEST(EndTest, OutlivesItsTerminalWhenHangupsAreIgnored) {
   DeskProcess desk(QProcessEnvironment::systemEnvironment(), [] { signal(SIGHUP, SIG_IGN); });
   desk.signal(SIGHUP);
   // The first order may be processed together with the signal.

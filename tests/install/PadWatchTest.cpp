@@ -21,7 +21,7 @@ class PadWatchWords : public testing::Test {
   }
 };
 
-TEST_F(PadWatchWords, TellTheTimeOfThisPlaceAndWhatHappened) {
+TEST_F(PadWatchWords, ShowTheLocalTimeAndWhatHappened) {
   EXPECT_EQ(eventText({PadEvent::Kind::Present, "Vela Ink", "/dev/hidraw3"}, kTime),
             "03:43:20.042  Vela Ink present at /dev/hidraw3");
   EXPECT_EQ(eventText({PadEvent::Kind::Attached, "Vela Ink", "/dev/hidraw3"}, kTime),

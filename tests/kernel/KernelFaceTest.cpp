@@ -133,7 +133,7 @@ TEST(KernelFaceTest, EveryModelsReportDescriptorReachesThePrograms) {
   }
 }
 
-TEST(KernelFaceTest, TellsWhetherAProgramHasTheNodeOpen) {
+TEST(KernelFaceTest, ReportsWhetherAProgramHasTheNodeOpen) {
   const auto pad = plugged(PadKind::Usb);
   EXPECT_FALSE(pad->open());
   Device first = openPad(*pad);

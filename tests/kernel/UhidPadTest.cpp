@@ -218,7 +218,7 @@ TEST_F(UhidPadTest, DeviceThatTheKernelDoesNotStartIsTakenAwayAgain) {
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_DESTROY});
 }
 
-TEST(UhidPadWithoutUhidTest, PlugTellsWhyUhidCannotBeOpened) {
+TEST(UhidPadWithoutUhidTest, PlugReportsWhyUhidCannotBeOpened) {
   bool permitted = false;
   FakeKernel kernel;
   UhidPad pad(std::make_shared<ToyPad>(), [&] {
@@ -257,7 +257,7 @@ class NoMoreFiles {
 };
 
 // Without it, its event thread could not be ended.
-TEST(UhidPadWithoutUhidTest, PlugTellsThatItHasNoEventCounter) {
+TEST(UhidPadWithoutUhidTest, PlugReportsThatItHasNoEventCounter) {
   FakeKernel kernel;
   FileDescriptor device = kernel.device();
   UhidPad pad(std::make_shared<ToyPad>(), [&] { return std::move(device); });
@@ -302,7 +302,7 @@ TEST(UhidPadLifeTest, EndOfLifeUnplugs) {
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_DESTROY});
 }
 
-TEST_F(UhidPadTest, TellsWhetherAProgramHasTheNodeOpen) {
+TEST_F(UhidPadTest, ReportsWhetherAProgramHasTheNodeOpen) {
   plug();
   EXPECT_FALSE(pad.open());
   kernel.tell(UHID_OPEN);

@@ -93,7 +93,7 @@ TEST(Replay, SendsTheReportsToWhoeverOpensThePad) {
   EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
 
-TEST(Replay, TellsOfReportsThatNobodyCouldGet) {
+TEST(Replay, WarnsOfReportsThatNobodyCouldGet) {
   std::ofstream("lost.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n"
                                "E: 000000.000000 6 20 4e 02 27 01 40\n"
                                "E: 000002.000000 6 00 4e 02 27 01 00\n";
@@ -121,7 +121,7 @@ TEST(Permission, IsMissedInOneClearLine) {
 }
 
 // Five open files are enough for the pad, but leave none for the events about its node.
-TEST(Replay, TellsThatTheNodeCannotBeFound) {
+TEST(Replay, ReportsThatTheNodeCannotBeFound) {
   std::ofstream("unfound.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n";
   Program program("/usr/bin/prlimit", {.arguments = {"--nofile=5", VELA_VIRTUAL_PAD, "usb",
                                                      "--replay", "unfound.hid"}});
@@ -131,7 +131,7 @@ TEST(Replay, TellsThatTheNodeCannotBeFound) {
   EXPECT_EQ(program.wait(), 1);
 }
 
-TEST(Record, TellsOfAFileThatCannotBeWritten) {
+TEST(Record, ReportsAFileThatCannotBeWritten) {
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--record", "/missing/file"},
                                      .environment = {"QT_QPA_PLATFORM=offscreen"}});
   program.waitForLine("vela-virtual-pad: /missing/file: No such file or directory");

@@ -494,7 +494,7 @@ TEST_F(EngineTest, ReadFileWithBadArgumentsSaysSoEvenWithAnOpenDevice) {
   engine.CloseDevice();
 }
 
-TEST_F(EngineTest, TheMissingDeviceIsToldBeforeBadArguments) {
+TEST_F(EngineTest, TheMissingDeviceIsReportedBeforeBadArguments) {
   int count = 0;
   const CapturedStream out(stdout);
   EXPECT_FALSE(engine.ReadFile(nullptr, 0, &count));

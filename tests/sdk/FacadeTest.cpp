@@ -580,7 +580,7 @@ TEST_F(FacadeTest, EachRangeIsItsOwnEnd) {
   EXPECT_EQ(facade->GetDataRangeMaxZ(), 1003);
 }
 
-TEST_F(FacadeTest, ARangeThatTheDriverDoesNotTellIsZeroAfterOneItTold) {
+TEST_F(FacadeTest, ARangeThatTheDriverDoesNotReportIsZeroAfterOneItReported) {
   connect(kVision);
   ASSERT_EQ(facade->GetDataRangeMaxZ(), 1003);
   facade->CloseConnection();

@@ -344,7 +344,7 @@ std::string nameOfCase(const testing::TestParamInfo<std::tuple<Request, Mishap>>
          std::to_string(std::get<0>(info.param).position);
 }
 
-TEST_P(InkOpenFaultsTest, OpensAndEndsWithTheOptionsThatAreMeant) {
+TEST_P(InkOpenFaultsTest, OpensAndEndsWithTheExpectedOptions) {
   setOptions(kBeforeOpen);
   int opened = -9;
   expectOutcome(kInkOpening, kOpened, [&] { opened = driver.OpenConnection(recordPen); });
@@ -361,7 +361,7 @@ INSTANTIATE_TEST_SUITE_P(EveryRequest, InkOpenFaultsTest,
                          testing::Combine(testing::ValuesIn(kInkOpenRequests), kAllMishaps),
                          nameOfCase<InkRequest>);
 
-TEST_P(InkCloseFaultsTest, ClosesAndEndsWithTheOptionsThatAreMeant) {
+TEST_P(InkCloseFaultsTest, ClosesAndEndsWithTheExpectedOptions) {
   setOptions(kBeforeOpen);
   ASSERT_EQ(driver.OpenConnection(recordPen), 1);
   setOptions(kBeforeClose);
@@ -476,7 +476,7 @@ class VisionOpenFaultsTest : public VisionFaultsTest,
 class VisionCloseFaultsTest : public VisionFaultsTest,
                               public testing::WithParamInterface<std::pair<Mishap, int>> {};
 
-TEST_P(VisionOpenFaultsTest, GivesTheResultAndTheLinesThatAreMeant) {
+TEST_P(VisionOpenFaultsTest, GivesTheExpectedResultAndLines) {
   const VisionCase& param = GetParam();
   const auto position = static_cast<std::size_t>(param.position);
   const char direction = kVisionOpening[position].front();
@@ -634,7 +634,7 @@ TEST_F(IiCutReplyTest, InformationErrorCountsAsSuccessWithZeros) {
   EXPECT_EQ(information(true), hex("", 54));
 }
 
-TEST_F(IiCutReplyTest, SizeOfAPadThatDoesNotTellItIsZero) {
+TEST_F(IiCutReplyTest, SizeOfAPadThatDoesNotReportItIsZero) {
   bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0}, 1, 2);
   EXPECT_EQ(driver.GetPhysicalX(), 0.0);
   EXPECT_EQ(driver.GetPhysicalY(), 0.0);

@@ -374,7 +374,7 @@ TYPED_TEST(FrameTest, WhileReportsComeTheCloseWaits) {
 
 // Threads that do not start.
 
-TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsTold) {
+TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsReported) {
   this->threads.failStarts({1});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
@@ -389,7 +389,7 @@ TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsTold) {
   EXPECT_FALSE(this->driver->GetRunningState());
 }
 
-TYPED_TEST(FrameTest, AReadingThreadThatDoesNotStartIsTold) {
+TYPED_TEST(FrameTest, AReadingThreadThatDoesNotStartIsReported) {
   this->threads.failStarts({2});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
@@ -402,7 +402,7 @@ TYPED_TEST(FrameTest, AReadingThreadThatDoesNotStartIsTold) {
   EXPECT_EQ(this->bus.count(HidCall::Read), 0);
 }
 
-TYPED_TEST(FrameTest, AProcessingThreadThatDoesNotStartIsTold) {
+TYPED_TEST(FrameTest, AProcessingThreadThatDoesNotStartIsReported) {
   this->threads.failStarts({3});
   const CapturedStream out(stdout);
   const CapturedStream err(stderr);
@@ -417,7 +417,7 @@ TYPED_TEST(FrameTest, AProcessingThreadThatDoesNotStartIsTold) {
   EXPECT_EQ(this->recorder.count(), 0U);
 }
 
-TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreToldInTurn) {
+TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreReportedInTurn) {
   this->threads.failStarts({1, 2, 3});
   const CapturedStream out(stdout);
   EXPECT_EQ(this->open(), 1);

@@ -520,7 +520,7 @@ TEST_F(IiSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   EXPECT_EQ(serials[1].Data1, 0U);
 }
 
-TEST_F(IiSerialTest, ReplyOfNoBytesIsToldWithTheReportId) {
+TEST_F(IiSerialTest, ReplyOfNoBytesIsReportedWithTheReportId) {
   openModel();
   bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
   _GUID serial{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};

@@ -297,7 +297,7 @@ TEST_F(InkCloseTest, ResetAfterAFailedOpenPrintsItsResult) {
             (Written{"ResetvelaInkDevice m_handle is -1\n", ""}));
 }
 
-TEST_F(InkCloseTest, ResetBeforeOpenTellsZeroAndSendsNothing) {
+TEST_F(InkCloseTest, ResetBeforeOpenReportsZeroAndSendsNothing) {
   plugModel();
   bus.clearLog();
   int reset = -9;

@@ -122,7 +122,7 @@ TEST_F(VisionFrameTest, ProcessingThreadIsTheThirdToStart) {
   EXPECT_EQ(recorder.count(), 0U);
 }
 
-TEST_F(VisionFrameTest, ThreadsThatDoNotStartAreToldInTurnAndTheConnectionCloses) {
+TEST_F(VisionFrameTest, ThreadsThatDoNotStartAreReportedInTurnAndTheConnectionCloses) {
   threads.failStarts({1, 2, 3});
   EXPECT_EQ(open(), (Written{"",
                              "create getdata failed\n"

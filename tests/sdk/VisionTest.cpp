@@ -285,7 +285,7 @@ TEST_F(VisionOpenTest, ModeReadErrorIsPassedOver) {
   driver.CloseConnection();
 }
 
-TEST_F(VisionOpenTest, OtherModeIsToldAndPassedOver) {
+TEST_F(VisionOpenTest, OtherModeIsReportedAndPassedOver) {
   const auto pad = std::make_shared<ScriptedPad>(kProduct);
   pad->replies = {{3, hex("03")}, {4, hex("04 C8")}, {12, hex("0C")}, {17, hex("11")}};
   plug(pad);
@@ -310,14 +310,14 @@ TEST_F(VisionOpenTest, UnreadableInkRegionIsSwitchedOnAllTheSame) {
   driver.CloseConnection();
 }
 
-TEST_F(VisionOpenTest, RefusedInkRegionIsToldAndPassedOver) {
+TEST_F(VisionOpenTest, RefusedInkRegionIsReportedAndPassedOver) {
   plug(model);
   bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1}, 2);
   expectOpen(1, {"", "SetInkRegion failed!!\n"});
   driver.CloseConnection();
 }
 
-TEST_F(VisionOpenTest, UnreadablePadInformationIsToldAndLeavesZeros) {
+TEST_F(VisionOpenTest, UnreadablePadInformationIsReportedAndLeavesZeros) {
   plug(model);
   bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 4);
   expectOpen(1, {"", "GetPadInfoReport return false rpt size 65!!\n"});
@@ -669,7 +669,7 @@ TEST_F(VisionPadInfoTest, ZeroDivisorsGiveWhatDivisionGives) {
   EXPECT_EQ(info.dPhysicalY, std::numeric_limits<double>::infinity());
 }
 
-TEST_F(VisionPadInfoTest, ReadErrorIsToldAndGivenBackWithNothingWritten) {
+TEST_F(VisionPadInfoTest, ReadErrorIsReportedAndReturnedWithNothingWritten) {
   openModel();
   DevicePadInfo info{};
   info.nMinX = 9;
@@ -751,7 +751,7 @@ TEST_F(VisionSerialTest, NullAndAReadErrorFailInSilenceWithNothingWritten) {
   driver.CloseConnection();
 }
 
-TEST_F(VisionClearTest, OnlyAResultOfZeroFailsAndIsTold) {
+TEST_F(VisionClearTest, OnlyAResultOfZeroFailsAndIsReported) {
   openModel();
   bool cleared = false;
   EXPECT_EQ(writtenBy([&] { cleared = driver.ClearInkRegion(); }), kNothingWritten);

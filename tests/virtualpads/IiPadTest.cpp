@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::Optional;
 
-TEST(IiPad, TellsItsIdentityAndSize) {
+TEST(IiPad, ReportsItsIdentityAndSize) {
   const IiPad pad;
   EXPECT_EQ(pad.identity().vendor, 1247);
   EXPECT_EQ(pad.identity().product, 31);
@@ -36,7 +36,7 @@ TEST(IiPad, EncodesPositionPressureAndClock) {
               ElementsAre(1, 0x21, 0xFF, 0x7F, 0x00, 0x20, 64, 0, 0, 0, 0));
 }
 
-TEST(IiPad, TellsALiftedPenWithItsPositionAndWithoutPressure) {
+TEST(IiPad, ReportsALiftedPenWithItsPositionAndWithoutPressure) {
   EXPECT_THAT(IiPad().inputReport({.x = 0.25, .y = 1, .pressure = 1, .touch = false}),
               ElementsAre(1, 0x20, 0x00, 0x20, 0xFF, 0x7F, 0, 0, 0, 0, 0));
 }
@@ -46,7 +46,7 @@ TEST(IiPad, ClampsWhatIsOffTheSurface) {
               ElementsAre(1, 0x21, 0x00, 0x00, 0xFF, 0x7F, 0, 0, 0, 0, 0));
 }
 
-TEST(IiPad, TellsItsGeometryAsRatios) {
+TEST(IiPad, ReportsItsGeometryAsRatios) {
   EXPECT_THAT(IiPad().getFeature(10),
               Optional(Bytes{10,                                              //
                              0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x08, 0x07,  // words 1 to 4
@@ -59,7 +59,7 @@ TEST(IiPad, TellsItsGeometryAsRatios) {
                              0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A}));
 }
 
-TEST(IiPad, TellsAnotherGeometryWhenItIsSet) {
+TEST(IiPad, ReportsAnotherGeometryWhenItIsSet) {
   IiPad pad;
   IiPad::PadInformation information = pad.padInformation();
   information.width = {{0x0102, 0x0304}, {0x0506, 0x0708}, {0x090A, 0x0B0C}};
@@ -71,7 +71,7 @@ TEST(IiPad, TellsAnotherGeometryWhenItIsSet) {
                    0x16, 0x15, 0x18, 0x17, 0x0A, 0x09, 0x0C, 0x0B, 0x1A, 0x19, 0x00, 0x00}));
 }
 
-TEST(IiPad, TellsItsSerialNumber) {
+TEST(IiPad, ReportsItsSerialNumber) {
   IiPad pad;
   EXPECT_THAT(pad.getFeature(2),
               Optional(Bytes{2, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A,  //

@@ -40,7 +40,7 @@ Bytes pictureBand(std::uint8_t layer, std::uint8_t firstRow, std::uint8_t fillin
   return report;
 }
 
-TEST(InkPad, TellsItsIdentityAndSize) {
+TEST(InkPad, ReportsItsIdentityAndSize) {
   const InkPad pad;
   EXPECT_EQ(pad.identity().vendor, 1247);
   EXPECT_EQ(pad.identity().product, 48);
@@ -89,7 +89,7 @@ TEST(InkPad, LeavesTheFactoryWithoutInkAndWithAllLayersHidden) {
   EXPECT_THAT(pad.lcdImage(), Each(0));
 }
 
-TEST(InkPad, TakesAndTellsItsOptionBlock) {
+TEST(InkPad, TakesAndReportsItsOptionBlock) {
   InkPad pad;
   const Bytes report = {3,    0xA0, 0xFD, 0x34, 0x12, 0xA4, 0x02, 0x01, 0x11,
                         0x04, 0x01, 0x22, 0xFB, 0x78, 0x56, 0x93, 0xAF};
@@ -107,7 +107,7 @@ TEST(InkPad, TakesAndTellsItsOptionBlock) {
   EXPECT_EQ(pad.layerState(2), 2);
 }
 
-TEST(InkPad, TellsItsSerialNumber) {
+TEST(InkPad, ReportsItsSerialNumber) {
   InkPad pad;
   EXPECT_THAT(pad.getFeature(6),
               Optional(Bytes{6, 0x31, 0x42, 0x53, 0x64, 0x75, 0x86, 0x97, 0xA8}));

@@ -184,7 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Bad{"R: 1 06\nN: a\nI: 3 1 2\nE: 1.000000 1 00 00\n",
                         "line 4, column 18: the line should end here"}));
 
-TEST(Recording, TellsThePlaceOfAnErrorAsNumbersToo) {
+TEST(Recording, ReportsThePlaceOfAnErrorAsNumbersToo) {
   try {
     headWith("E: 0.000000 2 00 zz\n");
     FAIL() << "it was taken";
@@ -267,7 +267,7 @@ class FullDisk : public std::stringbuf {
   int sync() override { return -1; }
 };
 
-TEST(RecordingWriter, TellsThatTheStreamHasFailed) {
+TEST(RecordingWriter, ReportsThatTheStreamHasFailed) {
   FullDisk disk;
   std::ostream out(&disk);
   UsbPad pad;
@@ -302,15 +302,15 @@ int errorOf(const std::filesystem::path& path) {
   return 0;
 }
 
-TEST_F(RecordingFile, ThatIsMissingIsTold) {
+TEST_F(RecordingFile, ThatIsMissingIsReported) {
   EXPECT_EQ(errorOf(file), ENOENT);
 }
 
-TEST_F(RecordingFile, ThatIsADirectoryIsTold) {
+TEST_F(RecordingFile, ThatIsADirectoryIsReported) {
   EXPECT_EQ(errorOf(testing::TempDir()), EISDIR);
 }
 
-TEST_F(RecordingFile, WithoutEndIsTold) {
+TEST_F(RecordingFile, WithoutEndIsReported) {
   EXPECT_EQ(errorOf("/dev/zero"), EFBIG);
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 using testing::ElementsAre;
 
-TEST(UsbPad, TellsItsIdentityAndSize) {
+TEST(UsbPad, ReportsItsIdentityAndSize) {
   const UsbPad pad;
   EXPECT_EQ(pad.identity().vendor, 1247);
   EXPECT_EQ(pad.identity().product, 18);
@@ -38,7 +38,7 @@ TEST(UsbPad, MapsTheSurfaceOntoItsRawCoordinates) {
               ElementsAre(0x20, 0x54, 0x01, 0xA4, 0x01, 64));
 }
 
-TEST(UsbPad, TellsALiftedPenWithItsPositionAndWithoutPressure) {
+TEST(UsbPad, ReportsALiftedPenWithItsPositionAndWithoutPressure) {
   EXPECT_THAT(UsbPad().inputReport({.x = 0.5, .y = 0.5, .pressure = 0.5, .touch = false}),
               ElementsAre(0x00, 0x4E, 0x02, 0x27, 0x01, 0));
 }

@@ -17,7 +17,7 @@ Bytes report(Bytes start, std::size_t length) {
   return start;
 }
 
-TEST(VisionPad, TellsItsIdentityAndSize) {
+TEST(VisionPad, ReportsItsIdentityAndSize) {
   const VisionPad pad;
   EXPECT_EQ(pad.identity().vendor, 1247);
   EXPECT_EQ(pad.identity().product, 56);
@@ -47,18 +47,18 @@ TEST(VisionPad, ClampsWhatIsOffTheSurface) {
             report({1, 0x80, 0x05, 0x14, 0x00, 0x00, 0x03, 0xFF}, 17));
 }
 
-TEST(VisionPad, TellsALiftedPenByZeros) {
+TEST(VisionPad, ReportsALiftedPenByZeros) {
   EXPECT_EQ(VisionPad().inputReport(
                 {.x = 0.5, .y = 0.5, .pressure = 0.5, .touch = false, .milliseconds = 7}),
             report({1, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, 17));
 }
 
-TEST(VisionPad, TellsATouchInTheCornerApartFromALiftedPen) {
+TEST(VisionPad, DistinguishesATouchInTheCornerFromALiftedPen) {
   EXPECT_EQ(VisionPad().inputReport({.x = 0, .y = 0, .pressure = 0, .touch = true}),
             report({1, 0x80, 0, 0, 0, 0, 0, 1}, 17));
 }
 
-TEST(VisionPad, TellsItsRangesAndSizes) {
+TEST(VisionPad, ReportsItsRangesAndSizes) {
   EXPECT_THAT(VisionPad().getFeature(12),
               Optional(report({12,                                         //
                                0x05, 0x14, 0x05, 0x78, 0x03, 0xFF,         // 1300, 1400, 1023
@@ -69,7 +69,7 @@ TEST(VisionPad, TellsItsRangesAndSizes) {
                               65)));
 }
 
-TEST(VisionPad, TellsAndUsesOtherRangesWhenTheyAreSet) {
+TEST(VisionPad, ReportsAndUsesOtherRangesWhenTheyAreSet) {
   VisionPad pad;
   pad.setPadInformation({.x = {0x0102, 0x0304},
                          .y = {0x0506, 0x0708},
@@ -86,7 +86,7 @@ TEST(VisionPad, TellsAndUsesOtherRangesWhenTheyAreSet) {
             report({1, 0x80, 0x01, 0x02, 0x07, 0x08, 0x09, 0x0A}, 17));
 }
 
-TEST(VisionPad, TellsItsSerialNumber) {
+TEST(VisionPad, ReportsItsSerialNumber) {
   VisionPad pad;
   EXPECT_THAT(pad.getFeature(2), Optional(report({2, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF,
                                                   0x10, 0x32, 0x54, 0x76, 0x98, 0xBA, 0xDC, 0xFE},
@@ -96,7 +96,7 @@ TEST(VisionPad, TellsItsSerialNumber) {
               Optional(report({2, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 34)));
 }
 
-TEST(VisionPad, TakesAndTellsItsMode) {
+TEST(VisionPad, TakesAndReportsItsMode) {
   VisionPad pad;
   EXPECT_EQ(pad.mode(), 0);
   EXPECT_THAT(pad.getFeature(4), Optional(report({4, 0}, 17)));
@@ -105,7 +105,7 @@ TEST(VisionPad, TakesAndTellsItsMode) {
   EXPECT_THAT(pad.getFeature(4), Optional(report({4, 1}, 17)));
 }
 
-TEST(VisionPad, TakesAndTellsItsInkRegion) {
+TEST(VisionPad, TakesAndReportsItsInkRegion) {
   VisionPad pad;
   EXPECT_THAT(pad.getFeature(17),
               Optional(report({17, 0x10, 0x00, 0x0A, 0x00, 0x14, 0x05, 0x0A, 0x05, 0x64, 0x01, 0x02,

@@ -15,7 +15,7 @@ namespace support {
 using virtualpads::Bytes;
 
 // The bytes of a text such as "0A FF 00", with blanks anywhere between bytes, padded with zeros to
-// `length` bytes.
+// at least `length` bytes.
 inline Bytes hex(std::string_view text, std::size_t length = 0) {
   Bytes bytes;
   for (std::size_t at = 0; at < text.size(); ++at) {

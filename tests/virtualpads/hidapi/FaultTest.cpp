@@ -243,7 +243,7 @@ TEST_F(FaultTest, MeetsTheNthCallOfItsKind) {
   EXPECT_EQ(getFeature(dev, 4, 17), 17);
 }
 
-TEST_F(FaultTest, MeetsAsManyCallsAsTold) {
+TEST_F(FaultTest, MeetsTheRequestedNumberOfCalls) {
   bus.fail(HidCall::GetFeature, returning(-5), 2, 2);
   EXPECT_EQ(getFeature(dev, 4, 17), 17);
   EXPECT_EQ(getFeature(dev, 4, 17), -5);

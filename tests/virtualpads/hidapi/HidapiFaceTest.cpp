@@ -298,7 +298,7 @@ TEST_F(HidapiFace, FailsWritesSinceNoPadHasOutputReports) {
   hid_close(dev);
 }
 
-TEST_F(HidapiFace, TellsWhetherTheLastCallOnAHandleFailed) {
+TEST_F(HidapiFace, ReportsWhetherTheLastCallOnAHandleFailed) {
   bus.plug(makePad(PadKind::Vision));
   hid_device* const dev = hid_open(kVendor, kVisionPad, nullptr);
   EXPECT_STREQ(hid_error(dev), L"Success");

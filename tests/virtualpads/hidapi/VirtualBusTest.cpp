@@ -147,7 +147,7 @@ TEST_F(BusTest, DoesNotWaitForTheReadingOfAClosedOrUnpluggedPad) {
 }
 
 // The wait may begin before or after the loss. Many rounds make both cases occur.
-TEST_F(BusTest, TellsWhenUnreadReportsWereLostByAClose) {
+TEST_F(BusTest, ReportsWhenUnreadReportsWereLostByAClose) {
   const auto port = bus.plug(makePad(PadKind::Usb));
   for (int round = 0; round < 200; ++round) {
     hid_device* const dev = hid_open(kVendor, kUsbPad, nullptr);
@@ -163,7 +163,7 @@ TEST_F(BusTest, TellsWhenUnreadReportsWereLostByAClose) {
   }
 }
 
-TEST_F(BusTest, TellsWhenUnreadReportsWereLostByAnUnplug) {
+TEST_F(BusTest, ReportsWhenUnreadReportsWereLostByAnUnplug) {
   for (int round = 0; round < 200; ++round) {
     const auto port = bus.plug(makePad(PadKind::Usb));
     hid_device* const dev = hid_open(kVendor, kUsbPad, nullptr);
@@ -274,7 +274,7 @@ TEST_F(BusTest, ForgetsACallThatBeganBeforeTheLogWasCleared) {
   hid_close(dev);
 }
 
-TEST_F(BusTest, TellsWhichHandlesAreOpen) {
+TEST_F(BusTest, ReportsWhichHandlesAreOpen) {
   const auto usb = bus.plug(makePad(PadKind::Usb));
   const auto ink = bus.plug(makePad(PadKind::Ink));
   EXPECT_EQ(bus.openHandles(), 0);

@@ -39,7 +39,7 @@ TEST_F(WatchedPadTest, IsThePadBehind) {
   EXPECT_THAT(events, IsEmpty());
 }
 
-TEST_F(WatchedPadTest, TellsOfInputReports) {
+TEST_F(WatchedPadTest, AnnouncesInputReports) {
   const Bytes report =
       pad.inputReport({.x = 1, .y = 1, .pressure = 1, .touch = true, .milliseconds = 258});
   EXPECT_THAT(report,
@@ -52,7 +52,7 @@ TEST_F(WatchedPadTest, TellsOfInputReports) {
   EXPECT_TRUE(input.pen.touch);
 }
 
-TEST_F(WatchedPadTest, TellsOfAcceptedFeatureReports) {
+TEST_F(WatchedPadTest, AnnouncesAcceptedFeatureReports) {
   Bytes mode(17);
   mode[0] = 4;
   mode[1] = 1;
@@ -69,7 +69,7 @@ TEST_F(WatchedPadTest, TellsOfAcceptedFeatureReports) {
   EXPECT_EQ(feature(1).bytes, mode);
 }
 
-TEST_F(WatchedPadTest, TellsOfRefusedFeatureReports) {
+TEST_F(WatchedPadTest, AnnouncesRefusedFeatureReports) {
   EXPECT_FALSE(pad.setFeature(Bytes{4, 1}));
   EXPECT_EQ(pad.getFeature(99), std::nullopt);
 
@@ -86,7 +86,7 @@ TEST_F(WatchedPadTest, ShowsTheModel) {
   EXPECT_EQ(seen, model.get());
 }
 
-TEST_F(WatchedPadTest, TellsNobodyAnyMore) {
+TEST_F(WatchedPadTest, NotifiesNobodyAnyMore) {
   pad.watch({});
   pad.getFeature(3);
   EXPECT_THAT(events, IsEmpty());
