@@ -167,7 +167,7 @@ attach no-such-node
 run DISPLAY=x
 expect_started "with a pad that may not be opened" testapp
 expect "what is said of a pad that may not be opened" \
-  "run: you may not open /dev/no-such-node; README.md tells under 'Trouble-shooting' how to mend that" \
+  "run: you have no permission to open /dev/no-such-node; see 'Troubleshooting' in README.md" \
   "$(grep 'may not' <<<"$said")"
 
 stand_in "$scratch/programs/testapp" <<<'exit 3'
