@@ -27,7 +27,7 @@ target_compile_options(vela_options INTERFACE
 
 # The code has no warnings with these compilers. Warnings of any other compiler are not errors.
 set(VELA_KNOWN_COMPILERS "GNU 12" "GNU 14" "GNU 16" "Clang 14" "Clang 16" "Clang 19" "Clang 21")
-option(VELA_WARNINGS_AS_ERRORS "Treat the warnings of the compilers that are known as errors" OFF)
+option(VELA_WARNINGS_AS_ERRORS "Treat the warnings of known compilers as errors" OFF)
 string(REGEX MATCH "^[0-9]+" VELA_COMPILER_MAJOR "${CMAKE_CXX_COMPILER_VERSION}")
 if(VELA_WARNINGS_AS_ERRORS
    AND "${CMAKE_CXX_COMPILER_ID} ${VELA_COMPILER_MAJOR}" IN_LIST VELA_KNOWN_COMPILERS)
