@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# What ./run, ./check and .ci/run share: installing what is missing, and building. Sourced by them with
-# $command_name set; keeps to what the bash 3.2 of macOS understands.
+# Functions shared by ./run, ./check and .ci/run: installing what is missing, and building. They source this file
+# with $command_name set. Uses only features of the bash 3.2 of macOS.
 
-# Packages for running the application, for the tests, for the deep checks, and for trying the Debian
+# Packages for running the application, for the tests, for the deep checks, and for testing the Debian
 # packages.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev libudev-dev libcairo2-dev qt6-base-dev qt6-wayland
   fonts-dejavu-core"
@@ -27,7 +27,7 @@ stop() {
   exit 1
 }
 
-# The words of the first text that are not words of the second.
+# Prints the words of the first text that are not words of the second.
 without() {
   local word
   for word in $1; do
@@ -51,8 +51,8 @@ install_missing() {
   fi
 }
 
-# refuse_old_release OS_RELEASE: ends on a Debian or Ubuntu whose CMake is older than the 3.25 that CMakeLists.txt
-# asks for. A release that has no number yet is newer than all that have one.
+# refuse_old_release OS_RELEASE: stops on a Debian or Ubuntu whose CMake is older than 3.25, which CMakeLists.txt
+# requires. A release without a number is newer than all numbered ones.
 refuse_old_release() {
   local ID="" VERSION_ID="" PRETTY_NAME="" oldest
   # shellcheck source=/dev/null
@@ -99,7 +99,7 @@ install_with_brew() {
   brew install --quiet $missing || stop "brew install failed; still missing: $missing"
 }
 
-# On a system whose package manager is not known here: goes on when all is there, else lists it.
+# For systems with another package manager: continues if nothing is missing, otherwise lists what is missing.
 require_tools() {
   local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw libudev cairo Qt6Widgets" missing="" item
   [ "$1" = run ] || modules="$modules gtest gmock benchmark x11 xtst"
@@ -113,8 +113,8 @@ require_tools() {
   say "all needed tools and libraries are installed"
 }
 
-# build PRESET [TARGET...]: configures and builds in build/PRESET. Warnings are errors where the environment
-# has VELA_WARNINGS_AS_ERRORS=ON.
+# build PRESET [TARGET...]: configures and builds in build/PRESET. Warnings are errors if the environment has
+# VELA_WARNINGS_AS_ERRORS=ON.
 build() {
   local preset=$1 log=build/$1-configure.log
   shift
@@ -128,10 +128,10 @@ build() {
   cmake --build --preset "$preset" ${1:+--target "$@"} || stop "building failed"
 }
 
-# The product ids of the pads as packaging/pads.list has them: four upper-case hexadecimal digits each.
+# Prints the product ids of the pads in packaging/pads.list: four upper-case hexadecimal digits each.
 pad_products() { sed -n 's/^\([0-9A-F]\{4\}\) .*/\1/p' packaging/pads.list; }
 
-# attached_pads DIRECTORY: the hidraw nodes of the pads found in a tree like /sys/class/hidraw.
+# attached_pads DIRECTORY: prints the hidraw nodes of the pads found in a tree like /sys/class/hidraw.
 attached_pads() {
   local node products
   products=$(pad_products | paste -s -d '|' -)
@@ -143,8 +143,8 @@ attached_pads() {
   done
 }
 
-# pads_in_ioreg: reads what "ioreg -r -c IOHIDDevice -d 1 -w 0" prints; the product ids of the pads in
-# decimal, as they stand there.
+# pads_in_ioreg: reads the output of "ioreg -r -c IOHIDDevice -d 1 -w 0" and prints the product ids of the pads,
+# in decimal as in that output.
 pads_in_ioreg() {
   local products
   products=$(for product in $(pad_products); do printf ' %d ' "0x$product"; done)
