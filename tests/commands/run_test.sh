@@ -168,7 +168,7 @@ run DISPLAY=x
 expect_started "with a pad that may not be opened" testapp
 expect "what is said of a pad that may not be opened" \
   "run: you have no permission to open /dev/no-such-node; see 'Troubleshooting' in README.md" \
-  "$(grep 'may not' <<<"$said")"
+  "$(grep 'no permission' <<<"$said")"
 
 stand_in "$scratch/programs/testapp" <<<'exit 3'
 run DISPLAY=x
