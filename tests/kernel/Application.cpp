@@ -11,8 +11,8 @@
 namespace {
 
 constexpr QRgb kFrame = 0xFF000000;
-constexpr int kLeastWidth = 200;  // of the view; nothing else has a black line as long
-constexpr QRect kResetButton{360, 30, 45, 18};  // a part of it, with its text
+constexpr int kLeastWidth = 200;              // of the view; nothing else has a black line as long
+constexpr QRect kResetText{360, 30, 45, 18};  // a part of the Reset button, with its text
 
 // A directory that is the user's alone, as the toolkit expects one.
 std::string runtimeDirectory(uid_t user) {
@@ -21,6 +21,18 @@ std::string runtimeDirectory(uid_t user) {
     throw std::system_error(errno, std::generic_category(), path);
   }
   return path;
+}
+
+// Its text is black then, else grey.
+bool resetIsEnabled(const QImage& window) {
+  for (int y = kResetText.top(); y <= kResetText.bottom(); ++y) {
+    for (int x = kResetText.left(); x <= kResetText.right(); ++x) {
+      if (qGray(window.pixel(x, y)) < 64) {
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 }  // namespace
@@ -32,8 +44,6 @@ Application::Application(Desktop& desktop, bool unprivileged)
                                               runtimeDirectory(unprivileged ? kNobody : getuid())},
                           .unprivileged = unprivileged}) {
   m_desktop.waitForWindow("Vela Pad Test");
-  const auto painted = [](const QImage& window) { return !findView(window).isEmpty(); };
-  m_disabled = resetButton(m_desktop.waitForPicture(painted));
 }
 
 void Application::choose(const TestPad& kind) {
@@ -59,8 +69,7 @@ void Application::clear() {
 }
 
 void Application::reset() {
-  m_desktop.waitForPicture(
-      [this](const QImage& window) { return resetButton(window) != m_disabled; });
+  m_desktop.waitForPicture(resetIsEnabled);
   pressButton(2);
   m_resetting = true;
 }
@@ -87,13 +96,14 @@ void Application::pressButton(int tabulators) {
 
 void Application::waitForReset() {
   if (!m_resetting) return;
-  m_desktop.waitForPicture(
-      [this](const QImage& window) { return resetButton(window) == m_disabled; });
+  // The focus moves in the same breath; keys are for the list again once the window is at rest.
+  QImage last;
+  m_desktop.waitForPicture([&last](const QImage& window) {
+    const bool rests = !resetIsEnabled(window) && window == last;
+    last = window.copy();
+    return rests;
+  });
   m_resetting = false;
-}
-
-QImage Application::resetButton(const QImage& window) {
-  return window.copy(kResetButton);
 }
 
 QRect findView(const QImage& picture) {

@@ -33,12 +33,10 @@ class Application {
   void goToList();
   void pressButton(int tabulators);
   void waitForReset();
-  static QImage resetButton(const QImage& window);
 
   Desktop& m_desktop;
   Program m_program;
   std::size_t m_idleThreads = 0;
-  QImage m_disabled;  // the Reset button as it looks then
   bool m_resetting = false;
 };
 
