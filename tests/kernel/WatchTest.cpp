@@ -26,10 +26,11 @@ void waitForEnd(const Program& program, const std::string& end) {
 }
 
 TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
+  Program program(VELA_PADINFO, {.arguments = {"--watch"}});
+  program.waitForLine("vela-padinfo: no pad is attached");  // the list of what is there has ended
   const auto usb = plugged(PadKind::Usb);
   const std::string usbNode = usb->waitForNode();
-  Program program(VELA_PADINFO, {.arguments = {"--watch"}});
-  waitForEnd(program, "present at " + usbNode);
+  waitForEnd(program, "attached at " + usbNode);
 
   const auto ink = plugged(PadKind::Ink);
   const std::string inkNode = ink->waitForNode();
@@ -40,14 +41,16 @@ TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
   waitForEnd(program, "detached from " + inkNode);
   usb->unplug();
   waitForEnd(program, "detached from " + usbNode);
+  const std::size_t before = program.lineCount();
   replug(*ink);
   const std::string again = ink->waitForNode();
-  waitForEnd(program, "attached at " + again);
+  program.waitForLine(
+      [&](const std::string& line) { return line.ends_with("attached at " + again); }, before);
 
   EXPECT_THAT(news(program),
-              ElementsAre("Vela USB present at " + usbNode, "Vela Ink attached at " + inkNode,
-                          "Vela Ink detached from " + inkNode, "Vela USB detached from " + usbNode,
-                          "Vela Ink attached at " + again));
+              ElementsAre("no pad is attached", "Vela USB attached at " + usbNode,
+                          "Vela Ink attached at " + inkNode, "Vela Ink detached from " + inkNode,
+                          "Vela USB detached from " + usbNode, "Vela Ink attached at " + again));
   program.signal(SIGINT);
   EXPECT_EQ(program.wait(), 0);
 }
