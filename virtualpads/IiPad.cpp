@@ -106,6 +106,15 @@ Bytes IiPad::inputReport(const PenState& pen) {
   return report;
 }
 
+PenState IiPad::penOf(const Bytes& report) {
+  return {.x = le16(report, input::kX) / static_cast<double>(kMaxCoordinate),
+          .y = le16(report, input::kY) / static_cast<double>(kMaxCoordinate),
+          .pressure = report[input::kPressure] / static_cast<double>(kMaxPressure),
+          .touch = (report[input::kPenState] & input::kTouch) != 0,
+          .milliseconds =
+              le16(report, input::kClock) | std::uint32_t{le16(report, input::kClock + 2)} << 16};
+}
+
 std::optional<Bytes> IiPad::getFeature(std::uint8_t reportId) {
   switch (reportId) {
     case serial::kId:

@@ -44,6 +44,8 @@ class IiPad : public PadModel {
   double heightInches() const override;
   std::span<const std::uint8_t> reportDescriptor() const override;
   Bytes inputReport(const PenState& pen) override;
+  // The pen state of such a report, which has all its bytes.
+  static PenState penOf(const Bytes& report);
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
   bool setFeature(std::span<const std::uint8_t> report) override;
 

@@ -2,7 +2,7 @@
 
 #include <QEvent>
 
-#include "virtualpads/PenStrokes.h"
+#include "virtualpads/Signature.h"
 
 namespace demonstration {
 

@@ -12,7 +12,7 @@
 #include <stdexcept>
 
 #include "virtualpads/InkPad.h"
-#include "virtualpads/PenStrokes.h"
+#include "virtualpads/Signature.h"
 #include "virtualpads/window/LcdImage.h"
 
 namespace demonstration {
@@ -103,7 +103,7 @@ class ProviderRun {
   // Returns when the whole signature is in the view. The signature ends with a tap where it began,
   // which draws nothing, but leaves the view's path at its first point.
   void sign() const {
-    auto samples = virtualpads::signature();
+    auto samples = virtualpads::signature(0);
     auto tap = samples.front();
     tap.milliseconds = samples.back().milliseconds + 200;
     samples.push_back(tap);
