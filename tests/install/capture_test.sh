@@ -145,10 +145,11 @@ $usage
 2" "$("$capture" "$@" 2>&1; echo $?)"
 }
 expect_refused "unrecognized option '--wrong'" --wrong
-expect_refused "which file?"
-expect_refused "a.gif has none of the endings .svg, .png, .inkml, .csv" a.svg a.gif
-expect_refused "plain has none of the endings .svg, .png, .inkml, .csv" plain
-expect_refused "there is no pad ink; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad ink a.SVG
+expect_refused "option '--pad' requires an argument" a.svg --pad
+expect_refused "missing file operand"
+expect_refused "a.gif: unknown format; the suffixes are .svg, .png, .inkml, .csv" a.svg a.gif
+expect_refused "plain: unknown format; the suffixes are .svg, .png, .inkml, .csv" plain
+expect_refused "unknown pad 'ink'; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad ink a.SVG
 for option in -h --help; do
   expect "$option" "$usage 0" "$("$capture" $option | head -n 1) ${PIPESTATUS[0]}"
 done
