@@ -92,7 +92,7 @@ echo 'ID=debian' >"$scratch/os-release"
 
 # --- no display: pictures ---
 
-no_display='run: no display can be opened: the application runs unseen on virtual pads, each step leaves a picture'
+no_display='run: no display can be opened: the application runs unseen on virtual pads; pictures are saved'
 pictures=$(pictures_in build/pictures)
 expect_pictures() { # WHEN
   expect "$1, the exit status" 0 $status
@@ -146,7 +146,7 @@ for display in DISPLAY WAYLAND_DISPLAY; do
   run $display=x
   expect_started "without a pad, in $display" vela-demonstration
 done
-expect "how another pad is tried" "run: to try another pad press Reset, choose it in the list, press Open" \
+expect "how another pad is tried" "run: to try another pad, press Reset, choose the pad in the list and press Open" \
   "$(grep another <<<"$said")"
 run SYSTEM=Darwin
 expect_started "with a pad on macOS" testapp
