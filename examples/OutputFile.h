@@ -1,5 +1,5 @@
-// A file that is opened before there is something to write, so that a path that can't be written is
-// reported early.
+// A file that is opened before there is something to write, so that a path that cannot be written
+// is reported early.
 #ifndef EXAMPLES_OUTPUTFILE_H
 #define EXAMPLES_OUTPUTFILE_H
 
@@ -9,7 +9,7 @@
 
 class OutputFile {
  public:
-  // Opens the path; its ending selects the format. Does not change the file yet. Throws
+  // Opens the path; its suffix selects the format. Does not change the file yet. Throws
   // std::system_error.
   explicit OutputFile(const std::string& path);
   // Removes a file that this object created and did not write.

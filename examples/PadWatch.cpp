@@ -32,7 +32,7 @@ std::string eventText(const PadEvent& event, int64_t milliseconds) {
   std::strftime(clock.data(), clock.size(), "%H:%M:%S", &local);
   std::string line = std::string(clock.data()) + "." + threeDigits(milliseconds % 1000) + "  " +
                      event.name + " " + wordsOf(event.kind).text + " " + event.node;
-  if (!event.mayBeOpened) line += ", which may not be opened by you";
+  if (!event.mayBeOpened) line += ", no permission to open it";
   return line;
 }
 

@@ -4,7 +4,7 @@
 #include "PadWatch.h"
 
 PadWatch::PadWatch() : m_source(nullptr) {
-  throw std::runtime_error("--watch needs udev, which this system does not have");
+  throw std::runtime_error("--watch requires udev, which this system does not have");
 }
 
 PadWatch::~PadWatch() = default;

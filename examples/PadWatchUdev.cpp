@@ -25,7 +25,7 @@ using Device = std::unique_ptr<udev_device, Release<udev_device_unref>>;
 
 // udev sends its events after it has applied its rules, so that a node has its permissions. Where
 // udev does not run, the kernel sends its own as soon as the node exists.
-const char* speaker() {
+const char* eventSource() {
   return access("/run/udev/control", F_OK) == 0 ? "udev" : "kernel";
 }
 
@@ -40,7 +40,7 @@ std::string hidDeviceOf(std::string_view path) {
 
 struct PadWatch::Source {
   Udev udev{udev_new()};
-  Monitor monitor{udev_monitor_new_from_netlink(udev.get(), speaker())};
+  Monitor monitor{udev_monitor_new_from_netlink(udev.get(), eventSource())};
 };
 
 PadWatch::PadWatch() : m_source(new Source) {
@@ -49,7 +49,7 @@ PadWatch::PadWatch() : m_source(new Source) {
       udev_monitor_filter_add_match_subsystem_devtype(monitor, "hidraw", nullptr) < 0 ||
       udev_monitor_enable_receiving(monitor) < 0) {
     delete m_source;
-    throw std::runtime_error("cannot listen for devices that come and go");
+    throw std::runtime_error("cannot monitor devices");
   }
 }
 

@@ -31,14 +31,14 @@ bool ruleIsInstalled() {
 }  // namespace
 
 std::string Pads::refusal() const {
-  std::string line = name + ":";
-  for (const std::string& node : refused) line += " " + node;
-  line += " may not be opened by you; this permits it: ";
+  std::string nodesRefused;
+  for (const std::string& node : refused) nodesRefused += " " + node;
+  std::string line = name + ": no permission to open" + nodesRefused + "; to get it, run: ";
   if (!ruleIsInstalled()) {
     line += "echo '" + std::string(kRule) + "' | sudo tee /etc/" + kRuleFile +
             " && sudo udevadm control --reload && ";
   }
-  return line + "sudo udevadm trigger --subsystem-match=hidraw";
+  return line + "sudo udevadm trigger" + nodesRefused;
 }
 
 std::optional<std::string> unknownName(gIIVela& vela, const std::string& name) {
@@ -49,7 +49,7 @@ std::optional<std::string> unknownName(gIIVela& vela, const std::string& name) {
     if (known == name) return std::nullopt;
     names += (names.empty() ? "" : ", ") + known;
   }
-  return "there is no pad " + name + "; the pads are " + names;
+  return "unknown pad '" + name + "'; the pads are " + names;
 }
 
 std::string absence(const std::string& name) {

@@ -20,7 +20,7 @@ struct Pads {
   std::vector<std::string> nodes;    // their device nodes, on systems that have them
   std::vector<std::string> refused;  // the nodes that this user may not open
 
-  // One line: the nodes that may not be opened, and the command that permits it.
+  // One line: the nodes that may not be opened, and the command that changes this.
   std::string refusal() const;
 };
 

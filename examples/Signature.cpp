@@ -157,7 +157,7 @@ bool writeCsv(const Signature& signature, std::FILE* file) {
 }
 
 struct Format {
-  const char* ending;
+  const char* suffix;
   Writer write;
 };
 constexpr Format kFormats[] = {
@@ -185,8 +185,8 @@ bool Signature::empty() const {
 Writer writerFor(const std::string& path) {
   const std::size_t dot = path.rfind('.');
   if (dot == std::string::npos) return nullptr;
-  for (const auto& [ending, write] : kFormats) {
-    if (strcasecmp(path.c_str() + dot, ending) == 0) return write;
+  for (const auto& [suffix, write] : kFormats) {
+    if (strcasecmp(path.c_str() + dot, suffix) == 0) return write;
   }
   return nullptr;
 }

@@ -39,11 +39,11 @@ struct Signature {
 // Writes the signature; false, with errno set, when that fails.
 using Writer = bool (*)(const Signature&, std::FILE*);
 
-// The writer for the format that the path's ending names, in upper or lower case; null when it
-// names none.
+// The writer for the format of the path's suffix, in upper or lower case; null for an unknown
+// suffix.
 Writer writerFor(const std::string& path);
 
-// The endings, as a help text lists them.
-constexpr const char* kEndings = ".svg, .png, .inkml, .csv";
+// As a message lists them.
+constexpr const char* kSuffixes = ".svg, .png, .inkml, .csv";
 
 #endif

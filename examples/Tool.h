@@ -2,7 +2,11 @@
 #ifndef EXAMPLES_TOOL_H
 #define EXAMPLES_TOOL_H
 
+#include <getopt.h>
+
+#include <optional>
 #include <string>
+#include <vector>
 
 struct Tool {
   static constexpr int kUsageError = 2;
@@ -11,17 +15,15 @@ struct Tool {
   const char* usage;    // one line
   const char* options;  // the rest of the help text
 
+  // Parses these options, which set their flags, and those that all tools have: --pad, whose value
+  // is stored in `pad`, --help and --version. Returns the exit status if the program is to end, and
+  // nothing otherwise; the operands then begin at argv[optind].
+  std::optional<int> parse(int argc, char** argv, std::vector<option> own, std::string& pad) const;
+
   // Prints the tool's name and the line to standard error, and returns the status.
   int fail(int status, const std::string& line) const;
   // The same for invalid arguments: also prints the usage line, and returns kUsageError.
   int failUsage(const std::string& line) const;
-
-  // Print to standard output and return 0.
-  int help() const;
-  int version() const;
-
-  // Makes getopt_long use the tool's name in its messages, whatever path it was started by.
-  void rename(char** arguments) const;
 };
 
 #endif

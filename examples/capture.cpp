@@ -1,5 +1,4 @@
 // vela-capture: writes a signature from the pad to files.
-#include <getopt.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -23,20 +22,20 @@ constexpr Tool kTool{
     .name = "vela-capture",
     .usage = "usage: vela-capture [--pad NAME] FILE...\n",
     .options =
-        "Takes a signature from the pad: sign, then press Enter. The ending of each FILE\n"
-        "names its format:\n"
+        "Captures a signature: sign on the pad, then press Enter. The suffix of each FILE\n"
+        "selects its format:\n"
         "\n"
         "  .svg        a drawing of the strokes\n"
-        "  .png        the same in pixels, 300 an inch, on white\n"
-        "  .inkml      the strokes with pressure and time, as digital ink of the W3C\n"
+        "  .png        the same drawing as pixels, 300 per inch, on white\n"
+        "  .inkml      the strokes with pressure and time, as digital ink (W3C)\n"
         "  .csv        a table of all samples\n"
         "\n"
-        "  --pad NAME  the pad to sign on, when several are attached:\n"
+        "  --pad NAME  the pad to sign on, if several are attached:\n"
         "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
-        "  -h, --help  print this\n"
+        "  -h, --help  print this help\n"
         "  --version   print the version\n"
         "\n"
-        "Ctrl+C ends without writing anything.\n"};
+        "Ctrl+C ends the program without writing a file.\n"};
 
 // Filled on the SDK's thread, read after the connection has been closed.
 Signature signature;
@@ -67,7 +66,7 @@ int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& pat
     signature.pressureLow = vela.GetDataRangeMinZ();
     signature.pressureHigh = std::max(signature.pressureLow, vela.GetDataRangeMaxZ());
     if (!signature.x.usable() || !signature.y.usable()) {
-      return kTool.fail(kFailed, pads.name + " reports no size that a drawing could have");
+      return kTool.fail(kFailed, pads.name + " reports an unusable size");
     }
     std::fprintf(stderr, "%s: sign on the %s, then press Enter\n", kTool.name, pads.name.c_str());
     std::array<pollfd, 1> input{{{STDIN_FILENO, POLLIN, 0}}};
@@ -88,30 +87,13 @@ int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& pat
 }  // namespace
 
 int main(int argc, char** argv) {
-  kTool.rename(argv);
   std::string name;
-  static const option options[] = {{"pad", required_argument, nullptr, 'p'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {"version", no_argument, nullptr, 'v'},
-                                   {nullptr, 0, nullptr, 0}};
-  for (int option; (option = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
-    switch (option) {
-      case 'p':
-        name = optarg;
-        break;
-      case 'h':
-        return kTool.help();
-      case 'v':
-        return kTool.version();
-      default:
-        return kTool.failUsage({});
-    }
-  }
+  if (const auto status = kTool.parse(argc, argv, {}, name)) return *status;
   const std::vector<std::string> paths(argv + optind, argv + argc);
-  if (paths.empty()) return kTool.failUsage("which file?");
+  if (paths.empty()) return kTool.failUsage("missing file operand");
   for (const std::string& path : paths) {
     if (writerFor(path) != nullptr) continue;
-    return kTool.failUsage(path + " has none of the endings " + kEndings);
+    return kTool.failUsage(path + ": unknown format; the suffixes are " + kSuffixes);
   }
   gIIVela vela;
   if (const auto complaint = unknownName(vela, name)) return kTool.failUsage(*complaint);

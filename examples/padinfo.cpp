@@ -1,5 +1,4 @@
 // vela-padinfo: which pads are attached, whether they may be opened, and what they report.
-#include <getopt.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -29,15 +28,15 @@ constexpr Tool kTool{
         "  --watch     print a line whenever a pad is attached or detached, until Ctrl+C\n"
         "  --samples   print the samples of the first pad, until Ctrl+C\n"
         "  --json      print JSON\n"
-        "  --pad NAME  only the pads of that name:\n"
+        "  --pad NAME  use only the pads of that name:\n"
         "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
-        "  -h, --help  print this\n"
+        "  -h, --help  print this help\n"
         "  --version   print the version\n"};
 
 constexpr short kVision = 3;
 
 std::FILE* out = nullptr;
-bool json = false;
+int json = 0;
 
 // The vision pad's serial number is 16 raw bytes; that of the other pads is text.
 std::string serialNumber(gIIVela& vela, short provider) {
@@ -168,41 +167,18 @@ int list(gIIVela& vela, const std::vector<Pads>& attached, int exitCode) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  kTool.rename(argv);
-  bool samples = false;
-  bool watch = false;
+  int samples = 0;
+  int watch = 0;
   std::string name;
-  static const option options[] = {{"json", no_argument, nullptr, 'j'},
-                                   {"samples", no_argument, nullptr, 's'},
-                                   {"watch", no_argument, nullptr, 'w'},
-                                   {"pad", required_argument, nullptr, 'p'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {"version", no_argument, nullptr, 'v'},
-                                   {nullptr, 0, nullptr, 0}};
-  for (int option; (option = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
-    switch (option) {
-      case 'j':
-        json = true;
-        break;
-      case 's':
-        samples = true;
-        break;
-      case 'w':
-        watch = true;
-        break;
-      case 'p':
-        name = optarg;
-        break;
-      case 'h':
-        return kTool.help();
-      case 'v':
-        return kTool.version();
-      default:
-        return kTool.failUsage({});
-    }
-  }
-  if (optind != argc) return kTool.failUsage(std::string("what is ") + argv[optind] + " for?");
-  if (watch && samples) return kTool.failUsage("--watch and --samples do not go together");
+  const auto status = kTool.parse(argc, argv,
+                                  {{"json", no_argument, &json, 1},
+                                   {"samples", no_argument, &samples, 1},
+                                   {"watch", no_argument, &watch, 1}},
+                                  name);
+  if (status) return *status;
+  if (optind != argc)
+    return kTool.failUsage(std::string("unexpected argument '") + argv[optind] + "'");
+  if (watch && samples) return kTool.failUsage("--watch and --samples cannot be used together");
   gIIVela vela;
   if (const auto complaint = unknownName(vela, name)) return kTool.failUsage(*complaint);
 

@@ -18,6 +18,7 @@ brew_check="$brew_run googletest google-benchmark"
 # Packages for the SDK and the device side on other processors, and with another standard library.
 debian_core="cmake ninja-build libhidapi-dev googletest"
 debian_arm64="$debian_core g++-aarch64-linux-gnu qemu-user"
+debian_armhf="$debian_core g++-arm-linux-gnueabihf qemu-user"
 debian_s390x="$debian_core g++-s390x-linux-gnu qemu-user"
 debian_libcxx="$debian_core clang-16 libc++-16-dev libc++abi-16-dev"
 
@@ -35,8 +36,8 @@ without() {
   done
 }
 
-# install_missing run|check|deep|packages|arm64|s390x|libcxx: asks the package manager only when something is
-# missing.
+# install_missing run|check|deep|packages|arm64|armhf|s390x|libcxx: asks the package manager only when something
+# is missing.
 install_missing() {
   local debian=debian_$1 brew=brew_$1
   if command -v apt-get >/dev/null; then

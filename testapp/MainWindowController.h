@@ -59,8 +59,8 @@ class MainWindowController : public QObject {
   // Disables Reset and Clear.
   virtual void initButtons();
 
-  // Fills the provider list. A provider without a class id or description is left out, so the ones
-  // behind it move up. Deliberate: list positions are used as provider indexes all the same.
+  // Fills the provider list. A provider without a class id or description is left out, so the
+  // following ones move up. Deliberate: list positions are used as provider indexes nevertheless.
   virtual void awakeFromNib();
 
   // Shows the window. The first call loads it: creates it from its form, binds the outlets and

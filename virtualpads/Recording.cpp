@@ -163,7 +163,7 @@ class Parser {
       case 'D':
         line.skipKey();
         line.number(10, 0, 0,
-                    "only device 0 is expected: a recording of several devices can't be read");
+                    "only device 0 is expected: recordings of several devices are not supported");
         line.expectEnd();
         break;
       case 'E':
@@ -187,7 +187,7 @@ class Parser {
 
   static void once(bool& has, Line& line) {
     if (std::exchange(has, true)) {
-      line.fail("this line was there before");
+      line.fail("this line appears twice");
     }
     line.skipKey();
   }

@@ -145,8 +145,8 @@ Bytes VisionPad::inputReport(const PenState& pen) {
     putBe16(report, input::kX, scaled(pen.x, x.low, x.high));
     putBe16(report, input::kY, scaled(pen.y, y.low, y.high));
     // A touching pen never reports pressure 0: in the corner that would mean a lifted pen.
-    const std::uint16_t told = scaled(pen.pressure, pressure.low, pressure.high);
-    putBe16(report, input::kPressure, std::max<std::uint16_t>(told, 1));
+    const std::uint16_t value = scaled(pen.pressure, pressure.low, pressure.high);
+    putBe16(report, input::kPressure, std::max<std::uint16_t>(value, 1));
   }
   putBe32(report, input::kClock, pen.milliseconds);
   return report;

@@ -586,11 +586,11 @@ TEST_F(FrameTest, PlaceThatSomeoneElseGaveIsTheFrame) {
 }
 
 TEST_F(FrameTest, NewFrameIsReported) {
-  QRectF told;
-  QObject::connect(&view, &DrawView::frameChanged, [&](const QRectF& frame) { told = frame; });
+  QRectF reported;
+  QObject::connect(&view, &DrawView::frameChanged, [&](const QRectF& frame) { reported = frame; });
   view.setGeometry(200, 150, 100, 100);
   view.resize(2.0, 1.0);
-  EXPECT_EQ(told, QRectF(178, 164, 144, 72));
+  EXPECT_EQ(reported, QRectF(178, 164, 144, 72));
 }
 
 TEST_F(FrameTest, SizeOfLessThanAUnitIsKept) {

@@ -16,7 +16,7 @@ struct Provider {
   const char* description;
 };
 
-// For the GUI thread.
+// GUI thread only.
 struct State {
   // The events in order; tests add their own.
   std::vector<std::string> log;

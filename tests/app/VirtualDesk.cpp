@@ -4,7 +4,7 @@
 // the process ends, it reports the state of pads and providers.
 //
 //   plug KIND            0 to 3 in the order of the provider list; answers the port
-//   lock PORT            the pad's node may not be opened
+//   lock PORT            the pad's node cannot be opened
 //   choose ROW           in the provider list
 //   click NAME           the button of that object name
 //   pen PORT X Y TOUCH   X and Y from 0 to 1, TOUCH 0 or 1
@@ -53,7 +53,7 @@ int openProviders() {
          (m_pvelavision != nullptr);
 }
 
-void tellWhatIsLeft() {
+void reportWhatIsLeft() {
   const VirtualBus& bus = VirtualBus::instance();
   answer(QStringLiteral("opened %1, closed %2, open %3, providers %4")
              .arg(bus.count(HidCall::Open))
@@ -177,7 +177,7 @@ void openDesk() {
   // Created before the registration below, so that it still exists at that time. Here pads seem
   // quiet sooner.
   VirtualBus::instance().setReadTimeout(std::chrono::milliseconds(10));
-  std::atexit(tellWhatIsLeft);
+  std::atexit(reportWhatIsLeft);
   qApp->installEventFilter(new Desk(qApp));
 }
 

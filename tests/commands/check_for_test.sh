@@ -32,14 +32,14 @@ check_for() { # ARGUMENT...: sets $status and $asked
 }
 
 check_for
-expect "without a target" "2 usage: check-for arm64|s390x|libcxx" "$status $(cat said)"
+expect "without a target" "2 usage: check-for arm64|armhf|s390x|libcxx" "$status $(cat said)"
 check_for riscv64
-expect "an unknown target" "2 usage: check-for arm64|s390x|libcxx" "$status $(cat said)"
+expect "an unknown target" "2 usage: check-for arm64|armhf|s390x|libcxx" "$status $(cat said)"
 check_for arm64 s390x
-expect "two targets" "2 usage: check-for arm64|s390x|libcxx" "$status $(cat said)"
+expect "two targets" "2 usage: check-for arm64|armhf|s390x|libcxx" "$status $(cat said)"
 expect "nothing is done then" "" "$asked"
 
-for target in arm64 s390x libcxx; do
+for target in arm64 armhf s390x libcxx; do
   check_for $target
   expect "$target" "0 apt-get update -qq apt-get install -y cmake --preset $target cmake --build --preset \
 ctest --preset $target" "$status $asked"

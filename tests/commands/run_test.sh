@@ -84,15 +84,15 @@ run: building in build/run'
 printf 'ID=ubuntu\nVERSION_ID="22.04"\nPRETTY_NAME="Ubuntu 22.04.5 LTS"\n' >"$scratch/os-release"
 run
 expect "the exit status on an old release" 1 $status
-expect "what is said on an old release" \
+expect "the message on an old release" \
   "run: this needs Debian 12 or Ubuntu 24.04, or a later release; here is Ubuntu 22.04.5 LTS" "$said"
-expect "what is printed beside that" "" "$printed"
-expect "what is asked for on an old release" "" "$asked"
+expect "the other output" "" "$printed"
+expect "the commands on an old release" "" "$asked"
 echo 'ID=debian' >"$scratch/os-release"
 
 # --- no display: pictures ---
 
-no_display='run: no display can be opened: the application runs unseen on virtual pads, each step leaves a picture'
+no_display='run: no display can be opened: the application runs unseen on virtual pads; pictures are saved'
 pictures=$(pictures_in build/pictures)
 expect_pictures() { # WHEN
   expect "$1, the exit status" 0 $status
@@ -100,17 +100,17 @@ expect_pictures() { # WHEN
   for picture in $pictures; do
     [ -s "$tree/$picture" ] || expect "$1" "a picture $picture" "none"
   done
-  expect "$1, what else is among them" 30 "$(find "$tree/build/pictures" -type f | wc -l)"
+  expect "$1, the number of files" 30 "$(find "$tree/build/pictures" -type f | wc -l)"
 }
 
 ln -s "$demonstration" "$scratch/programs/vela-demonstration"
 run
 expect_pictures "without a display"
 expect "what is installed" 1 "$(grep -c "^run: installing: g++ cmake ninja-build .* fonts-dejavu-core $" <<<"$said")"
-expect "what is said beside that" "$building
+expect "the other messages" "$building
 $no_display
 run: done: 30 pictures in $tree/build/pictures" "$(tail -n +2 <<<"$said")"
-expect "what is asked for" "apt-get update
+expect "the commands" "apt-get update
 apt-get install
 $built" "$asked"
 
@@ -118,18 +118,18 @@ $built" "$asked"
 touch "$tree/build/pictures/old.png"
 run
 expect_pictures "a second time"
-expect "what is said a second time" "run: all needed packages are installed
+expect "the messages the second time" "run: all needed packages are installed
 $building
 $no_display
 run: done: 30 pictures in $tree/build/pictures" "$said"
-expect "what is asked for a second time" "$built" "$asked"
+expect "the commands the second time" "$built" "$asked"
 
 stand_in "$scratch/programs/vela-demonstration" <<<'exit 1'
 run VELA_WARNINGS_AS_ERRORS=ON
-expect "what is asked for with warnings as errors" "cmake --preset run -D VELA_WARNINGS_AS_ERRORS=ON" \
+expect "the first command with warnings as errors" "cmake --preset run -D VELA_WARNINGS_AS_ERRORS=ON" \
   "$(head -n 1 <<<"$asked")"
 expect "the exit status when the pictures fail" 1 $status
-expect "what is said last when the pictures fail" "run: the run failed" "$(tail -n 1 <<<"$said")"
+expect "the last message when the pictures fail" "run: the run failed" "$(tail -n 1 <<<"$said")"
 
 # --- a display: the application on the pad that is attached, else the demonstration ---
 
@@ -138,15 +138,15 @@ for program in testapp vela-demonstration; do
 done
 expect_started() { # WHEN PROGRAM
   expect "$1, the exit status" 0 $status
-  expect "$1, what is started" "this is $2, 0 arguments" "$printed"
-  expect "$1, what is said last" "run: done: the application has ended" "$(tail -n 1 <<<"$said")"
+  expect "$1, the program that is started" "this is $2, 0 arguments" "$printed"
+  expect "$1, the last message" "run: done: the application has ended" "$(tail -n 1 <<<"$said")"
 }
 
 for display in DISPLAY WAYLAND_DISPLAY; do
   run $display=x
   expect_started "without a pad, in $display" vela-demonstration
 done
-expect "how another pad is tried" "run: to try another pad press Reset, choose it in the list, press Open" \
+expect "how another pad is tried" "run: to try another pad, press Reset, choose the pad in the list and press Open" \
   "$(grep another <<<"$said")"
 run SYSTEM=Darwin
 expect_started "with a pad on macOS" testapp
@@ -158,22 +158,22 @@ attach() { # NODE
 attach null # a node that everybody may open
 run DISPLAY=x
 expect_started "with a pad" testapp
-expect "what is said with a pad" "run: all needed packages are installed
+expect "the messages with a pad" "run: all needed packages are installed
 $building
 run: a pad is attached: starting the application on it
 run: done: the application has ended" "$said"
 
 attach no-such-node
 run DISPLAY=x
-expect_started "with a pad that may not be opened" testapp
-expect "what is said of a pad that may not be opened" \
+expect_started "with a pad without permission" testapp
+expect "the message about a pad without permission" \
   "run: you have no permission to open /dev/no-such-node; see 'Troubleshooting' in README.md" \
   "$(grep 'no permission' <<<"$said")"
 
 stand_in "$scratch/programs/testapp" <<<'exit 3'
 run DISPLAY=x
 expect "the exit status when the application fails" 1 $status
-expect "what is said last when the application fails" "run: the application ended with status 3" \
+expect "the last message when the application fails" "run: the application ended with status 3" \
   "$(tail -n 1 <<<"$said")"
 
 [ $failures = 0 ]

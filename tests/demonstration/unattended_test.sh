@@ -52,13 +52,13 @@ fi
 # When terminated in the middle of a signature, it ends without waiting half a minute for the rest.
 SECONDS=0
 mkdir "$scratch/ended"
-mkfifo "$scratch/told"
-"$program" --unattended "$scratch/ended" >"$scratch/told" 2>"$scratch/printed" &
+mkfifo "$scratch/pipe"
+"$program" --unattended "$scratch/ended" >"$scratch/pipe" 2>"$scratch/printed" &
 {
   read -r _ && read -r _ # two pictures are made before the signature
   kill -TERM $!
   cat >/dev/null
-} <"$scratch/told"
+} <"$scratch/pipe"
 wait $! && fail "success without a signature"
 [ $SECONDS -lt 25 ] || fail "it took $SECONDS s to end"
 [ "$(tail -n 1 "$scratch/printed")" = \
@@ -72,6 +72,6 @@ wait $! && fail "success without a signature"
   fail "no clear line about the missing directory"
 
 "$program" --nonsense 2>"$scratch/printed"
-[ $? = 2 ] || fail "an unknown option is taken"
+[ $? = 2 ] || fail "an unknown option is accepted"
 [ "$(tail -n 1 "$scratch/printed")" = "usage: vela-demonstration [--unattended DIRECTORY]" ] ||
   fail "no usage line"

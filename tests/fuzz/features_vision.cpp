@@ -147,7 +147,7 @@ class VisionPad {
     InkRegion region = untouched;
     const int success = m_pvelavision->GetInkRegion(&region);
     const auto [bytes, result] = m_device.asked(17, 34);
-    expect(success == (result < 0 ? result : 1), "a failure is told");
+    expect(success == (result < 0 ? result : 1), "a failure is reported");
     const InkRegion expected = result < 0 ? untouched : regionIn(bytes);
     expect(std::memcmp(&region, &expected, sizeof region) == 0, "the region is the pad's");
   }
@@ -165,7 +165,7 @@ class VisionPad {
     DevicePadInfo info{-1, -1, -1, -1, -1, -1, -1, -1, -1};
     const int success = m_pvelavision->GetPadInfo(&info);
     const auto [bytes, result] = m_device.asked(12, 65);
-    expect(success == (result < 0 ? result : 1), "a failure is told");
+    expect(success == (result < 0 ? result : 1), "a failure is reported");
     if (result < 0) return expect(info.nMinX == -1 && info.dPhysicalY == -1, "nothing is written");
     expectSame(info, infoIn(bytes));
   }

@@ -36,11 +36,11 @@ void encode(fuzz::ByteSpan data) {
 void decode(fuzz::ByteSpan data) {
   const std::string text(data.begin(), data.end());
   const std::vector<unsigned char> bytes = velavisionutil().base64_decode(text);
-  const std::size_t taken = std::min(text.find_first_not_of(kAlphabet), text.size());
-  expect(bytes.size() == taken * 3 / 4, "so many bytes are whole in the characters taken");
+  const std::size_t valid = std::min(text.find_first_not_of(kAlphabet), text.size());
+  expect(bytes.size() == valid * 3 / 4, "the valid characters give as many whole bytes");
   // A character that is not fully used may come back as another.
   const std::size_t used = bytes.size() * 8 / 6;
-  expect(encoded(bytes).compare(0, used, text, 0, used) == 0, "encoding gives back what was taken");
+  expect(encoded(bytes).compare(0, used, text, 0, used) == 0, "encoding gives the characters back");
 }
 
 void pack(fuzz::Input input) {

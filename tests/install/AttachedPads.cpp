@@ -58,7 +58,7 @@ void drawLine(VirtualBus::Port port) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-[[gnu::destructor]] void tell() {
+[[gnu::destructor]] void reportWhatIsLeft() {
   const char* const path = std::getenv("VELA_LEFT");
   if (path == nullptr) return;
   std::ofstream left(path);

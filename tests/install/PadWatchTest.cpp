@@ -32,7 +32,7 @@ TEST_F(PadWatchWords, ShowTheLocalTimeAndWhatHappened) {
 
 TEST_F(PadWatchWords, NameANodeThatMayNotBeOpened) {
   EXPECT_EQ(eventText({PadEvent::Kind::Attached, "Vela II", "/dev/hidraw3", false}, kTime),
-            "03:43:20.042  Vela II attached at /dev/hidraw3, which may not be opened by you");
+            "03:43:20.042  Vela II attached at /dev/hidraw3, no permission to open it");
 }
 
 TEST_F(PadWatchWords, AreAnObjectInJson) {

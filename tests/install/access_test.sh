@@ -30,15 +30,15 @@ refused() { # COMMAND...
   echo "$?"
 }
 
-expect "one line, with the rule" "vela-padinfo: Vela II: /dev/hidraw7 may not be opened by you; this permits it: echo 'SUBSYSTEM==\"hidraw\", KERNELS==\"0003:04DF:0012.*|0003:04DF:001F.*|0003:04DF:0030.*|0003:04DF:0038.*\", TAG+=\"uaccess\"' | sudo tee /etc/udev/rules.d/70-vela-pads.rules && sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=hidraw
+expect "one line, with the rule" "vela-padinfo: Vela II: no permission to open /dev/hidraw7; to get it, run: echo 'SUBSYSTEM==\"hidraw\", KERNELS==\"0003:04DF:0012.*|0003:04DF:001F.*|0003:04DF:0030.*|0003:04DF:0038.*\", TAG+=\"uaccess\"' | sudo tee /etc/udev/rules.d/70-vela-pads.rules && sudo udevadm control --reload && sudo udevadm trigger /dev/hidraw7
 3" "$(refused "$padinfo")"
-expect "where the rule is installed" "vela-padinfo: Vela II: /dev/hidraw7 may not be opened by you; this permits it: sudo udevadm trigger --subsystem-match=hidraw
+expect "where the rule is installed" "vela-padinfo: Vela II: no permission to open /dev/hidraw7; to get it, run: sudo udevadm trigger /dev/hidraw7
 3" "$(RULE=installed refused "$padinfo" --samples)"
 expect "in JSON" '[
   {"name": "Vela II", "class_id": "C1AF33B2529E4D2DB885DAF2780009EE", "attached": 1, "nodes": ["/dev/hidraw7"], "may_be_opened": false}
 ]
-3' "$(refused "$padinfo" --json | sed /permits/d)"
-expect "capturing" "vela-capture: Vela II: /dev/hidraw7 may not be opened by you; this permits it: sudo udevadm trigger --subsystem-match=hidraw
+3' "$(refused "$padinfo" --json | sed /permission/d)"
+expect "capturing" "vela-capture: Vela II: no permission to open /dev/hidraw7; to get it, run: sudo udevadm trigger /dev/hidraw7
 3" "$(RULE=installed refused "$capture" a.svg)"
 chmod 666 "$work/dev/hidraw7"
 expect "a node that may be opened" "Vela II, 1 attached

@@ -58,7 +58,7 @@ if command -v python3 >/dev/null; then
   expect "its grammar" "" "$(python3 "$check_inkml" "$inkml" 2>&1)"
   sed 's/max="1300"/max="324"/; s/ inkSourceRef="#pad"/ inkSourceRef="#p"/; s/units="in"/units="inch"/' "$inkml" \
     >"$work/broken.inkml"
-  expect "what breaks it" "there is no unit inch
+  expect "errors against its grammar" "there is no unit inch
 context's inkSourceRef #p leads nowhere
 325 is out of the range of X
 975 is out of the range of X" "$(python3 "$check_inkml" "$work/broken.inkml" 2>&1)"
@@ -102,7 +102,7 @@ expect "it leaves the pad reset too" "open 0, misused 0
 ink trace 0, backlight 0, layers 000" "$(cat "$work/left")"
 
 
-# The path is tried before the pen.
+# The files are opened before the pen writes.
 drive ink "*sign on*" Enter "$capture" "$svg" "$work/no/folder.csv"
 expect "a file that cannot be made" "vela-capture: $work/no/folder.csv: No such file or directory
 1" "$output
@@ -130,7 +130,7 @@ expect "files that cannot be written" "vela-capture: $work/full.svg: No space le
 vela-capture: $work/full.png: No space left on device
 1" "$(grep full <<<"$output")
 $code"
-expect "the other file is written all the same" "4" "$(grep -c , "$csv")"
+expect "the other file is written nevertheless" "4" "$(grep -c , "$csv")"
 
 expect "no pad" "vela-capture: no pad is attached 1" "$(on_pads "" "$capture" "$svg" 2>&1) $?"
 expect "no pad of that name" "vela-capture: no Vela II is attached 1" \
@@ -145,10 +145,11 @@ $usage
 2" "$("$capture" "$@" 2>&1; echo $?)"
 }
 expect_refused "unrecognized option '--wrong'" --wrong
-expect_refused "which file?"
-expect_refused "a.gif has none of the endings .svg, .png, .inkml, .csv" a.svg a.gif
-expect_refused "plain has none of the endings .svg, .png, .inkml, .csv" plain
-expect_refused "there is no pad ink; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad ink a.SVG
+expect_refused "option '--pad' requires an argument" a.svg --pad
+expect_refused "missing file operand"
+expect_refused "a.gif: unknown format; the suffixes are .svg, .png, .inkml, .csv" a.svg a.gif
+expect_refused "plain: unknown format; the suffixes are .svg, .png, .inkml, .csv" plain
+expect_refused "unknown pad 'ink'; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad ink a.SVG
 for option in -h --help; do
   expect "$option" "$usage 0" "$("$capture" $option | head -n 1) ${PIPESTATUS[0]}"
 done

@@ -52,7 +52,7 @@ manual() {
   man --version 2>/dev/null | grep -q '^man [0-9]' || skip "man is not installed"
   for page in vela-testapp vela-padinfo vela-capture vela-virtual-pad; do
     expect "$page" "" "$(man --warnings -E UTF-8 -l "$share/man/man1/$page.1"* 2>&1 >"$work/page")"
-    expect "$page tells its name" "1" "$(grep -c "^ *$page [-‐−] " "$work/page")"
+    expect "the name in $page" "1" "$(grep -c "^ *$page [-‐−] " "$work/page")"
     expect "$page is there" "0" "$([ -x "$prefix/bin/$page" ]; echo $?)"
   done
   for page in padinfo capture virtual-pad; do

@@ -90,9 +90,10 @@ $usage
 2" "$("$padinfo" "$@" 2>&1; echo $?)"
 }
 expect_refused "unrecognized option '--wrong'" --wrong
-expect_refused "what is word for?" word
-expect_refused "there is no pad Vela; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad Vela
-expect_refused "--watch and --samples do not go together" --watch --samples
+expect_refused "unexpected argument 'word'" word
+expect_refused "unknown pad 'Vela'; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad Vela
+expect_refused "the name of the pad is empty" --pad ""
+expect_refused "--watch and --samples cannot be used together" --watch --samples
 for option in -h --help; do
   expect "$option" "$usage 0" "$("$padinfo" $option | head -n 1) ${PIPESTATUS[0]}"
 done

@@ -44,6 +44,8 @@ Application::Application(Desktop& desktop, bool unprivileged)
                                               runtimeDirectory(unprivileged ? kNobody : getuid())},
                           .unprivileged = unprivileged}) {
   m_desktop.waitForWindow("Vela Pad Test");
+  // Until it is painted, the window is black, and so would be the text of Reset.
+  m_desktop.waitForPicture([](const QImage& window) { return findView(window).x() > 0; });
 }
 
 void Application::choose(const TestPad& kind) {
@@ -96,7 +98,7 @@ void Application::pressButton(int tabulators) {
 
 void Application::waitForReset() {
   if (!m_resetting) return;
-  // The focus moves in the same breath; keys are for the list again once the window is at rest.
+  // The focus moves together with it. The window takes keys again once its picture rests.
   QImage last;
   m_desktop.waitForPicture([&last](const QImage& window) {
     const bool rests = !resetIsEnabled(window) && window == last;

@@ -13,7 +13,7 @@
 // One thread only.
 class Application {
  public:
-  // Starts the application and waits for its window.
+  // Starts the application and waits until its window is painted.
   explicit Application(Desktop& desktop, bool unprivileged = false);
 
   // These use the keyboard only. The application processes the keys in order; their effect may come

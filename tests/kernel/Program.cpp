@@ -199,7 +199,7 @@ std::chrono::nanoseconds Program::processorTime(pid_t thread) const {
   std::ifstream file(taskDirectory(m_id) / std::to_string(thread) / "schedstat");
   std::int64_t nanoseconds = 0;
   if (!(file >> nanoseconds)) {
-    throw std::runtime_error("the kernel does not tell the thread's processor time");
+    throw std::runtime_error("the kernel does not report the thread's processor time");
   }
   return std::chrono::nanoseconds(nanoseconds);
 }

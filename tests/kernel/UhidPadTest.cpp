@@ -65,7 +65,7 @@ class FakeKernel {
     setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     m_end = FileDescriptor(ends[0]);
     if (startsDevices) {
-      tell(UHID_START);
+      sendEmpty(UHID_START);
     }
     return FileDescriptor(ends[1]);
   }
@@ -74,7 +74,8 @@ class FakeKernel {
     ASSERT_EQ(::send(m_end.get(), &event, sizeof event, 0), ssize_t{sizeof event});
   }
 
-  void tell(std::uint32_t type) {
+  // An event without data.
+  void sendEmpty(std::uint32_t type) {
     uhid_event event{};
     event.type = type;
     send(event);
@@ -305,17 +306,17 @@ TEST(UhidPadLifeTest, EndOfLifeUnplugs) {
 TEST_F(UhidPadTest, ReportsWhetherAProgramHasTheNodeOpen) {
   plug();
   EXPECT_FALSE(pad.open());
-  kernel.tell(UHID_OPEN);
+  kernel.sendEmpty(UHID_OPEN);
   EXPECT_TRUE(pad.waitUntilOpen());
   EXPECT_TRUE(pad.open());
-  kernel.tell(UHID_CLOSE);
+  kernel.sendEmpty(UHID_CLOSE);
   EXPECT_TRUE(pad.waitUntilClosed());
   EXPECT_FALSE(pad.open());
 }
 
 TEST_F(UhidPadTest, NoProgramHasAnUnpluggedNodeOpen) {
   plug();
-  kernel.tell(UHID_OPEN);
+  kernel.sendEmpty(UHID_OPEN);
   ASSERT_TRUE(pad.waitUntilOpen());
   pad.unplug();
   EXPECT_FALSE(pad.open());
@@ -404,7 +405,7 @@ TEST_F(UhidPadTest, RequestsForInputAndOutputReportsFail) {
 
 TEST_F(UhidPadTest, OutputReportsAreIgnored) {
   plug();
-  kernel.tell(UHID_OUTPUT);
+  kernel.sendEmpty(UHID_OUTPUT);
   kernel.get(83, 5);
   EXPECT_EQ(kernel.receiveGetReply().id, 83u);
 }
@@ -450,7 +451,7 @@ TEST_F(UhidPadTest, LateAnswersAreHeldBackUntilReleased) {
       [](const FeatureRequest& request) { return request.call == FeatureCall::Set; }));
   EXPECT_TRUE(kernel.silent());
   // Meanwhile the pad keeps working.
-  kernel.tell(UHID_OPEN);
+  kernel.sendEmpty(UHID_OPEN);
   EXPECT_TRUE(pad.waitUntilOpen());
   EXPECT_TRUE(kernel.silent());
   pad.releaseLateAnswers();

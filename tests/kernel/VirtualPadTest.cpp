@@ -40,7 +40,7 @@ constexpr int kPatienceMilliseconds = 30000;
 
 // Waits for the program to print the pad's node and returns it.
 std::string nodeOf(const Program& program, const std::string& pad) {
-  const std::string begin = pad + " is plugged at ";
+  const std::string begin = pad + " is plugged in at ";
   const auto number =
       program.waitForLine([&](const std::string& line) { return line.starts_with(begin); });
   const std::string rest = program.lines().at(number).substr(begin.size());
@@ -114,8 +114,8 @@ TEST(Permission, IsMissedInOneClearLine) {
       path,
       {.arguments = {"ink"}, .environment = {"QT_QPA_PLATFORM=offscreen"}, .unprivileged = true});
   program.waitForLine(
-      "vela-virtual-pad: /dev/uhid may not be opened; this permits it until the next start: "
-      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)");
+      "vela-virtual-pad: no permission to open /dev/uhid; to get it until the next boot, run: "
+      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a permanent rule)");
   EXPECT_EQ(program.wait(), 1);
   std::filesystem::remove_all(home);
 }
@@ -126,7 +126,7 @@ TEST(Replay, ReportsThatTheNodeCannotBeFound) {
   Program program("/usr/bin/prlimit", {.arguments = {"--nofile=5", VELA_VIRTUAL_PAD, "usb",
                                                      "--replay", "unfound.hid"}});
   program.waitForLine(
-      "vela-virtual-pad: the pad's /dev/hidraw can't be found: listening for devices: Too many "
+      "vela-virtual-pad: cannot find the pad's /dev/hidraw node: listening for devices: Too many "
       "open files");
   EXPECT_EQ(program.wait(), 1);
 }

@@ -69,11 +69,9 @@ TEST(Watch, ReportsThePadsOfOneNameOnly) {
 TEST(Watch, NamesANodeThatMayNotBeOpened) {
   const auto usb = plugged(PadKind::Usb);
   Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
-  waitForEnd(program,
-             "Vela USB present at " + usb->waitForNode() + ", which may not be opened by you");
+  waitForEnd(program, "Vela USB present at " + usb->waitForNode() + ", no permission to open it");
   const auto ink = plugged(PadKind::Ink);
-  waitForEnd(program,
-             "Vela Ink attached at " + ink->waitForNode() + ", which may not be opened by you");
+  waitForEnd(program, "Vela Ink attached at " + ink->waitForNode() + ", no permission to open it");
 }
 
 }  // namespace

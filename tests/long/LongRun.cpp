@@ -197,14 +197,14 @@ struct Memory {
 // Prints the growth since the beginning. False if it exceeds the limit.
 bool reportGrowth(const Memory& begin, long allocationsAllowed) {
   const Memory end = Memory::now();
-  const auto tell = [](const char* what, long growth, long allowed) {
+  const auto within = [](const char* what, long growth, long allowed) {
     std::printf("    %s %+ld (allowed +%ld)%s\n", what, growth, allowed,
                 growth > allowed ? " TOO MUCH" : "");
     return growth <= allowed;
   };
-  bool flat = tell("heap bytes", end.heapBytes - begin.heapBytes, kHeapBytesAllowed);
-  flat = tell("allocations", end.allocations - begin.allocations, allocationsAllowed) && flat;
-  flat = tell("resident KiB", end.residentKib - begin.residentKib, residentKibAllowed) && flat;
+  bool flat = within("heap bytes", end.heapBytes - begin.heapBytes, kHeapBytesAllowed);
+  flat = within("allocations", end.allocations - begin.allocations, allocationsAllowed) && flat;
+  flat = within("resident KiB", end.residentKib - begin.residentKib, residentKibAllowed) && flat;
   return flat;
 }
 

@@ -60,13 +60,13 @@ used='mount proc mount sys mount dev mount dev git clone -q . umount proc umount
 check_on trixie sh -c 'cat here; echo "$1"; exit 3' sh 'two  words'
 expect "the command's exit status" 3 $status
 expect "the first time" "debootstrap --variant=minbase trixie $scratch/trees/trixie.new mirror:/debian $used" "$asked"
-expect "what is said first" "check-on: making a bare tree of trixie, which is kept in $scratch/trees/trixie" \
+expect "the first message" "check-on: making a bare tree of trixie, which is kept in $scratch/trees/trixie" \
   "$(head -n 1 <<<"$said")"
 tree=$(dirname "$(sed -n 3p <<<"$said")")
 expect "the command is in the clone, in a copy of the base" "$scratch/trees" "$(dirname "$tree")"
 expect "its argument" "two  words" "$(sed -n 4p <<<"$said")"
-expect "what is said last" "check-on: on trixie: ended with 3" "$(tail -n 1 <<<"$said")"
-expect "what is left" "trixie trixie.lock trixie.log" "$(find trees -mindepth 1 -maxdepth 1 -printf '%f\n' | sort | xargs)"
+expect "the last message" "check-on: on trixie: ended with 3" "$(tail -n 1 <<<"$said")"
+expect "the remaining files" "trixie trixie.lock trixie.log" "$(find trees -mindepth 1 -maxdepth 1 -printf '%f\n' | sort | xargs)"
 expect "the base" "" "$(find trees/trixie -name src)"
 
 check_on trixie true
@@ -80,10 +80,10 @@ stand_in debootstrap <<<'exit 1'
 check_on sid true
 expect "a tree that cannot be made" "1 check-on: debootstrap failed, see $scratch/trees/sid.log" \
   "$status $(tail -n 1 <<<"$said")"
-expect "what is left of it" "" "$(find trees -name 'sid' -o -name 'sid.??????')"
+expect "its remaining files" "" "$(find trees -name 'sid' -o -name 'sid.??????')"
 
 stand_in id <<<'echo 1000'
 check_on trixie true
-expect "somebody who is not root" "1 check-on: needs root, for the bare tree" "$status $said"
+expect "without root" "1 check-on: needs root, for the bare tree" "$status $said"
 
 [ $failures = 0 ]

@@ -92,8 +92,8 @@ class VisionQueueTest : public support::PadTest {
 
 using VisionKeepAliveTest = VisionQueueTest;
 
-TEST_F(VisionQueueTest, RecordIsThirtyTwoBytesWithTheLinkLast) {
-  EXPECT_EQ(sizeof(tagVISDATA_RECORD), 32U);
+TEST_F(VisionQueueTest, RecordHasTwentyFourBytesAndThenTheLink) {
+  EXPECT_EQ(sizeof(tagVISDATA_RECORD), 24U + sizeof(void*));
   EXPECT_EQ(offsetof(tagVISDATA_RECORD, bytes), 4U);
   EXPECT_EQ(offsetof(tagVISDATA_RECORD, pNext), 24U);
   EXPECT_EQ(sizeof(VISPEN_DATA), 12U);

@@ -103,7 +103,7 @@ class BadRecording : public testing::TestWithParam<Bad> {};
 TEST_P(BadRecording, IsRefusedWithThePlaceAndTheReason) {
   try {
     parseRecording(GetParam().text);
-    FAIL() << "it was taken";
+    FAIL() << "it was accepted";
   } catch (const RecordingError& error) {
     EXPECT_STREQ(error.what(), GetParam().complaint);
   }
@@ -120,12 +120,12 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{" R: 1 06\n", "line 1, column 1: a line begins with R:, N:, I:, P:, D:, E: or #"},
         Bad{"R", "line 1, column 1: a line begins with R:, N:, I:, P:, D:, E: or #"},
         Bad{"\r\n", "line 1, column 1: a line begins with R:, N:, I:, P:, D:, E: or #"},
-        Bad{"R: 1 06\nR: 1 06\n", "line 2, column 1: this line was there before"},
-        Bad{"N: a\nN: a\n", "line 2, column 1: this line was there before"},
-        Bad{"I: 3 1 2\nI: 3 1 2\n", "line 2, column 1: this line was there before"},
+        Bad{"R: 1 06\nR: 1 06\n", "line 2, column 1: this line appears twice"},
+        Bad{"N: a\nN: a\n", "line 2, column 1: this line appears twice"},
+        Bad{"I: 3 1 2\nI: 3 1 2\n", "line 2, column 1: this line appears twice"},
         Bad{"D: 1\n",
-            "line 1, column 4: only device 0 is expected: a recording of several devices can't be "
-            "read"},
+            "line 1, column 4: only device 0 is expected: recordings of several devices are not "
+            "supported"},
         Bad{"D: 0 0\n", "line 1, column 6: the line should end here"},
         Bad{"I: 3 04df\n", "line 1, column 10: a number from 0 to ffff in hexadecimal is expected"},
         Bad{"I: 3 104df 0012\n",
@@ -187,7 +187,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Recording, ReportsThePlaceOfAnErrorAsNumbersToo) {
   try {
     headWith("E: 0.000000 2 00 zz\n");
-    FAIL() << "it was taken";
+    FAIL() << "it was accepted";
   } catch (const RecordingError& error) {
     EXPECT_EQ(error.line(), 4U);
     EXPECT_EQ(error.column(), 18U);

@@ -96,7 +96,7 @@ class ProviderRun {
   }
 
   void press(QPushButton& button) const {
-    require(button.isEnabled(), "has a button disabled that should be enabled");
+    require(button.isEnabled(), "has a disabled button that should be enabled");
     button.click();
   }
 
@@ -123,8 +123,8 @@ class ProviderRun {
     if (!shown()) bus.unplug(m_port);
     const bool taken = pen.get();
     require(!ended(), "was closed before the signature was whole");
-    require(taken, "did not take the pen's reports");
-    require(shown(), "did not bring the whole signature into the window");
+    require(taken, "did not accept the pen's reports");
+    require(shown(), "did not show the whole signature");
   }
 
   // During a stroke, the path's last two points are the same.

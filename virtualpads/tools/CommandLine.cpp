@@ -41,25 +41,25 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
     if (argument == "--replay" || argument == "--record") {
       auto& file = argument == "--replay" ? line.replay : line.record;
       if (file) {
-        throw UsageError(argument + " is given twice");
+        throw UsageError(argument + " is given more than once");
       }
       if (++i == arguments.size()) {
-        throw UsageError(argument + " needs a file");
+        throw UsageError("option '" + argument + "' requires an argument");
       }
       file = arguments[i];
     } else if (argument.starts_with('-')) {
-      throw UsageError("there is no option " + argument);
+      throw UsageError("unrecognized option '" + argument + "'");
     } else if (pad) {
-      throw UsageError("one pad is enough, what is " + argument + " for?");
+      throw UsageError("unexpected argument '" + argument + "'");
     } else if (pad = padNamed(argument); !pad) {
-      throw UsageError("there is no pad " + argument);
+      throw UsageError("unknown pad '" + argument + "'");
     }
   }
   if (!pad) {
-    throw UsageError("which pad?");
+    throw UsageError("missing pad");
   }
   if (line.replay && line.record) {
-    throw UsageError("--replay and --record do not go together");
+    throw UsageError("--replay and --record cannot be used together");
   }
   line.pad = *pad;
   return line;
@@ -71,29 +71,29 @@ const char* const kUsage =
 const char* const kHelp =
     "usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]\n"
     "\n"
-    "Plugs a pad made of software into this computer. Every program finds it as it\n"
-    "finds a real one, until vela-virtual-pad ends.\n"
+    "Plugs a virtual pad into this computer. Until vela-virtual-pad ends, every\n"
+    "program finds it like a real pad.\n"
     "\n"
     "  usb     the USB pad, 04df:0012\n"
     "  ii      the pad II, 04df:001f\n"
     "  ink     the ink pad, 04df:0030\n"
     "  vision  the vision pad, 04df:0038\n"
     "\n"
-    "A window shows the pad. Write on it with the mouse or a tablet; it shows what a\n"
-    "program put on the pad, and the pad is unplugged when the window is closed.\n"
+    "A window shows the pad and what a program displays on it. Write in the window\n"
+    "with the mouse or a tablet. Closing the window unplugs the pad.\n"
     "\n"
-    "  --record FILE  also write what the pad sends to FILE\n"
-    "  --replay FILE  without a window: wait until a program has opened the pad, send\n"
-    "                 the reports of the recording at the pace at which they were\n"
-    "                 made, unplug the pad when the program has closed it\n"
-    "  -h, --help     print this\n"
+    "  --record FILE  also write the reports that the pad sends to FILE\n"
+    "  --replay FILE  show no window; wait until a program has opened the pad, send\n"
+    "                 the reports of the recording at their original pace, and unplug\n"
+    "                 the pad when the program has closed it\n"
+    "  -h, --help     print this help\n"
     "  --version      print the version\n"
     "\n"
-    "Exit status: 0 when all went well, 1 when there is no display for the window,\n"
-    "the pad could not be plugged, a file could not be read or written, or reports\n"
-    "of the recording were lost, 2 when the arguments make no sense.\n"
+    "Exit status: 0 on success; 1 if there is no display for the window, the pad could\n"
+    "not be plugged in, a file could not be read or written, or reports of the\n"
+    "recording were lost; 2 if the arguments are invalid.\n"
     "\n"
-    "The pad is made through /dev/uhid (Linux only), which needs the kernel's uhid\n"
-    "module and permission to read and write that file.\n";
+    "The pad is created through /dev/uhid (Linux only). This requires the kernel's\n"
+    "uhid module, and permission to read and write that file.\n";
 
 }  // namespace virtualpads

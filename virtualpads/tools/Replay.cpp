@@ -12,7 +12,7 @@ void requireRecordingOf(const PadModel::Identity& identity, const Recording& rec
   char ids[16];
   std::snprintf(ids, sizeof ids, "%04x:%04x", unsigned{recording.vendor},
                 unsigned{recording.product});
-  throw OtherPadError("it was recorded of another device, " + std::string(ids));
+  throw OtherPadError("recorded from another device, " + std::string(ids));
 }
 
 std::size_t replay(const Recording& recording,

@@ -12,13 +12,13 @@
 
 namespace virtualpads {
 
-// The recording was made of another pad; what() names it.
+// The recording is from another pad; what() names it.
 class OtherPadError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Throws OtherPadError unless the recording was made of a pad with this vendor and product id.
+// Throws OtherPadError unless the recording is from a pad with this vendor and product id.
 void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording);
 
 // Sends all reports in order. Before each one, calls `waitUntil` with the time at which it is due,

@@ -50,9 +50,9 @@ std::optional<std::string> plug(UhidPad& pad) {
     if (!node.empty()) {
       return node;
     }
-    fail("the kernel took the pad but made no /dev/hidraw for it");
+    fail("the kernel accepted the pad but created no /dev/hidraw node");
   } catch (const std::system_error& error) {
-    fail(std::string("the pad's /dev/hidraw can't be found: ") + error.what());
+    fail(std::string("cannot find the pad's /dev/hidraw node: ") + error.what());
   }
   return std::nullopt;
 }
@@ -73,7 +73,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
   if (!node) {
     return kFailure;
   }
-  std::printf("%s is plugged at %s; waiting for a program to open it\n",
+  std::printf("%s is plugged in at %s; waiting for a program to open it\n",
               model->identity().name.c_str(), node->c_str());
   while (!pad.waitUntilOpen()) {
   }
@@ -96,7 +96,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
 void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
                                const QString& message) {
   if (type == QtFatalMsg) {
-    std::_Exit(fail("there is no display for the window; --replay needs none"));
+    std::_Exit(fail("no display for the window; --replay works without one"));
   }
   std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
 }
@@ -114,7 +114,7 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
   if (!node) {
     return kFailure;
   }
-  std::printf("%s is plugged at %s\n", watched->identity().name.c_str(), node->c_str());
+  std::printf("%s is plugged in at %s\n", watched->identity().name.c_str(), node->c_str());
 
   std::ofstream out;
   std::optional<RecordingWriter> recorder;
@@ -131,7 +131,7 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
     pad.send(report);
     if (recorder && !recorder->write(std::chrono::milliseconds(pen.milliseconds), report)) {
       recorder.reset();
-      QCoreApplication::exit(fail(*file + " can't be written"));
+      QCoreApplication::exit(fail("cannot write " + *file));
     }
   });
   window.setWindowTitle(window.windowTitle() + " at " + QString::fromStdString(*node));

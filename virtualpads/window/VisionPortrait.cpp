@@ -2,6 +2,7 @@
 
 #include <QHBoxLayout>
 #include <QPainter>
+#include <algorithm>
 
 #include "virtualpads/VisionPad.h"
 #include "virtualpads/window/HexText.h"
@@ -22,9 +23,23 @@ constexpr int kPenMode = 1;
 constexpr int kLampMilliseconds = 5000;
 constexpr int kLampSize = 14;
 
+constexpr std::size_t kBytesPerLine = 8;
+
 const QColor kScreen(0xFB, 0xFC, 0xFE);
 const QColor kRestingScreen(0xC3, 0xC9, 0xD1);
 const QColor kInk(0x14, 0x30, 0x6E);
+
+// In lines of a fixed length. If the label wrapped them, its height would depend on its width, and
+// the smallest size of the window would not allow for that.
+QString hexLines(std::span<const std::uint8_t> bytes) {
+  QStringList lines;
+  while (!bytes.empty()) {
+    const auto line = bytes.first(std::min(bytes.size(), kBytesPerLine));
+    lines += hexText(line);
+    bytes = bytes.subspan(line.size());
+  }
+  return lines.join('\n');
+}
 
 }  // namespace
 
@@ -61,9 +76,7 @@ VisionPortrait::VisionPortrait(const PadModel& pad)
   m_resets = addState("Resets", "resets");
   m_clears = addState("Clears", "clears");
   m_inkRegion = addState("Ink region", "inkRegion");
-  m_inkRegion->setWordWrap(true);
   m_serialNumber = addState("Serial number", "serialNumber");
-  m_serialNumber->setWordWrap(true);
 
   m_keptAlive.setObjectName("keptAlive");
   m_keptAlive.setParent(this);
@@ -113,8 +126,8 @@ void VisionPortrait::showState(const PadModel& pad) {
   m_keepAlives->setNum(visionPad.keepAlives());
   m_resets->setNum(visionPad.resets());
   m_clears->setNum(visionPad.clears());
-  m_inkRegion->setText(hexText(visionPad.inkRegion()));
-  m_serialNumber->setText(hexText(visionPad.serialNumber()));
+  m_inkRegion->setText(hexLines(visionPad.inkRegion()));
+  m_serialNumber->setText(hexLines(visionPad.serialNumber()));
 }
 
 SurfaceView VisionPortrait::surface() const {

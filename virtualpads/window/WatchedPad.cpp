@@ -39,26 +39,26 @@ std::span<const std::uint8_t> WatchedPad::reportDescriptor() const {
 Bytes WatchedPad::inputReport(const PenState& pen) {
   std::lock_guard lock(m_mutex);
   Bytes report = m_pad->inputReport(pen);
-  tell(InputReport{pen, report});
+  notify(InputReport{pen, report});
   return report;
 }
 
 std::optional<Bytes> WatchedPad::getFeature(std::uint8_t reportId) {
   std::lock_guard lock(m_mutex);
   std::optional<Bytes> reply = m_pad->getFeature(reportId);
-  tell(FeatureReport{FeatureReport::Direction::Get, reply.has_value(),
-                     reply.value_or(Bytes{reportId})});
+  notify(FeatureReport{FeatureReport::Direction::Get, reply.has_value(),
+                       reply.value_or(Bytes{reportId})});
   return reply;
 }
 
 bool WatchedPad::setFeature(std::span<const std::uint8_t> report) {
   std::lock_guard lock(m_mutex);
   const bool accepted = m_pad->setFeature(report);
-  tell(FeatureReport{FeatureReport::Direction::Set, accepted, {report.begin(), report.end()}});
+  notify(FeatureReport{FeatureReport::Direction::Set, accepted, {report.begin(), report.end()}});
   return accepted;
 }
 
-void WatchedPad::tell(const Event& event) const {
+void WatchedPad::notify(const Event& event) const {
   if (m_observer) {
     m_observer(event);
   }

@@ -50,7 +50,7 @@ class WatchedPad : public PadModel {
   bool setFeature(std::span<const std::uint8_t> report) override;
 
  private:
-  void tell(const Event& event) const;
+  void notify(const Event& event) const;
 
   mutable std::mutex m_mutex;  // guards all that follows
   const std::shared_ptr<PadModel> m_pad;

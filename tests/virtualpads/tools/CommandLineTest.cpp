@@ -25,47 +25,48 @@ TEST(CommandLine, NamesARecordingBeforeOrAfterThePad) {
             (CommandLine{.pad = PadKind::Ii, .record = "-b"}));
 }
 
-TEST(CommandLine, AsksForHelpWhateverElseItSays) {
+TEST(CommandLine, AsksForHelpRegardlessOfOtherArguments) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--help"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"-h"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--help", "--nonsense"}).help);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).help);
 }
 
-TEST(CommandLine, AsksForTheVersionWhateverElseItSays) {
+TEST(CommandLine, AsksForTheVersionRegardlessOfOtherArguments) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--version"}).version);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--version", "--nonsense"}).version);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).version);
 }
 
-struct Senseless {
+struct Invalid {
   Arguments arguments;
   const char* complaint;
 };
 
-class SenselessCommandLine : public testing::TestWithParam<Senseless> {};
+class InvalidCommandLine : public testing::TestWithParam<Invalid> {};
 
-TEST_P(SenselessCommandLine, IsRefused) {
+TEST_P(InvalidCommandLine, IsRefused) {
   try {
     parseCommandLine(GetParam().arguments);
-    FAIL() << "it was taken";
+    FAIL() << "it was accepted";
   } catch (const UsageError& error) {
     EXPECT_STREQ(error.what(), GetParam().complaint);
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, SenselessCommandLine,
-    testing::Values(Senseless{{}, "which pad?"}, Senseless{{"--replay", "a"}, "which pad?"},
-                    Senseless{{"pen"}, "there is no pad pen"}, Senseless{{""}, "there is no pad "},
-                    Senseless{{"ink", "usb"}, "one pad is enough, what is usb for?"},
-                    Senseless{{"ink", "--loop"}, "there is no option --loop"},
-                    Senseless{{"ink", "--replay"}, "--replay needs a file"},
-                    Senseless{{"ink", "--record"}, "--record needs a file"},
-                    Senseless{{"ink", "--replay", "a", "--replay", "b"}, "--replay is given twice"},
-                    Senseless{{"ink", "--record", "a", "--record", "b"}, "--record is given twice"},
-                    Senseless{{"ink", "--replay", "a", "--record", "b"},
-                              "--replay and --record do not go together"}));
+    All, InvalidCommandLine,
+    testing::Values(
+        Invalid{{}, "missing pad"}, Invalid{{"--replay", "a"}, "missing pad"},
+        Invalid{{"pen"}, "unknown pad 'pen'"}, Invalid{{""}, "unknown pad ''"},
+        Invalid{{"ink", "usb"}, "unexpected argument 'usb'"},
+        Invalid{{"ink", "--loop"}, "unrecognized option '--loop'"},
+        Invalid{{"ink", "--replay"}, "option '--replay' requires an argument"},
+        Invalid{{"ink", "--record"}, "option '--record' requires an argument"},
+        Invalid{{"ink", "--replay", "a", "--replay", "b"}, "--replay is given more than once"},
+        Invalid{{"ink", "--record", "a", "--record", "b"}, "--record is given more than once"},
+        Invalid{{"ink", "--replay", "a", "--record", "b"},
+                "--replay and --record cannot be used together"}));
 
 }  // namespace
 }  // namespace virtualpads

@@ -69,9 +69,9 @@ TEST(RecordingOf, AnotherDeviceIsRefused) {
   }
   try {
     requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recordingOf(0x04DF, 0x12));
-    FAIL() << "it was taken";
+    FAIL() << "it was accepted";
   } catch (const OtherPadError& error) {
-    EXPECT_STREQ(error.what(), "it was recorded of another device, 04df:0012");
+    EXPECT_STREQ(error.what(), "recorded from another device, 04df:0012");
   }
 }
 

@@ -13,21 +13,21 @@ std::string troubleOf(int error) {
 
 TEST(UhidTrouble, ReportsHowToGetTheMissingDevice) {
   const std::string line =
-      "/dev/uhid is missing; this loads the kernel's module for it: sudo modprobe uhid";
+      "/dev/uhid is missing; to load its kernel module, run: sudo modprobe uhid";
   EXPECT_EQ(troubleOf(ENOENT), line);
   EXPECT_EQ(troubleOf(ENODEV), line);
 }
 
 TEST(UhidTrouble, ReportsHowToGetPermission) {
   const std::string line =
-      "/dev/uhid may not be opened; this permits it until the next start: "
-      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a rule that lasts)";
+      "no permission to open /dev/uhid; to get it until the next boot, run: "
+      "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a permanent rule)";
   EXPECT_EQ(troubleOf(EACCES), line);
   EXPECT_EQ(troubleOf(EPERM), line);
 }
 
 TEST(UhidTrouble, ReportsAnyOtherError) {
-  EXPECT_EQ(troubleOf(EMFILE), "the pad can't be plugged: /dev/uhid: Too many open files");
+  EXPECT_EQ(troubleOf(EMFILE), "cannot plug the pad in: /dev/uhid: Too many open files");
 }
 
 }  // namespace

@@ -28,16 +28,16 @@ expect 0 '' --help
 [ "$(head -n 1 out)" = "$usage" ] || { echo "--help prints no usage"; failures=1; }
 expect 0 '' --version
 grep -qx 'vela-virtual-pad [0-9.]*' out || { echo "--version prints no version"; failures=1; }
-expect 2 "vela-virtual-pad: which pad?
+expect 2 "vela-virtual-pad: missing pad
 $usage"
-expect 2 "vela-virtual-pad: there is no pad pen
+expect 2 "vela-virtual-pad: unknown pad 'pen'
 $usage" pen
 
 expect 1 'vela-virtual-pad: missing.hid: No such file or directory' ink --replay missing.hid
 echo 'E: ' >bad.hid
 expect 1 'vela-virtual-pad: bad.hid: line 1, column 1: the R: line is missing' ink --replay bad.hid
 printf '%s' "$head" >ink.hid
-expect 1 'vela-virtual-pad: ink.hid: it was recorded of another device, 04df:0030' usb --replay ink.hid
+expect 1 'vela-virtual-pad: ink.hid: recorded from another device, 04df:0030' usb --replay ink.hid
 
 # The lines before the last one come from the toolkit.
 echo precious >kept.hid
@@ -45,7 +45,7 @@ env -u QT_QPA_PLATFORM -u DISPLAY -u WAYLAND_DISPLAY -u WAYLAND_SOCKET -u XDG_SE
   "$program" ink --record kept.hid >out 2>err
 got=$?
 if [ $got != 1 ] ||
-  [ "$(tail -n 1 err)" != 'vela-virtual-pad: there is no display for the window; --replay needs none' ]; then
+  [ "$(tail -n 1 err)" != 'vela-virtual-pad: no display for the window; --replay works without one' ]; then
   echo "without a display: status $got, not 1; standard error is"
   cat err
   failures=1
@@ -55,7 +55,7 @@ fi
 
 # If the device exists, tests/kernel covers the rest.
 if [ ! -e /dev/uhid ]; then
-  missing='/dev/uhid is missing; this loads the kernel'\''s module for it: sudo modprobe uhid'
+  missing='/dev/uhid is missing; to load its kernel module, run: sudo modprobe uhid'
   expect 1 "vela-virtual-pad: $missing" ink --replay ink.hid
   expect 1 "vela-virtual-pad: $missing" ink
   expect 1 "vela-virtual-pad: $missing" ink --record kept.hid

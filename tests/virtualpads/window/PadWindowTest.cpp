@@ -617,9 +617,12 @@ TEST_F(VisionPadWindow, ShowsTheInkRegionAndTheSerialNumber) {
   region[33] = 0x7E;
   ASSERT_TRUE(pad->setFeature(region));
   EXPECT_TRUE(shows("inkRegion",
-                    "c0 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 7e"));
-  EXPECT_EQ(text("serialNumber"), "01 23 45 67 89 ab cd ef 10 32 54 76 98 ba dc fe");
+                    "c0 00 00 00 00 00 00 00\n"
+                    "00 00 00 00 00 00 00 00\n"
+                    "00 00 00 00 00 00 00 00\n"
+                    "00 00 00 00 00 00 00 00\n"
+                    "7e"));
+  EXPECT_EQ(text("serialNumber"), "01 23 45 67 89 ab cd ef\n10 32 54 76 98 ba dc fe");
 }
 
 TEST_F(VisionPadWindow, HearsOfWhatOtherThreadsDo) {
@@ -658,6 +661,32 @@ TEST_F(VisionPadWindow, ShowsThePadAsItIsWhenTheWindowComesLater) {
   window = std::make_unique<PadWindow>(pad, [](const PenState&) {});
   EXPECT_EQ(text("mode"), "1, pen");
   EXPECT_EQ(text("clears"), "1");
+}
+
+// A desktop's font may be larger than the toolkit's own.
+TEST(SmallestPadWindow, ShowsAllTexts) {
+  const QFont usual = QApplication::font();
+  for (const int points : {9, 14, 18}) {
+    QFont font = usual;
+    font.setPointSize(points);
+    QApplication::setFont(font);
+    for (const PadKind kind : {PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
+      const auto pad = std::make_shared<WatchedPad>(makePad(kind));
+      PadWindow window(pad, [](const PenState&) {});
+      window.resize(window.minimumSizeHint());
+      window.show();
+      QCoreApplication::sendPostedEvents();
+      for (const auto* label : window.findChildren<QLabel*>()) {
+        SCOPED_TRACE(std::to_string(points) + " points, pad " +
+                     std::to_string(static_cast<int>(kind)) + ": " + label->text().toStdString());
+        EXPECT_GE(label->width(), label->minimumSizeHint().width());
+        EXPECT_GE(label->height(), label->hasHeightForWidth()
+                                       ? label->heightForWidth(label->width())
+                                       : label->sizeHint().height());
+      }
+    }
+  }
+  QApplication::setFont(usual);
 }
 
 TEST(HexText, ShowsTwoDigitsForEachByte) {
