@@ -43,8 +43,8 @@ void KernelPad::plug() {
     return;
   }
   takeAway();
-  m_stop = FileDescriptor(eventfd(0, EFD_CLOEXEC));
-  if (!m_stop) {
+  m_wake = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!m_wake) {
     throw std::system_error(errno, std::generic_category(), "making an event counter");
   }
   {
@@ -67,18 +67,14 @@ void KernelPad::unplug() {
 
 // Also after the pad was unplugged by a fault, for which nobody has waited yet.
 void KernelPad::takeAway() {
-  {
-    std::lock_guard lock(m_mutex);
-    breakConnection();
-  }
-  joinEventThread();
-  waitUntilGone();
-}
-
-void KernelPad::joinEventThread() {
   if (m_eventThread.joinable()) {
-    eventfd_write(m_stop.get(), 1);
+    {
+      std::lock_guard lock(m_mutex);
+      breakConnection();
+      wakeEventThread();
+    }
     m_eventThread.join();
+    waitUntilGone();
   }
 }
 
@@ -165,22 +161,25 @@ bool KernelPad::waitFor(std::chrono::seconds limit, const std::function<bool()>&
 }
 
 void KernelPad::eventLoop() {
-  std::array<pollfd, 2> watched{{{device(), POLLIN, 0}, {m_stop.get(), POLLIN, 0}}};
+  std::array<pollfd, 2> watched{{{device(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}}};
   std::optional<Clock::time_point> time;
   while (true) {
     waitForEvents(watched, time);
     if (watched[1].revents != 0) {
-      return;
+      eventfd_t count = 0;
+      eventfd_read(m_wake.get(), &count);
     }
     std::function<void()> handle;
     if (watched[0].revents != 0) {
       handle = readEvent();
     }
     std::lock_guard lock(m_mutex);
-    if (handle) {
+    if (handle && m_plugged) {
       handle();
     }
-    onTime();
+    if (m_plugged) {
+      onTime();
+    }
     if (!m_plugged) {
       return;
     }
@@ -205,6 +204,10 @@ void KernelPad::breakConnection() {
   m_open = false;
   m_lateAnswers.clear();
   m_changed.notify_all();
+}
+
+void KernelPad::wakeEventThread() const {
+  eventfd_write(m_wake.get(), 1);
 }
 
 void KernelPad::takeFeatureRequest(FeatureCall call, std::uint32_t requestId, std::uint8_t reportId,

@@ -132,7 +132,8 @@ class KernelPad {
   // when it is refused.
   virtual void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
                       bool babble) = 0;
-  // The time at which the event thread shall call `onTime`, if any.
+  // The time at which the event thread shall call `onTime`, if any. A change outside that thread
+  // needs a wakeEventThread.
   virtual std::optional<Clock::time_point> nextTime() const { return std::nullopt; }
   virtual void onTime() {}
 
@@ -140,7 +141,6 @@ class KernelPad {
 
   int device() const { return m_connection.device.get(); }
   PadModel& model() const { return *m_model; }
-  bool isPlugged() const { return m_plugged; }
   bool isOpen() const { return m_open; }
   void setStarted() { m_started = true; }
   void setOpen(bool open);
@@ -150,6 +150,7 @@ class KernelPad {
   void forgetLateAnswer(std::uint32_t requestId);
   // The pad is unplugged from now on.
   void breakConnection();
+  void wakeEventThread() const;
 
   mutable std::mutex m_mutex;  // guards the model and all other fields but the two at the top
 
@@ -160,7 +161,6 @@ class KernelPad {
   };
 
   void takeAway();
-  void joinEventThread();
   bool waitFor(std::chrono::seconds limit, const std::function<bool()>& condition) const;
   void eventLoop();
   std::optional<FeatureFault> takeFault(FeatureCall call, std::uint8_t reportId);
@@ -172,7 +172,7 @@ class KernelPad {
 
   mutable std::condition_variable m_changed;
   const std::shared_ptr<PadModel> m_model;
-  FileDescriptor m_stop;  // an event counter; written to end the event thread
+  FileDescriptor m_wake;  // an event counter, which the event thread watches
   Connection m_connection;
   bool m_plugged = false;
   bool m_started = false;
