@@ -18,7 +18,7 @@
 #include "TestPads.h"
 #include "virtualpads/InkPad.h"
 #include "virtualpads/UsbPad.h"
-#include "virtualpads/kernel/UhidPad.h"
+#include "virtualpads/kernel/KernelPad.h"
 
 namespace virtualpads {
 namespace {
@@ -36,7 +36,7 @@ struct CloseDevice {
 };
 using Device = std::unique_ptr<hid_device, CloseDevice>;
 
-Device openPad(const UhidPad& pad) {
+Device openPad(const KernelPad& pad) {
   const std::string node = pad.waitForNode();
   Device device(hid_open_path(node.c_str()));
   if (!device) throw std::runtime_error("hidapi does not open the pad's node: " + node);
@@ -103,7 +103,7 @@ TEST(KernelFaceTest, PadPluggedTwiceIsListedTwice) {
 }
 
 TEST(KernelFaceTest, NodeComesAndGoesWithThePlug) {
-  UhidPad pad(makePad(PadKind::Usb));
+  KernelPad pad(makePad(PadKind::Usb));
   pad.plug();
   const std::string node = pad.waitForNode();
   struct stat status {};
@@ -177,7 +177,7 @@ TEST(KernelFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
   EXPECT_THAT(read(device), ElementsAre(1, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0));
 }
 
-// The limit documented at UhidPad::send. The kernel's ring of 64 entries holds one less.
+// The limit documented at KernelPad::send. The kernel's ring of 64 entries holds one less.
 TEST(KernelFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
   const auto pad = plugged(PadKind::Usb);
   const Device device = openPad(*pad);
@@ -287,7 +287,7 @@ TEST(KernelFaceTest, UnplugDuringARequestFailsIt) {
 }
 
 TEST(KernelFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
-  UhidPad pad(std::make_shared<BrokenPad>());
+  KernelPad pad(std::make_shared<BrokenPad>());
   EXPECT_THROW(pad.plug(), std::system_error);
   EXPECT_FALSE(pad.plugged());
 }
@@ -300,7 +300,7 @@ TEST(KernelFaceDeathTest, WithoutPermissionPlugSaysSo) {
         if (setuid(65534) != 0) {
           _exit(1);
         }
-        UhidPad pad(makePad(PadKind::Usb));
+        KernelPad pad(makePad(PadKind::Usb));
         try {
           pad.plug();
         } catch (const std::system_error& error) {
