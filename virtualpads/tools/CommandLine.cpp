@@ -38,7 +38,9 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
       line.version = true;
       return line;
     }
-    if (argument == "--replay" || argument == "--record") {
+    if (argument == "--usb") {
+      line.usb = true;
+    } else if (argument == "--replay" || argument == "--record") {
       auto& file = argument == "--replay" ? line.replay : line.record;
       if (file) {
         throw UsageError(argument + " is given twice");
@@ -66,10 +68,10 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
 }
 
 const char* const kUsage =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]\n";
+    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n";
 
 const char* const kHelp =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]\n"
+    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n"
     "\n"
     "Plugs a pad made of software into this computer. Every program finds it as it\n"
     "finds a real one, until vela-virtual-pad ends.\n"
@@ -82,6 +84,8 @@ const char* const kHelp =
     "A window shows the pad. Write on it with the mouse or a tablet; it shows what a\n"
     "program put on the pad, and the pad is unplugged when the window is closed.\n"
     "\n"
+    "  --usb          plug the pad in as a USB device, not as a HID device only: lsusb\n"
+    "                 lists it, and the kernel's USB driver reads it; needs root\n"
     "  --record FILE  also write what the pad sends to FILE\n"
     "  --replay FILE  without a window: wait until a program has opened the pad, send\n"
     "                 the reports of the recording at the pace at which they were\n"
@@ -94,6 +98,7 @@ const char* const kHelp =
     "of the recording were lost, 2 when the arguments make no sense.\n"
     "\n"
     "The pad is made through /dev/uhid (Linux only), which needs the kernel's uhid\n"
-    "module and permission to read and write that file.\n";
+    "module and permission to read and write that file; with --usb through the\n"
+    "kernel's virtual USB host controller, which needs the module vhci-hcd.\n";
 
 }  // namespace virtualpads

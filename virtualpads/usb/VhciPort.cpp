@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
 #include <linux/usbip.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
 #include <cerrno>
 #include <chrono>
@@ -76,6 +78,21 @@ void waitUntilGone(const std::string& name) {
 
 bool vhciIsThere() {
   return access((kController / "attach").c_str(), F_OK) == 0;
+}
+
+void loadVhci() {
+  std::string program = "/sbin/modprobe";
+  std::string quietly = "--quiet";
+  std::string module = "vhci-hcd";
+  char* const arguments[] = {program.data(), quietly.data(), module.data(), nullptr};
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t child = 0;
+  if (posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) == 0) {
+    waitpid(child, nullptr, 0);
+  }
+  posix_spawn_file_actions_destroy(&actions);
 }
 
 UsbPort openVhciPort() {

@@ -19,6 +19,9 @@ struct UsbPort {
 // Whether the controller is there, that is, the module vhci-hcd is loaded. Any thread.
 bool vhciIsThere();
 
+// Loads the module, where this process may and the kernel has it. Any thread.
+void loadVhci();
+
 // Attaches a full-speed device to a free port. Throws std::system_error: ENOENT when the controller
 // is not there, EACCES without permission, EBUSY when all ports are taken. Any thread.
 UsbPort openVhciPort();
