@@ -6,10 +6,18 @@
 #
 # after gIIVela.
 
+# Linux has two of the former.
+
+set(VELA_HIDAPI_BACKEND hidraw CACHE STRING
+    "How hidapi reaches the pads on Linux: hidraw (through the kernel's HID nodes) or libusb")
+set_property(CACHE VELA_HIDAPI_BACKEND PROPERTY STRINGS hidraw libusb)
+if(NOT VELA_HIDAPI_BACKEND MATCHES "^(hidraw|libusb)$")
+  message(FATAL_ERROR "VELA_HIDAPI_BACKEND is ${VELA_HIDAPI_BACKEND}; it must be hidraw or libusb")
+endif()
 if(APPLE)
   set(VELA_HIDAPI_MODULE hidapi)
 else()
-  set(VELA_HIDAPI_MODULE hidapi-hidraw)
+  set(VELA_HIDAPI_MODULE hidapi-${VELA_HIDAPI_BACKEND})
 endif()
 
 if(VELA_APPLICATION)

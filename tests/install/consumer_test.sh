@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # consumer_test.sh PREFIX LIBRARY_FOLDER: a project outside the tree finds the SDK installed under PREFIX,
-# builds and runs, with CMake and with pkg-config. CC, CXX and GENERATOR are the build's.
+# builds and runs, with CMake and with pkg-config. CC, CXX and GENERATOR are the build's; so is HIDAPI_BACKEND,
+# hidraw if it is not set.
 . "$(dirname "$0")/testing.sh"
 prefix=$1
 libraries=$1/$2
+hidapi=libhidapi-${HIDAPI_BACKEND:-hidraw}.so.0
 source=$(cd "$(dirname "$0")/consumer" && pwd)
 readme=$(cd "$(dirname "$0")/../.." && pwd)/README.md
 
@@ -38,7 +40,7 @@ needed() { # PROGRAM: prints which of our libraries it loads
   objdump -p "$1" | sed -n 's/^ *NEEDED *\(lib\(gIIVela\|velawrap\|hidapi\).*\)/\1/p' | xargs
 }
 expect "shared" "libgIIVela.so.1" "$(needed "$work/build/facade-shared")"
-expect "static" "libhidapi-hidraw.so.0" "$(needed "$work/build/facade-static")"
+expect "static" "$hidapi" "$(needed "$work/build/facade-static")"
 expect "flat" "libvelawrap.so.1" "$(needed "$work/build/flat")"
 
 command -v pkg-config >/dev/null || skip "pkg-config is not installed; find_package was tried"
@@ -61,7 +63,7 @@ expect "pkg-config, shared" "$facade" "$(run "$work/facade-shared")"
 expect "pkg-config, static" "$facade" "$(run "$work/facade-static")"
 expect "pkg-config, flat" "$flat" "$(run "$work/flat")"
 expect "shared" "libgIIVela.so.1" "$(needed "$work/facade-shared")"
-expect "static" "libhidapi-hidraw.so.0" "$(needed "$work/facade-static")"
+expect "static" "$hidapi" "$(needed "$work/facade-static")"
 for language in cpp c; do
   expect "the README's program in $language without a pad" "No Vela USB is attached. 1" \
     "$(on_pads ink "$work/readme-$language" 2>&1) $?"

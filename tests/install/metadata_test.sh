@@ -35,10 +35,17 @@ udev() {
   local rules=$prefix/lib/udev/rules.d
   expect "a name before 73, where the tag is acted on" "70-vela-pads.rules 73" \
     "$(printf '%s\n' "$(ls "$rules" | grep vela)" 73 | LC_ALL=C sort | xargs)"
-  expect "the rules" 'SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0012.*", TAG+="uaccess"
+  expect "the rules for HID nodes" 'SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0012.*", TAG+="uaccess"
 SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:001F.*", TAG+="uaccess"
 SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0030.*", TAG+="uaccess"
-SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0038.*", TAG+="uaccess"' "$(grep '^[^#]' "$rules"/*vela*)"
+SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0038.*", TAG+="uaccess"' "$(grep '^SUBSYSTEM=="hidraw"' "$rules"/*vela*)"
+  local usb=
+  [ "${HIDAPI_BACKEND:-hidraw}" = hidraw ] ||
+    usb='SUBSYSTEM=="usb", ATTR{idVendor}=="04df", ATTR{idProduct}=="0012", TAG+="uaccess"
+SUBSYSTEM=="usb", ATTR{idVendor}=="04df", ATTR{idProduct}=="001f", TAG+="uaccess"
+SUBSYSTEM=="usb", ATTR{idVendor}=="04df", ATTR{idProduct}=="0030", TAG+="uaccess"
+SUBSYSTEM=="usb", ATTR{idVendor}=="04df", ATTR{idProduct}=="0038", TAG+="uaccess"'
+  expect "other rules" "$usb" "$(grep '^[^#]' "$rules"/*vela* | grep -v '^SUBSYSTEM=="hidraw"')"
   if udevadm verify --help >/dev/null 2>&1; then
     expect "udevadm verify" "0" "$(udevadm verify "$rules"/*vela*.rules >"$work/log" 2>&1; echo $?)"
   else

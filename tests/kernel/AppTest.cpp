@@ -24,7 +24,7 @@ using ::testing::IsEmpty;
 using virtualpads::FeatureCall;
 using virtualpads::FeatureRequest;
 using virtualpads::InkPad;
-using virtualpads::UhidPad;
+using virtualpads::KernelPad;
 
 namespace {
 
@@ -72,32 +72,39 @@ Desktop& desktop() {
 }
 
 // From the surface's first quarter to its third, half-way down. The pen stays there.
-void drawStroke(UhidPad& pad) {
+void drawStroke(KernelPad& pad) {
   for (int i = 0; i <= 20; ++i) {
     pad.sendPen({.x = 0.25 + 0.025 * i, .y = 0.5, .pressure = 0.5, .touch = true});
   }
 }
 
-void writeStroke(UhidPad& pad) {
+void writeStroke(KernelPad& pad) {
   drawStroke(pad);
   pad.sendPen({.x = 0.75, .y = 0.5, .pressure = 0, .touch = false});
 }
 
 // A pen that goes to and fro a quarter down, clear of the stroke.
-MovingPen movingPen(UhidPad& pad) {
+MovingPen movingPen(KernelPad& pad) {
   return MovingPen([&pad](int n) {
     pad.sendPen({.x = 0.25 + 0.0005 * n, .y = 0.25, .pressure = 0.5, .touch = true});
   });
 }
 
-class AppTest : public ::testing::TestWithParam<int> {
+std::string nameOfPadAndFace(
+    const ::testing::TestParamInfo<std::tuple<std::size_t, Face>>& parameter) {
+  const auto [pad, face] = parameter.param;
+  return kTestPads.at(pad).name + std::string("On") + nameOf(face);
+}
+
+class AppTest : public ::testing::TestWithParam<std::tuple<std::size_t, Face>> {
  protected:
   void SetUp() override { app.choose(kind); }
 
   // Waits for the picture, keeps it, and returns it.
   QImage look(const std::string& step, const std::function<bool(const QImage&)>& wanted) {
     const QImage picture = desktop().waitForPicture(wanted);
-    picture.save(QString::fromStdString(std::string(kind.name) + "-" + step + ".png"));
+    picture.save(
+        QString::fromStdString(std::string(kind.name) + "-" + nameOf(face) + "-" + step + ".png"));
     return picture;
   }
 
@@ -136,11 +143,12 @@ class AppTest : public ::testing::TestWithParam<int> {
     look(step, [](const QImage& picture) { return !hasInk(picture); });
   }
 
-  const std::size_t index = static_cast<std::size_t>(GetParam());
+  const std::size_t index = std::get<0>(GetParam());
+  const Face face = std::get<1>(GetParam());
   const TestPad& kind = kTestPads.at(index);
   const View& view = kViews.at(index);
   const Requests& requests = kRequests.at(index);
-  std::unique_ptr<UhidPad> pad = plugged(kind.kind);
+  std::unique_ptr<KernelPad> pad = plugged(kind.kind, face);
   Application app{desktop()};
 };
 
@@ -174,6 +182,7 @@ class AppUnplugTest : public AppTest {
     EXPECT_TRUE(
         pad->waitForRequest([](const FeatureRequest& request) { return !request.accepted; }));
     EXPECT_FALSE(pad->plugged());
+    pad->unplug();  // waits until the kernel has noticed
     pad->clearRequests();
   }
 
@@ -315,12 +324,14 @@ TEST_P(AppUnplugTest, WhileTheWindowCloses) {
   expectEndAndNextOne("closed");
 }
 
-std::string padName(const ::testing::TestParamInfo<int>& parameter) {
-  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Range(0, 4), padName);
-INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest, ::testing::Range(0, 4), padName);
+INSTANTIATE_TEST_SUITE_P(Pads, AppTest,
+                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
+                                            ::testing::ValuesIn(faces())),
+                         nameOfPadAndFace);
+INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest,
+                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
+                                            ::testing::ValuesIn(faces())),
+                         nameOfPadAndFace);
 
 // A pad whose state shows whether the application has left it correctly.
 class AppEndTest : public ::testing::Test {
@@ -342,7 +353,7 @@ class AppEndTest : public ::testing::Test {
   }
 
   const std::shared_ptr<InkPad> model = std::make_shared<InkPad>();
-  std::unique_ptr<UhidPad> pad = plugged(model);
+  std::unique_ptr<KernelPad> pad = plugged(model);
   Application app{desktop()};
 };
 
@@ -382,7 +393,7 @@ TEST(AppAloneTest, WithoutAPadOpenSaysSo) {
 
 // Deliberate: the window still becomes connected. Nothing else may happen.
 TEST(AppAloneTest, NodesWithoutPermissionAreNeverOpened) {
-  std::vector<std::unique_ptr<UhidPad>> pads;
+  std::vector<std::unique_ptr<KernelPad>> pads;
   Application app(desktop(), true);
   for (const TestPad& kind : kTestPads) {
     pads.push_back(plugged(kind.kind));

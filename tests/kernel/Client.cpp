@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -15,7 +16,9 @@ bool isSample(const std::string& line) {
 
 }  // namespace
 
-Client::Client(bool unprivileged) : Program(SDK_CLIENT, {.unprivileged = unprivileged}) {}
+Client::Client(Route route, bool unprivileged)
+    : Program(route == Route::Libusb ? SDK_CLIENT_ON_LIBUSB : SDK_CLIENT,
+              {.unprivileged = unprivileged}) {}
 
 int Client::connect(const TestPad& pad) {
   ask("provider " + std::to_string(pad.provider));
@@ -76,7 +79,10 @@ Client::Load Client::percentOfCore() {
   return least;
 }
 
-void Client::write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const {
+void Client::write(virtualpads::KernelPad& pad, const TestPad& kind, int first, int count) const {
+  if (!pad.waitUntilOpen()) {
+    throw std::runtime_error("the client does not open the pad");
+  }
   std::size_t nextLine = lineCount();
   for (int n = 0; n < count; ++n) {
     if (n >= kUnreadReports) {

@@ -22,7 +22,8 @@ class Client : public Program {
     double others;      // of the SDK's other threads together
   };
 
-  explicit Client(bool unprivileged = false);
+  // On the route Libusb, the client's hidapi is hidapi-libusb.
+  explicit Client(Route route = Route::Uhid, bool unprivileged = false);
 
   // Opens the pad's provider and its connection. Returns the number of pads that the provider
   // reports.
@@ -43,7 +44,7 @@ class Client : public Program {
   // Sends reports number `first` to `first` + `count` - 1, never more at a time than the kernel
   // queues, and returns when the client has received as many samples. Throws std::runtime_error if
   // they do not arrive.
-  void write(virtualpads::UhidPad& pad, const TestPad& kind, int first, int count) const;
+  void write(virtualpads::KernelPad& pad, const TestPad& kind, int first, int count) const;
 };
 
 #endif

@@ -1,4 +1,4 @@
-// The kernel face on a real kernel, accessed through the distribution's hidapi, as by a program
+// The kernel faces on a real kernel, accessed through the distribution's hidapi, as by a program
 // without the SDK.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,10 +36,11 @@ struct CloseDevice {
 };
 using Device = std::unique_ptr<hid_device, CloseDevice>;
 
-Device openPad(const UhidPad& pad) {
+Device openPad(const KernelPad& pad) {
   const std::string node = pad.waitForNode();
   Device device(hid_open_path(node.c_str()));
   if (!device) throw std::runtime_error("hidapi does not open the pad's node: " + node);
+  if (!pad.waitUntilOpen()) throw std::runtime_error("the pad is not polled");
   return device;
 }
 
@@ -83,44 +84,48 @@ class BrokenPad : public UsbPad {
   }
 };
 
-TEST(KernelFaceTest, PadsAreListedWithTheirIdentity) {
-  const auto usb = plugged(PadKind::Usb);
-  const auto ii = plugged(PadKind::Ii);
-  const auto ink = plugged(PadKind::Ink);
-  const auto vision = plugged(PadKind::Vision);
+class KernelFaceTest : public ::testing::TestWithParam<Face> {};
+
+INSTANTIATE_TEST_SUITE_P(Faces, KernelFaceTest, ::testing::ValuesIn(faces()),
+                         [](const auto& parameter) { return nameOf(parameter.param); });
+
+TEST_P(KernelFaceTest, PadsAreListedWithTheirIdentity) {
+  const auto usb = plugged(PadKind::Usb, GetParam());
+  const auto ii = plugged(PadKind::Ii, GetParam());
+  const auto ink = plugged(PadKind::Ink, GetParam());
+  const auto vision = plugged(PadKind::Vision, GetParam());
   EXPECT_THAT(listed(), UnorderedElementsAre(
                             Pair(Pair(18, L"Vela USB"), 1), Pair(Pair(31, L"Vela II"), 1),
                             Pair(Pair(48, L"Vela Ink"), 1), Pair(Pair(56, L"Vela Vision"), 1)));
 }
 
-TEST(KernelFaceTest, PadPluggedTwiceIsListedTwice) {
-  const auto first = plugged(PadKind::Ii);
-  const auto second = plugged(PadKind::Ii);
-  const auto other = plugged(makeOtherPad());
+TEST_P(KernelFaceTest, PadPluggedTwiceIsListedTwice) {
+  const auto first = plugged(PadKind::Ii, GetParam());
+  const auto second = plugged(PadKind::Ii, GetParam());
+  const auto other = plugged(makeOtherPad(), GetParam());
   EXPECT_NE(first->waitForNode(), second->waitForNode());
   EXPECT_THAT(listed(),
               UnorderedElementsAre(Pair(Pair(31, L"Vela II"), 2), Pair(Pair(67, L"Other"), 1)));
 }
 
-TEST(KernelFaceTest, NodeComesAndGoesWithThePlug) {
-  UhidPad pad(makePad(PadKind::Usb));
-  pad.plug();
-  const std::string node = pad.waitForNode();
+TEST_P(KernelFaceTest, NodeComesAndGoesWithThePlug) {
+  const auto pad = plugged(PadKind::Usb, GetParam());
+  const std::string node = pad->waitForNode();
   struct stat status {};
   ASSERT_EQ(stat(node.c_str(), &status), 0) << node;
   EXPECT_TRUE(S_ISCHR(status.st_mode));
-  pad.unplug();
+  pad->unplug();
   EXPECT_NE(stat(node.c_str(), &status), 0);
   EXPECT_THAT(listed(), IsEmpty());
-  pad.plug();
-  EXPECT_NE(pad.waitForNode(), "");
+  pad->plug();
+  EXPECT_NE(pad->waitForNode(), "");
   EXPECT_THAT(listed(), ElementsAre(Pair(Pair(18, L"Vela USB"), 1)));
 }
 
-TEST(KernelFaceTest, EveryModelsReportDescriptorReachesThePrograms) {
+TEST_P(KernelFaceTest, EveryModelsReportDescriptorReachesThePrograms) {
   for (const PadKind kind : {PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
     const auto model = makePad(kind);
-    const auto pad = plugged(model);
+    const auto pad = plugged(model, GetParam());
     const std::string node = pad->waitForNode();
     const std::string attribute =
         "/sys/class/hidraw/" + node.substr(node.rfind('/') + 1) + "/device/report_descriptor";
@@ -133,8 +138,8 @@ TEST(KernelFaceTest, EveryModelsReportDescriptorReachesThePrograms) {
   }
 }
 
-TEST(KernelFaceTest, ReportsWhetherAProgramHasTheNodeOpen) {
-  const auto pad = plugged(PadKind::Usb);
+TEST_P(KernelFaceTest, ReportsWhetherAProgramHasTheNodeOpen) {
+  const auto pad = plugged(PadKind::Usb, GetParam());
   EXPECT_FALSE(pad->open());
   Device first = openPad(*pad);
   ASSERT_NE(first, nullptr);
@@ -146,30 +151,30 @@ TEST(KernelFaceTest, ReportsWhetherAProgramHasTheNodeOpen) {
   EXPECT_TRUE(pad->waitUntilClosed());
 }
 
-TEST(KernelFaceTest, InputReportsArriveAsSent) {
-  const auto usb = plugged(PadKind::Usb);
+TEST_P(KernelFaceTest, InputReportsArriveAsSent) {
+  const auto usb = plugged(PadKind::Usb, GetParam());
   const Device usbDevice = openPad(*usb);
   usb->send({0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F});
   EXPECT_THAT(read(usbDevice), ElementsAre(0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F));
 
-  const auto ii = plugged(PadKind::Ii);
+  const auto ii = plugged(PadKind::Ii, GetParam());
   const Device iiDevice = openPad(*ii);
   ii->send({1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9});
   EXPECT_THAT(read(iiDevice), ElementsAre(1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9));
 
-  const auto ink = plugged(PadKind::Ink);
+  const auto ink = plugged(PadKind::Ink, GetParam());
   const Device inkDevice = openPad(*ink);
   ink->send({1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7});
   EXPECT_THAT(read(inkDevice), ElementsAre(1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7));
 
-  const auto vision = plugged(PadKind::Vision);
+  const auto vision = plugged(PadKind::Vision, GetParam());
   const Device visionDevice = openPad(*vision);
   vision->send({1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6});
   EXPECT_THAT(read(visionDevice),
               ElementsAre(1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6));
 }
 
-TEST(KernelFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
+TEST(UhidFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
   const auto pad = plugged(PadKind::Ii);
   const Device device = openPad(*pad);
   pad->send({3, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9});
@@ -177,8 +182,8 @@ TEST(KernelFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
   EXPECT_THAT(read(device), ElementsAre(1, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0));
 }
 
-// The limit documented at UhidPad::send. The kernel's ring of 64 entries holds one less.
-TEST(KernelFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
+// The limit documented at KernelPad::send. The kernel's ring of 64 entries holds one less.
+TEST(UhidFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
   const auto pad = plugged(PadKind::Usb);
   const Device device = openPad(*pad);
   for (std::uint8_t i = 0; i < 100; ++i) {
@@ -194,18 +199,18 @@ TEST(KernelFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
   EXPECT_EQ(arrived.back(), 62);
 }
 
-TEST(KernelFaceTest, FeatureReportsAreGotAtTheirFullLength) {
-  const auto ii = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, FeatureReportsAreGotAtTheirFullLength) {
+  const auto ii = plugged(PadKind::Ii, GetParam());
   const Device iiDevice = openPad(*ii);
   EXPECT_EQ(getFeature(iiDevice, 10, 55).size(), 55u);
   EXPECT_THAT(getFeature(iiDevice, 2, 17), testing::SizeIs(17));
 
-  const auto ink = plugged(PadKind::Ink);
+  const auto ink = plugged(PadKind::Ink, GetParam());
   const Device inkDevice = openPad(*ink);
   EXPECT_THAT(getFeature(inkDevice, 3, 17), testing::SizeIs(17));
   EXPECT_THAT(getFeature(inkDevice, 6, 9), testing::SizeIs(9));
 
-  const auto vision = plugged(PadKind::Vision);
+  const auto vision = plugged(PadKind::Vision, GetParam());
   const Device visionDevice = openPad(*vision);
   EXPECT_THAT(getFeature(visionDevice, 2, 34), testing::SizeIs(34));
   EXPECT_THAT(getFeature(visionDevice, 3, 17), testing::SizeIs(17));
@@ -219,9 +224,9 @@ TEST(KernelFaceTest, FeatureReportsAreGotAtTheirFullLength) {
                                               FeatureRequest{FeatureCall::Get, {17}, true}));
 }
 
-TEST(KernelFaceTest, FeatureReportsAreSetAtTheirFullLength) {
+TEST_P(KernelFaceTest, FeatureReportsAreSetAtTheirFullLength) {
   const auto model = std::make_shared<InkPad>();
-  const auto pad = plugged(model);
+  const auto pad = plugged(model, GetParam());
   const Device device = openPad(*pad);
   Bytes band(2408, 0);
   band[0] = 7;
@@ -234,15 +239,15 @@ TEST(KernelFaceTest, FeatureReportsAreSetAtTheirFullLength) {
   EXPECT_THAT(model->clears(), ElementsAre(1));
 }
 
-TEST(KernelFaceTest, FeatureReportsThatThePadDoesNotHaveFail) {
-  const auto pad = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, FeatureReportsThatThePadDoesNotHaveFail) {
+  const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
   EXPECT_THAT(getFeature(device, 11, 17), IsEmpty());
   EXPECT_EQ(setFeature(device, {10, 0, 0}), -1);
 }
 
-TEST(KernelFaceTest, RefusedAndShortAnswersReachTheProgram) {
-  const auto pad = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, RefusedAndShortAnswersReachTheProgram) {
+  const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
   pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Refuse});
   EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
@@ -251,8 +256,8 @@ TEST(KernelFaceTest, RefusedAndShortAnswersReachTheProgram) {
   EXPECT_THAT(getFeature(device, 2, 17), testing::SizeIs(17));
 }
 
-TEST(KernelFaceTest, ProgramWaitsForLateAnswers) {
-  const auto pad = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, ProgramWaitsForLateAnswers) {
+  const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
   pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Late});
   auto reply = std::async(std::launch::async, [&] { return getFeature(device, 2, 17); });
@@ -262,8 +267,8 @@ TEST(KernelFaceTest, ProgramWaitsForLateAnswers) {
   EXPECT_THAT(reply.get(), testing::SizeIs(17));
 }
 
-TEST(KernelFaceTest, UnplugFailsReadsAndRequestsAtOnce) {
-  const auto pad = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, UnplugFailsReadsAndRequestsAtOnce) {
+  const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
   auto waiting = std::async(std::launch::async, [&] {
     Bytes report(11);
@@ -274,8 +279,8 @@ TEST(KernelFaceTest, UnplugFailsReadsAndRequestsAtOnce) {
   EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
 }
 
-TEST(KernelFaceTest, UnplugDuringARequestFailsIt) {
-  const auto pad = plugged(PadKind::Ii);
+TEST_P(KernelFaceTest, UnplugDuringARequestFailsIt) {
+  const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
   pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Unplug});
   EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
@@ -286,14 +291,14 @@ TEST(KernelFaceTest, UnplugDuringARequestFailsIt) {
   EXPECT_THAT(getFeature(again, 2, 17), testing::SizeIs(17));
 }
 
-TEST(KernelFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
+TEST(UhidFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
   UhidPad pad(std::make_shared<BrokenPad>());
   EXPECT_THROW(pad.plug(), std::system_error);
   EXPECT_FALSE(pad.plugged());
 }
 
 // Runs in a child process, which drops its privileges permanently.
-TEST(KernelFaceDeathTest, WithoutPermissionPlugSaysSo) {
+TEST(UhidFaceDeathTest, WithoutPermissionPlugSaysSo) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_EXIT(
       {

@@ -21,8 +21,8 @@
 #include "Desktop.h"
 #include "TestPads.h"
 
+using virtualpads::KernelPad;
 using virtualpads::PadKind;
-using virtualpads::UhidPad;
 
 namespace {
 
@@ -54,7 +54,7 @@ void report(const char* what, const TestPad& kind, const std::vector<std::int64_
 // Sends the samples at a pad's pace and returns when each was handed to the kernel. `waitForNext`
 // returns when the reader has received one more sample. It delays the pen when the reader is so far
 // behind that the kernel would drop reports.
-std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind,
+std::vector<std::int64_t> sendAtPace(KernelPad& pad, const TestPad& kind,
                                      const std::function<void()>& waitForNext) {
   std::vector<std::int64_t> sent;
   auto next = Clock::now();
@@ -72,7 +72,7 @@ std::vector<std::int64_t> sendAtPace(UhidPad& pad, const TestPad& kind,
 class LatencyTest : public ::testing::TestWithParam<int> {
  protected:
   const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
-  std::unique_ptr<UhidPad> pad = plugged(kind.kind);
+  std::unique_ptr<KernelPad> pad = plugged(kind.kind);
 };
 
 TEST_P(LatencyTest, HidapiAlone) {

@@ -1,7 +1,8 @@
 // The unplug storm: the pad is unplugged repeatedly while the pen moves and the client's thread
 // makes one call after another.
 //
-// kernel-storm ROUNDS: that many rounds for each pad.
+// kernel-storm ROUNDS USB_ROUNDS: that many rounds for each pad, on uhid, and on the USB with each
+// of hidapi's backends. The kernel takes half a second to configure a USB device.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,20 +23,23 @@ constexpr std::chrono::seconds kCloseLimit{4};
 constexpr long kCallsWhileUnplugged = 10;
 constexpr double kPercentUnplugged = 5;  // of a core, for the thread that tries to read
 
-int rounds = 0;
+int roundsOnUhid = 0;
+int roundsOnUsb = 0;
 
 // The rounds of calls that the client has made since "hammer".
 long progress(Client& client) {
   return std::stol(client.ask("progress"));
 }
 
-class StormTest : public ::testing::TestWithParam<int> {};
+class StormTest : public ::testing::TestWithParam<std::tuple<std::size_t, Route>> {};
 
 TEST_P(StormTest, ClientSurvives) {
-  const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
-  const auto pad = plugged(kind.kind);
+  const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
+  const Route route = std::get<1>(GetParam());
+  const int rounds = route == Route::Uhid ? roundsOnUhid : roundsOnUsb;
+  const auto pad = plugged(kind.kind, faceOf(route));
   const MovingPen pen([&](int n) { pad->send(kind.report(n)); });
-  Client client;
+  Client client(route);
   const auto start = Clock::now();
   auto longestClose = Clock::duration::zero();
   double percentUnplugged = 0;
@@ -64,24 +68,29 @@ TEST_P(StormTest, ClientSurvives) {
     return static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(time).count());
   };
   std::printf(
-      "%s pad: %d rounds in %ld ms, the longest close %ld ms, %.1f %% of a core unplugged\n",
-      kind.name, rounds, milliseconds(Clock::now() - start), milliseconds(longestClose),
-      percentUnplugged);
+      "%s pad on %s: %d rounds in %ld ms, the longest close %ld ms, %.1f %% of a core unplugged\n",
+      kind.name, nameOf(route), rounds, milliseconds(Clock::now() - start),
+      milliseconds(longestClose), percentUnplugged);
 }
 
-std::string padName(const ::testing::TestParamInfo<int>& parameter) {
-  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Pads, StormTest, ::testing::Range(0, 4), padName);
+INSTANTIATE_TEST_SUITE_P(Pads, StormTest,
+                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
+                                            ::testing::ValuesIn(routes())),
+                         [](const auto& parameter) {
+                           return kTestPads.at(std::get<0>(parameter.param)).name +
+                                  std::string("On") + nameOf(std::get<1>(parameter.param));
+                         });
 
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  rounds = argc == 2 ? std::atoi(argv[1]) : 0;
-  if (rounds < 1) {
-    std::fputs("usage: kernel-storm ROUNDS\n", stderr);
+  if (argc == 3) {
+    roundsOnUhid = std::atoi(argv[1]);
+    roundsOnUsb = std::atoi(argv[2]);
+  }
+  if (roundsOnUhid < 1 || roundsOnUsb < 1) {
+    std::fputs("usage: kernel-storm ROUNDS USB_ROUNDS\n", stderr);
     return EXIT_FAILURE;
   }
   return RUN_ALL_TESTS();

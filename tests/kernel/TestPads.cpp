@@ -1,14 +1,20 @@
 #include "TestPads.h"
 
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
+#include "virtualpads/kernel/UhidPad.h"
+#include "virtualpads/usb/VhciPad.h"
+
 using virtualpads::Bytes;
 using virtualpads::FeatureFault;
+using virtualpads::KernelPad;
 using virtualpads::PadKind;
 using virtualpads::PadModel;
 using virtualpads::PenState;
 using virtualpads::UhidPad;
+using virtualpads::VhciPad;
 
 namespace {
 
@@ -85,7 +91,7 @@ std::ostream& operator<<(std::ostream& out, const Sample& sample) {
              << ", touch " << sample.touch << ", number " << sample.sequence << ")";
 }
 
-void unplugAt(UhidPad& pad, Request request) {
+void unplugAt(KernelPad& pad, Request request) {
   pad.fail(request.call, request.reportId, {FeatureFault::Kind::Unplug});
 }
 
@@ -93,17 +99,47 @@ std::shared_ptr<PadModel> makeOtherPad() {
   return std::make_shared<OtherPad>();
 }
 
-std::unique_ptr<UhidPad> plugged(std::shared_ptr<PadModel> model) {
-  auto pad = std::make_unique<UhidPad>(std::move(model));
+std::vector<Face> faces() {
+  if (virtualpads::vhciIsThere()) {
+    return {Face::Uhid, Face::Usb};
+  }
+  std::fputs("SKIPPED: the USB face; this kernel has no vhci-hcd\n", stderr);
+  return {Face::Uhid};
+}
+
+std::vector<Route> routes() {
+  if (faces().size() > 1) {
+    return {Route::Uhid, Route::Usb, Route::Libusb};
+  }
+  return {Route::Uhid};
+}
+
+const char* nameOf(Face face) {
+  return face == Face::Uhid ? "Uhid" : "Usb";
+}
+
+const char* nameOf(Route route) {
+  return route == Route::Libusb ? "Libusb" : nameOf(faceOf(route));
+}
+
+std::unique_ptr<KernelPad> makeOnFace(std::shared_ptr<PadModel> model, Face face) {
+  if (face == Face::Uhid) {
+    return std::make_unique<UhidPad>(std::move(model));
+  }
+  return std::make_unique<VhciPad>(std::move(model));
+}
+
+std::unique_ptr<KernelPad> plugged(std::shared_ptr<PadModel> model, Face face) {
+  auto pad = makeOnFace(std::move(model), face);
   replug(*pad);
   return pad;
 }
 
-std::unique_ptr<UhidPad> plugged(PadKind kind) {
-  return plugged(virtualpads::makePad(kind));
+std::unique_ptr<KernelPad> plugged(PadKind kind, Face face) {
+  return plugged(virtualpads::makePad(kind), face);
 }
 
-void replug(UhidPad& pad) {
+void replug(KernelPad& pad) {
   pad.plug();
   if (pad.waitForNode().empty()) {
     throw std::runtime_error("the pad has no node");

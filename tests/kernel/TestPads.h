@@ -3,11 +3,15 @@
 #define TESTS_KERNEL_TESTPADS_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
+#include <string>
+#include <vector>
 
-#include "virtualpads/kernel/UhidPad.h"
+#include "virtualpads/kernel/KernelPad.h"
 
 // A pen sample as the SDK's callback gets it, without its time.
 struct Sample {
@@ -35,8 +39,8 @@ struct TestPad {
 extern const std::array<TestPad, 4> kTestPads;
 
 // How far a test may send ahead of the reading program. The kernel queues 63 unread reports and
-// drops further ones.
-constexpr int kUnreadReports = 48;
+// drops further ones; hidapi-libusb keeps 30.
+constexpr int kUnreadReports = 24;
 
 // A feature request.
 struct Request {
@@ -45,15 +49,39 @@ struct Request {
 };
 
 // Unplugs the pad when it gets the request, which is not answered.
-void unplugAt(virtualpads::UhidPad& pad, Request request);
+void unplugAt(virtualpads::KernelPad& pad, Request request);
 
 // A pad of the same vendor that the SDK has no driver for.
 std::shared_ptr<virtualpads::PadModel> makeOtherPad();
 
+// The faces on which a pad is plugged into the kernel: as a HID device, or as a USB device.
+enum class Face { Uhid, Usb };
+
+// A face, and the backend of hidapi through which the program reaches the pad. hidapi-libusb needs
+// a USB device.
+enum class Route { Uhid, Usb, Libusb };
+
+constexpr Face faceOf(Route route) {
+  return route == Route::Uhid ? Face::Uhid : Face::Usb;
+}
+
+// Those that this kernel offers. Without the module vhci-hcd only uhid, after a line on standard
+// error.
+std::vector<Face> faces();
+std::vector<Route> routes();
+
+// "Uhid", "Usb", "Libusb".
+const char* nameOf(Face face);
+const char* nameOf(Route route);
+
 // Plugs in a pad and returns when it has its node. Throws std::runtime_error if it gets none.
-std::unique_ptr<virtualpads::UhidPad> plugged(std::shared_ptr<virtualpads::PadModel> model);
-std::unique_ptr<virtualpads::UhidPad> plugged(virtualpads::PadKind kind);
+std::unique_ptr<virtualpads::KernelPad> plugged(std::shared_ptr<virtualpads::PadModel> model,
+                                                Face face = Face::Uhid);
+std::unique_ptr<virtualpads::KernelPad> plugged(virtualpads::PadKind kind, Face face = Face::Uhid);
 // The same for a pad that was unplugged.
-void replug(virtualpads::UhidPad& pad);
+void replug(virtualpads::KernelPad& pad);
+// A pad that is not plugged yet.
+std::unique_ptr<virtualpads::KernelPad> makeOnFace(std::shared_ptr<virtualpads::PadModel> model,
+                                                   Face face);
 
 #endif

@@ -38,7 +38,9 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
       line.version = true;
       return line;
     }
-    if (argument == "--replay" || argument == "--record") {
+    if (argument == "--usb") {
+      line.usb = true;
+    } else if (argument == "--replay" || argument == "--record") {
       auto& file = argument == "--replay" ? line.replay : line.record;
       if (file) {
         throw UsageError(argument + " is given more than once");
@@ -66,10 +68,10 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
 }
 
 const char* const kUsage =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]\n";
+    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n";
 
 const char* const kHelp =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]\n"
+    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n"
     "\n"
     "Plugs a virtual pad into this computer. Until vela-virtual-pad ends, every\n"
     "program finds it like a real pad.\n"
@@ -82,6 +84,8 @@ const char* const kHelp =
     "A window shows the pad and what a program displays on it. Write in the window\n"
     "with the mouse or a tablet. Closing the window unplugs the pad.\n"
     "\n"
+    "  --usb          plug in a USB device, not only a HID device: lsusb lists it, and\n"
+    "                 the kernel's USB driver reads it; requires root\n"
     "  --record FILE  also write the reports that the pad sends to FILE\n"
     "  --replay FILE  show no window; wait until a program has opened the pad, send\n"
     "                 the reports of the recording at their original pace, and unplug\n"
@@ -94,6 +98,7 @@ const char* const kHelp =
     "recording were lost; 2 if the arguments are invalid.\n"
     "\n"
     "The pad is created through /dev/uhid (Linux only). This requires the kernel's\n"
-    "uhid module, and permission to read and write that file.\n";
+    "uhid module, and permission to read and write that file. With --usb it is created\n"
+    "through the kernel's virtual USB host controller, in the module vhci-hcd.\n";
 
 }  // namespace virtualpads

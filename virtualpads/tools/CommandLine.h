@@ -15,6 +15,7 @@ struct CommandLine {
   bool help = false;     // the rest is then ignored
   bool version = false;  // likewise
   PadKind pad = PadKind::Usb;
+  bool usb = false;                                  // as a USB device
   std::optional<std::string> replay = std::nullopt;  // the recording to read
   std::optional<std::string> record = std::nullopt;  // the recording to write
   bool operator==(const CommandLine&) const = default;

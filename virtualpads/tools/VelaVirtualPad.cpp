@@ -11,12 +11,15 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "virtualpads/Recording.h"
 #include "virtualpads/kernel/UhidPad.h"
 #include "virtualpads/tools/CommandLine.h"
 #include "virtualpads/tools/Replay.h"
 #include "virtualpads/tools/UhidTrouble.h"
+#include "virtualpads/tools/VhciTrouble.h"
+#include "virtualpads/usb/VhciPad.h"
 #include "virtualpads/window/PadWindow.h"
 #include "virtualpads/window/WatchedPad.h"
 
@@ -37,12 +40,22 @@ int fail(const std::string& complaint) {
   return kFailure;
 }
 
+std::unique_ptr<KernelPad> makeKernelPad(std::shared_ptr<PadModel> model, bool usb) {
+  if (usb) {
+    return std::make_unique<VhciPad>(std::move(model));
+  }
+  return std::make_unique<UhidPad>(std::move(model));
+}
+
 // The pad's node, or nothing after an error message.
-std::optional<std::string> plug(UhidPad& pad) {
+std::optional<std::string> plug(KernelPad& pad, bool usb) {
+  if (usb && !vhciIsThere()) {
+    loadVhci();
+  }
   try {
     pad.plug();
   } catch (const std::system_error& error) {
-    fail(uhidTrouble(error));
+    fail(usb ? vhciTrouble(error) : uhidTrouble(error));
     return std::nullopt;
   }
   try {
@@ -57,7 +70,7 @@ std::optional<std::string> plug(UhidPad& pad) {
   return std::nullopt;
 }
 
-int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
+int runReplay(const std::shared_ptr<PadModel>& model, bool usb, const std::string& file) {
   Recording recording;
   try {
     recording = readRecording(file);
@@ -68,22 +81,22 @@ int runReplay(const std::shared_ptr<PadModel>& model, const std::string& file) {
     return fail(file + ": " + error.what());
   }
 
-  UhidPad pad(model);
-  const auto node = plug(pad);
+  const auto pad = makeKernelPad(model, usb);
+  const auto node = plug(*pad, usb);
   if (!node) {
     return kFailure;
   }
   std::printf("%s is plugged in at %s; waiting for a program to open it\n",
               model->identity().name.c_str(), node->c_str());
-  while (!pad.waitUntilOpen()) {
+  while (!pad->waitUntilOpen()) {
   }
   std::printf("sending %zu reports\n", recording.events.size());
   const auto begin = Clock::now() + kPauseAfterOpening;
   const std::size_t lost = replay(
       recording, [begin](auto since) { std::this_thread::sleep_until(begin + since); },
-      [&pad](const Bytes& report) { return pad.open() && pad.send(report); });
+      [&pad](const Bytes& report) { return pad->open() && pad->send(report); });
   std::printf("sent; waiting for the program to close the pad\n");
-  while (!pad.waitUntilClosed()) {
+  while (!pad->waitUntilClosed()) {
   }
   if (lost > 0) {
     return fail("lost " + std::to_string(lost) + " of " + std::to_string(recording.events.size()) +
@@ -101,7 +114,7 @@ void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context
   std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
 }
 
-int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
+int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model, bool usb,
               const std::optional<std::string>& file) {
   // Installed before the pad is plugged and a recording is replaced.
   const QtMessageHandler handler = qInstallMessageHandler(exitWhereThereIsNoDisplay);
@@ -109,8 +122,8 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
   qInstallMessageHandler(handler);
 
   auto watched = std::make_shared<WatchedPad>(model);
-  UhidPad pad(watched);
-  const auto node = plug(pad);
+  const auto pad = makeKernelPad(watched, usb);
+  const auto node = plug(*pad, usb);
   if (!node) {
     return kFailure;
   }
@@ -128,7 +141,7 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model,
 
   PadWindow window(watched, [&](const PenState& pen) {
     const Bytes report = watched->inputReport(pen);
-    pad.send(report);
+    pad->send(report);
     if (recorder && !recorder->write(std::chrono::milliseconds(pen.milliseconds), report)) {
       recorder.reset();
       QCoreApplication::exit(fail("cannot write " + *file));
@@ -159,7 +172,8 @@ int run(int argc, char** argv) {
     return 0;
   }
   const auto model = makePad(line.pad);
-  return line.replay ? runReplay(model, *line.replay) : runWindow(argc, argv, model, line.record);
+  return line.replay ? runReplay(model, line.usb, *line.replay)
+                     : runWindow(argc, argv, model, line.usb, line.record);
 }
 
 }  // namespace

@@ -25,6 +25,13 @@ TEST(CommandLine, NamesARecordingBeforeOrAfterThePad) {
             (CommandLine{.pad = PadKind::Ii, .record = "-b"}));
 }
 
+TEST(CommandLine, AsksForAUsbDevice) {
+  EXPECT_FALSE(parseCommandLine(Arguments{"ii"}).usb);
+  EXPECT_TRUE(parseCommandLine(Arguments{"--usb", "ii"}).usb);
+  EXPECT_EQ(parseCommandLine(Arguments{"ii", "--usb", "--replay", "a"}),
+            (CommandLine{.pad = PadKind::Ii, .usb = true, .replay = "a"}));
+}
+
 TEST(CommandLine, AsksForHelpRegardlessOfOtherArguments) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--help"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"-h"}).help);

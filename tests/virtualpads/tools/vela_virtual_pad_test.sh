@@ -21,7 +21,7 @@ expect() {
   fi
 }
 
-usage='usage: vela-virtual-pad usb|ii|ink|vision [--replay FILE | --record FILE]'
+usage='usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]'
 head=$'R: 1 06\nN: Vela Ink\nI: 3 04df 0030\n'
 
 expect 0 '' --help
@@ -60,6 +60,11 @@ if [ ! -e /dev/uhid ]; then
   expect 1 "vela-virtual-pad: $missing" ink
   expect 1 "vela-virtual-pad: $missing" ink --record kept.hid
   [ "$(cat kept.hid)" = precious ] || { echo "the recording is emptied without a pad"; failures=1; }
+fi
+
+if [ ! -e /sys/devices/platform/vhci_hcd.0 ] && ! modinfo vhci-hcd >/dev/null 2>&1; then
+  expect 1 "vela-virtual-pad: the kernel's virtual USB host controller is missing; root loads its module: modprobe vhci-hcd" \
+    ink --usb --replay ink.hid
 fi
 
 exit $failures

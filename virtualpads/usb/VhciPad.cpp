@@ -1,0 +1,200 @@
+#include "virtualpads/usb/VhciPad.h"
+
+#include <linux/usb/ch9.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "virtualpads/usb/UsbDescriptors.h"
+
+namespace virtualpads {
+namespace {
+
+// A host that has taken a report asks for the next one at once, unless it has ended polling.
+constexpr std::chrono::seconds kEndOfPolling{1};
+
+// The status of a transfer, as in the kernel's URBs.
+constexpr int kDone = 0;
+constexpr int kStall = -EPIPE;
+constexpr int kBabble = -EOVERFLOW;
+constexpr int kUnlinked = -ECONNRESET;
+constexpr int kNoResponse = -EPROTO;
+
+}  // namespace
+
+VhciPad::VhciPad(std::shared_ptr<PadModel> model, std::uint8_t interval,
+                 std::function<UsbPort()> openPort)
+    : KernelPad(std::move(model)), m_interval(interval), m_openPort(std::move(openPort)) {}
+
+VhciPad::~VhciPad() {
+  unplug();
+}
+
+std::string VhciPad::port() const {
+  std::lock_guard lock(m_mutex);
+  return m_port;
+}
+
+KernelPad::Connection VhciPad::connect() {
+  UsbPort port = m_openPort();
+  m_device.emplace(model(), m_interval);
+  m_port = port.name;
+  m_waitUntilGone = std::move(port.waitUntilGone);
+  m_nextPoll = {};
+  return {std::move(port.device), m_port + "/input" + std::to_string(kInterface)};
+}
+
+void VhciPad::disconnect() {
+  // What a host controller reports of transfers to a device that no longer responds.
+  for (const auto& [sequence, command] : m_controls) {
+    returnSubmit(device(), sequence, kNoResponse, 0);
+  }
+  if (m_poll) {
+    returnSubmit(device(), m_poll->sequence, kNoResponse, 0);
+  }
+  shutdown(device(), SHUT_RDWR);
+  m_controls.clear();
+  m_poll.reset();
+  m_reports.clear();
+}
+
+void VhciPad::waitUntilGone() const {
+  if (m_waitUntilGone) {
+    m_waitUntilGone();
+  }
+}
+
+std::function<void()> VhciPad::readEvent() {
+  const auto command = receiveCommand(device());
+  if (!command) {
+    return [this] { breakConnection(); };
+  }
+  return [this, command = *command] { handle(command); };
+}
+
+// m_mutex is held from here on.
+
+void VhciPad::handle(const UsbipCommand& command) {
+  command.kind == UsbipCommand::Kind::Submit ? submit(command) : unlink(command);
+}
+
+void VhciPad::submit(const UsbipCommand& command) {
+  if (command.endpoint == 0) {
+    control(command);
+  } else if (command.endpoint == kInputEndpoint && command.in && m_device->configured() &&
+             !m_poll) {
+    m_poll = Transfer{command.sequence, command.length};
+    setOpen(true);
+    pollEndpoint();
+  } else {
+    returnSubmit(device(), command.sequence, kStall, 0);
+  }
+}
+
+void VhciPad::unlink(const UsbipCommand& command) {
+  int status = kDone;
+  if (m_poll && m_poll->sequence == command.unlinked) {
+    m_poll.reset();
+    m_reports.clear();
+    setOpen(false);
+    status = kUnlinked;
+  } else if (m_controls.erase(command.unlinked) > 0) {
+    forgetLateAnswer(command.unlinked);
+    status = kUnlinked;
+  }
+  returnUnlink(device(), command.sequence, status);
+}
+
+void VhciPad::control(const UsbipCommand& command) {
+  m_controls[command.sequence] = command;
+  const auto request = reportRequest(command.setup);
+  if (!request) {
+    const bool wasConfigured = m_device->configured();
+    returnControl(command.sequence, m_device->control(command.setup), false);
+    if (m_device->configured() && !wasConfigured) {
+      setStarted();
+    }
+  } else if (request->type != ReportRequest::Type::Feature) {
+    returnControl(command.sequence, std::nullopt, false);
+  } else if (request->direction == ReportRequest::Direction::Get) {
+    takeFeatureRequest(FeatureCall::Get, command.sequence, request->reportId, {request->reportId});
+  } else {
+    takeFeatureRequest(FeatureCall::Set, command.sequence, request->reportId, command.data);
+  }
+}
+
+void VhciPad::answer(FeatureCall /*call*/, std::uint32_t requestId,
+                     const std::optional<Bytes>& reply, bool babble) {
+  returnControl(requestId, reply, babble);
+}
+
+void VhciPad::returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply,
+                            bool babble) {
+  const auto found = m_controls.extract(sequence);
+  if (found.empty()) {
+    return;
+  }
+  const UsbipCommand& command = found.mapped();
+  if (babble) {
+    returnSubmit(device(), sequence, kBabble, command.in ? command.length : 0,
+                 Bytes(command.in ? command.length : 0));
+  } else if (!reply) {
+    returnSubmit(device(), sequence, kStall, 0);
+  } else if (command.in) {
+    Bytes data = *reply;
+    data.resize(std::min<std::size_t>(data.size(), command.length));
+    returnSubmit(device(), sequence, kDone, data.size(), data);
+  } else {
+    returnSubmit(device(), sequence, kDone, command.length);
+  }
+}
+
+bool VhciPad::sendReport(const Bytes& report) {
+  if (!isOpen() || m_reports.size() == kKeptReports) {
+    // Nobody polls the pad, or it polls too slowly: the report is lost, as with a real pad.
+    return true;
+  }
+  m_reports.push_back(report);
+  pollEndpoint();
+  wakeEventThread();
+  return true;
+}
+
+// Answers the host's poll when it is time for it and the pad has a report.
+void VhciPad::pollEndpoint() {
+  const auto now = Clock::now();
+  if (!m_poll || now < m_nextPoll || (m_reports.empty() && !m_device->halted())) {
+    return;
+  }
+  const Transfer poll = *std::exchange(m_poll, std::nullopt);
+  m_lastPoll = now;
+  m_nextPoll = now + std::chrono::milliseconds(m_interval);
+  if (m_device->halted()) {
+    returnSubmit(device(), poll.sequence, kStall, 0);
+    return;
+  }
+  Bytes report = std::move(m_reports.front());
+  m_reports.pop_front();
+  const int status = report.size() > poll.length ? kBabble : kDone;
+  report.resize(std::min<std::size_t>(report.size(), poll.length));
+  returnSubmit(device(), poll.sequence, status, report.size(), report);
+}
+
+std::optional<KernelPad::Clock::time_point> VhciPad::nextTime() const {
+  if (m_poll) {
+    return m_reports.empty() ? std::nullopt : std::optional(m_nextPoll);
+  }
+  return isOpen() ? std::optional(m_lastPoll + kEndOfPolling) : std::nullopt;
+}
+
+void VhciPad::onTime() {
+  pollEndpoint();
+  if (!m_poll && isOpen() && Clock::now() >= m_lastPoll + kEndOfPolling) {
+    m_reports.clear();
+    setOpen(false);
+  }
+}
+
+}  // namespace virtualpads

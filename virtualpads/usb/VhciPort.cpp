@@ -1,0 +1,125 @@
+#include "virtualpads/usb/VhciPort.h"
+
+#include <fcntl.h>
+#include <linux/usb/ch9.h>
+#include <linux/usbip.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "virtualpads/kernel/DeviceEvents.h"
+
+namespace virtualpads {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kController = "/sys/devices/platform/vhci_hcd.0";
+constexpr std::chrono::seconds kRemovalLimit{30};
+
+// The kernel only hands this number back in its commands.
+constexpr unsigned kDeviceId = 1;
+
+std::system_error systemError(int error, const std::string& what) {
+  return {error, std::generic_category(), what};
+}
+
+// The free ports of the controller's hub for low, full and high speed. After a line of titles, each
+// line of the file names a port's hub, its number and its status.
+std::vector<unsigned> freePorts() {
+  std::ifstream file(kController / "status");
+  std::vector<unsigned> ports;
+  std::string line;
+  std::getline(file, line);
+  while (std::getline(file, line)) {
+    std::istringstream words(line);
+    std::string hub;
+    unsigned port = 0;
+    unsigned status = 0;
+    if (words >> hub >> port >> status && hub == "hs" && status == VDEV_ST_NULL) {
+      ports.push_back(port);
+    }
+  }
+  return ports;
+}
+
+// The name of the device in that port on the USB, such as "3-1".
+std::string busName(unsigned port) {
+  std::error_code missing;
+  for (const auto& entry : fs::directory_iterator(kController, missing)) {
+    const std::string name = entry.path().filename();
+    unsigned speed = 0;
+    if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480) {
+      return name.substr(3) + "-" + std::to_string(port + 1);
+    }
+  }
+  return {};
+}
+
+void waitUntilGone(const std::string& name) {
+  const fs::path device = "/sys/bus/usb/devices/" + name;
+  std::error_code missing;
+  try {
+    waitForDevices([&] { return !fs::exists(device, missing); }, kRemovalLimit);
+  } catch (const std::system_error&) {  // too many open files: the kernel removes it all the same
+  }
+}
+
+}  // namespace
+
+bool vhciIsThere() {
+  return access((kController / "attach").c_str(), F_OK) == 0;
+}
+
+void loadVhci() {
+  std::string program = "/sbin/modprobe";
+  std::string quietly = "--quiet";
+  std::string module = "vhci-hcd";
+  char* const arguments[] = {program.data(), quietly.data(), module.data(), nullptr};
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t child = 0;
+  if (posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) == 0) {
+    waitpid(child, nullptr, 0);
+  }
+  posix_spawn_file_actions_destroy(&actions);
+}
+
+UsbPort openVhciPort() {
+  const std::string path = kController / "attach";
+  const FileDescriptor attach(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (!attach) {
+    throw systemError(errno, path);
+  }
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw systemError(errno, "making a socket");
+  }
+  FileDescriptor device(ends[0]);
+  const FileDescriptor host(ends[1]);  // the kernel keeps its own reference
+  for (const unsigned port : freePorts()) {
+    const std::string line = std::to_string(port) + " " + std::to_string(host.get()) + " " +
+                             std::to_string(kDeviceId) + " " + std::to_string(USB_SPEED_FULL);
+    if (write(attach.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
+      return {std::move(device), "usb-vhci_hcd.0-" + std::to_string(port + 1),
+              [name = busName(port)] { waitUntilGone(name); }};
+    }
+    // Another program may have taken the port in the meantime.
+    if (errno != EBUSY) {
+      throw systemError(errno, path);
+    }
+  }
+  throw systemError(EBUSY, path);
+}
+
+}  // namespace virtualpads
