@@ -40,6 +40,16 @@ struct FeatureRequest {
   int length;
 };
 
+// The view of the application's window, in its units: its size, and where a line lies from a
+// quarter to three quarters of the pad's width, in the middle of its height.
+struct PadView {
+  int width;
+  int height;
+  int left;
+  int right;
+  int middle;
+};
+
 struct PadRow {
   const char* name;  // in names of tests
   virtualpads::PadKind kind;
@@ -55,6 +65,7 @@ struct PadRow {
   std::array<int, 6> ranges;        // while connected: ends of x, y, pressure
   double width;                     // in inches, while connected
   double height;
+  PadView view;
   const char* before;                  // what the pad is set to before these requests:
   std::vector<FeatureRequest> opens;   // from the open
   std::vector<FeatureRequest> closes;  // and the close
@@ -87,6 +98,8 @@ inline const std::array<PadRow, 4>& padTable() {
           .ranges = {0, 32767, 0, 32767, 0, 127},
           .width = 3.685,
           .height = 2.23,
+          // 32767 units across, 140 and 200 of them a view unit
+          .view = {265, 161, 58, 175, 81},
           .before = "",
           .opens = {},
           .closes = {},
@@ -115,6 +128,7 @@ inline const std::array<PadRow, 4>& padTable() {
           .ranges = {0, 32767, 0, 32767, 0, 127},
           .width = 3.685,
           .height = 2.23,
+          .view = {265, 161, 58, 175, 81},
           .before = "",
           .opens = {},
           .closes = {},
@@ -144,6 +158,7 @@ inline const std::array<PadRow, 4>& padTable() {
           .ranges = {0, 32767, 0, 32767, 0, 255},
           .width = 3.11,
           .height = 2.28,
+          .view = {224, 164, 58, 175, 81},
           // Bits outside all fields are set, to show what is carried along.
           .before = "03 A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF",
           .opens = {{kSet, "07 01 00 00", 2408},  // the picture
@@ -202,6 +217,8 @@ inline const std::array<PadRow, 4>& padTable() {
           .ranges = {0, 1300, 0, 1400, 0, 1023},
           .width = 4.5,
           .height = 2.8,
+          // 1300 by 1400 units, 4 and 7 of them a view unit
+          .view = {324, 202, 81, 243, 100},
           .before = "11 2F 11 12 21 22 31 32 41 42 51 52 53 54 55 61 62 71 72",
           .opens = {{kGet, "03", 17},     // reset
                     {kSet, "04 01", 17},  // mode
