@@ -8,12 +8,14 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "PenRecordQueue.h"
 #include "VisionRecordQueue.h"
 #include "support/PadTable.h"
 #include "support/PadTest.h"
+#include "support/Patience.h"
 #include "support/TimeControl.h"
 #include "support/Written.h"
 #include "velaii.h"
@@ -27,6 +29,8 @@ using support::Bytes;
 using support::called;
 using support::CallRecord;
 using support::Calls;
+using support::comesTrue;
+using support::Event;
 using support::Fault;
 using support::FeatureRequest;
 using support::hex;
@@ -57,6 +61,8 @@ class AnyDriver {
   virtual double width() = 0;
   virtual double height() = 0;
   virtual bool queueExists() const = 0;
+  // The next queued sample, where the queue holds PEN_DATA.
+  virtual std::unique_ptr<PEN_DATA> takeQueued() = 0;
 };
 
 template <class Driver, auto& queue>
@@ -72,6 +78,13 @@ class DriverWith : public AnyDriver {
   double width() override { return m_driver.GetPhysicalX(); }
   double height() override { return m_driver.GetPhysicalY(); }
   bool queueExists() const override { return queue != nullptr; }
+  std::unique_ptr<PEN_DATA> takeQueued() override {
+    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>) {
+      return std::unique_ptr<PEN_DATA>(queue->GetRecord(true));
+    } else {
+      return nullptr;
+    }
+  }
 
  private:
   Driver m_driver;
@@ -315,6 +328,36 @@ TEST_P(DriverTest, WhatTheModelEncodesArrives) {
   bus.sendPen(port, {.x = 1, .y = 0.25, .pressure = 1, .touch = true});
   EXPECT_TRUE(recorder.waitFor(1));
   EXPECT_THAT(pens(), ElementsAre(pad.edge));
+}
+
+// Of the pads whose queues hold PEN_DATA.
+class QueuedSampleTest : public DriverTest {};
+
+INSTANTIATE_TEST_SUITE_P(Pads, QueuedSampleTest,
+                         testing::Values(support::padRow(PadKind::Usb),
+                                         support::padRow(PadKind::Ii),
+                                         support::padRow(PadKind::Ink)),
+                         support::nameOfRow);
+
+TEST_P(QueuedSampleTest, HoldsTheReportsFieldsAndOnlyTheInkPadsId) {
+  Event taken;
+  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
+  open();
+  sendReport(pad.stroke[0]);
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
+  sendReport(pad.stroke[2]);
+  std::unique_ptr<PEN_DATA> sample;
+  EXPECT_TRUE(comesTrue([&] {
+    sample = driver->takeQueued();
+    return sample != nullptr;
+  }));
+  EXPECT_EQ(sample->bReserved, pad.kind == PadKind::Ink ? 1 : 0);
+  EXPECT_EQ(sample->bFlags, 0);
+  EXPECT_EQ((Pen{sample->wX, sample->wY, sample->bPressure, 0}), pad.stroke[2].pen);
+  EXPECT_EQ(sample->bSequence,
+            pad.kind == PadKind::Ink ? 3 : recorder.samples().front().sequence % 127 + 1);
+  taken.happen();
+  driver->close();  // the callback may still be waiting for `taken`
 }
 
 TEST_P(DriverTest, OnlyTheFirstReportIsDroppedWhenThePenIsUp) {

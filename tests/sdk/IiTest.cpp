@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/ScriptedPad.h"
 #include "support/Written.h"
@@ -19,8 +18,6 @@ namespace {
 using support::Bytes;
 using support::called;
 using support::Calls;
-using support::comesTrue;
-using support::Event;
 using support::Fault;
 using support::hex;
 using support::HidCall;
@@ -63,27 +60,6 @@ TEST_F(IiTest, ClearInkingSucceedsWithoutAskingThePad) {
   bus.clearLog();
   EXPECT_TRUE(driver.ClearInking());
   EXPECT_TRUE(bus.calls().empty());
-  driver.CloseConnection();
-}
-
-TEST_F(IiSampleTest, QueuedSampleHoldsNothingElse) {
-  Event taken;
-  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  openScripted();
-  send("00 01 00 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("E7 FE 34 12 BC 0A 7F 11 22 33 44");
-  std::unique_ptr<PEN_DATA> sample;
-  EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pDataHandler->GetRecord(true));
-    return sample != nullptr;
-  }));
-  EXPECT_EQ(sample->bReserved, 0);
-  EXPECT_EQ(sample->bFlags, 0);
-  EXPECT_EQ(sample->wX, 0x1234);
-  EXPECT_EQ(sample->wY, 0x0ABC);
-  EXPECT_EQ(sample->bPressure, 0x7F);
-  taken.happen();
   driver.CloseConnection();
 }
 

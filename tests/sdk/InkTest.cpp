@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/Written.h"
 #include "virtualpads/InkPad.h"
@@ -22,8 +21,6 @@ using support::Bytes;
 using support::called;
 using support::CallRecord;
 using support::Calls;
-using support::comesTrue;
-using support::Event;
 using support::Fault;
 using support::hex;
 using support::HidCall;
@@ -507,28 +504,6 @@ TEST_F(InkSampleTest, FieldsAreLittleEndianAndTheSequenceIsThePads) {
   EXPECT_EQ(recorder.samples(),
             (std::vector<Sample>{
                 {0x1234, 0x0ABC, 255, 1, 200}, {-28672, -1, 0, 0, 0}, {32767, 0, 128, 1, 200}}));
-}
-
-TEST_F(InkSampleTest, QueuedSampleKeepsTheReportId) {
-  Event taken;
-  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  openModel();
-  send("01 01 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("E7 FF 34 12 BC 0A FF C8");
-  std::unique_ptr<PEN_DATA> sample;
-  EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pInkDataHandler->GetRecord(true));
-    return sample != nullptr;
-  }));
-  EXPECT_EQ(sample->bReserved, 0xE7);
-  EXPECT_EQ(sample->bFlags & 1, 1);
-  EXPECT_EQ(sample->wX, 0x1234);
-  EXPECT_EQ(sample->wY, 0x0ABC);
-  EXPECT_EQ(sample->bPressure, 0xFF);
-  EXPECT_EQ(sample->bSequence, 0xC8);
-  taken.happen();
-  driver.CloseConnection();
 }
 
 TEST_F(InkSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {

@@ -4,20 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <memory>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/PadTable.h"
 #include "support/PadTest.h"
-#include "support/Patience.h"
 #include "virtualpads/PadModel.h"
 
 namespace {
 
 using support::Calls;
-using support::comesTrue;
-using support::Event;
 using support::Pen;
 using support::PenReport;
 using support::recordPen;
@@ -119,28 +114,6 @@ INSTANTIATE_TEST_SUITE_P(Touch, UsbReportTest,
                                          PenReport{"A0 5A 00 2D 00 00", {0, 0, 0, 0}},
                                          PenReport{"01 5A 00 2D 00 00", {0, 0, 0, 0}},
                                          PenReport{"FF 5A 00 2D 00 00", {0, 0, 0, 0}}));
-
-TEST_F(UsbStreamTest, QueuedSampleHoldsNothingElse) {
-  Event taken;
-  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  open();
-  send("20 5A 00 2D 00 01");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("20 4E 02 27 01 7F");
-  std::unique_ptr<PEN_DATA> sample;
-  EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pUSBDataHandler->GetRecord(true));
-    return sample != nullptr;
-  }));
-  EXPECT_EQ(sample->bReserved, 0);
-  EXPECT_EQ(sample->bFlags & 1, 1);
-  EXPECT_EQ(sample->wX, 16383);
-  EXPECT_EQ(sample->wY, 16383);
-  EXPECT_EQ(sample->bPressure, 0x7F);
-  EXPECT_EQ(sample->bSequence, recorder.samples()[0].sequence % 127 + 1);
-  taken.happen();
-  driver.CloseConnection();  // the callback may still be waiting for `taken`
-}
 
 TEST_F(UsbStreamTest, AnIncompleteReportIsNoSampleAndTakesNoNumber) {
   open();
