@@ -14,12 +14,14 @@
 #include "Queue.h"
 #include "VelaWrap.h"
 #include "giivela.h"
+#include "support/PadTable.h"
 #include "velausb.h"
 #include "virtualpads/PadModel.h"
 #include "virtualpads/hidapi/VirtualBus.h"
 
 namespace {
 
+using support::PadRow;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using virtualpads::HidCall;
@@ -103,35 +105,20 @@ class EndToEndTest : public testing::Test {
 
 // --- every pad: choose, open, write, clear, write again, reset ---
 
-struct Pad {
-  PadKind kind;
-  const char* provider;
-  QSize view;
-  // The position in the view of a line from a quarter to three quarters of the pad's width, in the
-  // middle of its height.
-  int left;
-  int right;
-  int middle;
-};
-
-void PrintTo(const Pad& pad, std::ostream* out) {
-  *out << pad.provider;
-}
-
-class EveryPadTest : public EndToEndTest, public testing::WithParamInterface<Pad> {
+class EveryPadTest : public EndToEndTest, public testing::WithParamInterface<PadRow> {
  protected:
   // The line in the middle, and nothing else.
   void expectLine(bool drawn) {
     const QImage picture = view().grab().toImage();
-    const Pad& pad = GetParam();
-    EXPECT_EQ(picture.size(), pad.view);
-    for (int x = 2; x < pad.view.width() - 2; ++x) {
-      const bool inked = drawn && x >= pad.left && x < pad.right;
-      for (const int y : {pad.middle - 1, pad.middle}) {
+    const support::PadView& at = GetParam().view;
+    EXPECT_EQ(picture.size(), QSize(at.width, at.height));
+    for (int x = 2; x < at.width - 2; ++x) {
+      const bool inked = drawn && x >= at.left && x < at.right;
+      for (const int y : {at.middle - 1, at.middle}) {
         ASSERT_EQ(picture.pixelColor(x, y), inked ? kBlue : kWhite) << "at " << x << ", " << y;
       }
-      ASSERT_EQ(picture.pixelColor(x, pad.middle - 2), kWhite);
-      ASSERT_EQ(picture.pixelColor(x, pad.middle + 1), kWhite);
+      ASSERT_EQ(picture.pixelColor(x, at.middle - 2), kWhite);
+      ASSERT_EQ(picture.pixelColor(x, at.middle + 1), kWhite);
     }
   }
 };
@@ -169,13 +156,9 @@ TEST_P(EveryPadTest, WritingIsSeenUntilItIsWiped) {
   expectLine(true);
 }
 
-// 32767 units across, 140 and 200 of them a view unit; the vision pad has 1300 by 1400, 4 and 7.
-const auto kPads = testing::Values(Pad{PadKind::Usb, "Vela USB", {265, 161}, 58, 175, 81},
-                                   Pad{PadKind::Ii, "Vela II", {265, 161}, 58, 175, 81},
-                                   Pad{PadKind::Ink, "Vela Ink", {224, 164}, 58, 175, 81},
-                                   Pad{PadKind::Vision, "Vela Vision", {324, 202}, 81, 243, 100});
+const auto kPads = testing::ValuesIn(support::padTable());
 
-INSTANTIATE_TEST_SUITE_P(Pads, EveryPadTest, kPads);
+INSTANTIATE_TEST_SUITE_P(Pads, EveryPadTest, kPads, support::nameOfRow);
 
 // --- failures ---
 
@@ -247,7 +230,7 @@ TEST_P(UnopenablePadTest, LooksConnectedAndIsResetSafely) {
   EXPECT_TRUE(waitForPoints(3));
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, UnopenablePadTest, kPads);
+INSTANTIATE_TEST_SUITE_P(Pads, UnopenablePadTest, kPads, support::nameOfRow);
 
 class UnpluggedPadTest : public EveryPadTest {
  protected:
@@ -286,7 +269,7 @@ TEST_P(UnpluggedPadTest, IsResetWithinFourSeconds) {
   EXPECT_EQ(bus.openHandles(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, UnpluggedPadTest, kPads);
+INSTANTIATE_TEST_SUITE_P(Pads, UnpluggedPadTest, kPads, support::nameOfRow);
 
 // --- a pad that streams as fast as it is read ---
 

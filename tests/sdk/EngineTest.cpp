@@ -815,6 +815,22 @@ TEST_P(ControlTest, HoldsTheReadBackWhenACallHasFailed) {
   EXPECT_GE(begunCalls(HidCall::Read), 1U);
 }
 
+TEST_P(ControlTest, LetsTheReadsPassWhileItTakesLong) {
+  const HidCall call = GetParam().call;
+  bus.fail(call, {Fault::Kind::Late, 0});
+  std::thread late([&] { GetParam().run(engine); });
+  EXPECT_TRUE(bus.waitForBegun(call, 1));
+  for (int i = 0; i < 100; ++i) {
+    unsigned char report[6];
+    int count = 0;
+    EXPECT_TRUE(bus.send(m_port, {1}));
+    EXPECT_TRUE(engine.ReadFile(report, 6, &count));
+  }
+  EXPECT_EQ(bus.count(call), 0);
+  bus.releaseLateCalls();
+  late.join();
+}
+
 TEST_P(ControlTest, WaitsForAnotherOfItsKind) {
   const HidCall call = GetParam().call;
   bus.fail(call, {Fault::Kind::Late, 0});

@@ -9,10 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/PadTest.h"
 #include "support/ScriptedPad.h"
-#include "support/TimeControl.h"
 #include "support/Written.h"
 
 namespace {
@@ -20,8 +18,6 @@ namespace {
 using support::Bytes;
 using support::called;
 using support::Calls;
-using support::comesTrue;
-using support::Event;
 using support::Fault;
 using support::hex;
 using support::HidCall;
@@ -29,11 +25,9 @@ using support::kNothingWritten;
 using support::recordPen;
 using support::Sample;
 using support::ScriptedPad;
-using support::TimeControl;
 using support::VirtualBus;
 using support::Written;
 using support::writtenBy;
-using testing::Each;
 using testing::ElementsAre;
 using virtualpads::makePad;
 using virtualpads::PadKind;
@@ -57,103 +51,9 @@ class IiTest : public support::PadTest {
   velaii driver;
 };
 
-using IiOpenTest = IiTest;
 using IiSampleTest = IiTest;
 using IiInformationTest = IiTest;
 using IiSerialTest = IiTest;
-
-TEST_F(IiOpenTest, CallsIntoHidapiInThisOrder) {
-  bus.clearLog();
-  bus.plug(makePad(PadKind::Ii));
-  auto local = std::make_unique<velaii>();
-  EXPECT_EQ(local->OpenConnection(recordPen), 1);
-  EXPECT_EQ(local->CloseConnection(), 0);
-  local.reset();
-  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Init), called(HidCall::Open, 31, 1),
-                                called(HidCall::SetNonblocking), called(HidCall::Close),
-                                called(HidCall::Exit)}));
-}
-
-TEST_F(IiOpenTest, OpenAndCloseWriteNothing) {
-  bus.plug(makePad(PadKind::Ii));
-  EXPECT_EQ(writtenBy([&] {
-              driver.OpenConnection(recordPen);
-              driver.CloseConnection();
-            }),
-            kNothingWritten);
-}
-
-TEST_F(IiOpenTest, AbsentPadGivesTheEnginesResultAndALineAndStartsNothing) {
-  bus.plug(makePad(PadKind::Ink));
-  bus.clearLog();
-  int opened = 0;
-  EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }),
-            (Written{"velaii:opendevice failed\n", ""}));
-  EXPECT_EQ(opened, -1);
-  EXPECT_TRUE(waitForThreads(0));
-  EXPECT_EQ(pDataHandler, nullptr);
-  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 31, 0)}));
-}
-
-TEST_F(IiOpenTest, PadWithoutPermissionFailsLikeAnAbsentOne) {
-  bus.setAccessible(bus.plug(makePad(PadKind::Ii)), false);
-  int opened = 0;
-  EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }),
-            (Written{"velaii:opendevice failed\n", ""}));
-  EXPECT_EQ(opened, -1);
-  EXPECT_EQ(pDataHandler, nullptr);
-}
-
-TEST_F(IiOpenTest, QueriesAfterAFailedOpenReachNoDevice) {
-  writtenBy([&] { driver.OpenConnection(recordPen); });
-  bus.clearLog();
-  _GUID serial{};
-  // The engine's -1 counts as success; the pad sent nothing, so all is zero.
-  EXPECT_EQ(driver.GetPhysicalX(), 0.0);
-  EXPECT_EQ(driver.GetPhysicalY(), 0.0);
-  EXPECT_TRUE(driver.GetSerialNumber(&serial));
-  EXPECT_THAT(serial.Data4, Each(0));
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(IiOpenTest, SecondCloseIsSafe) {
-  openModel();
-  EXPECT_EQ(driver.CloseConnection(), 0);
-  bus.clearLog();
-  EXPECT_EQ(driver.CloseConnection(), 0);
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(IiTest, CountsEveryInterfaceOfEveryPadIi) {
-  EXPECT_EQ(driver.GetNumDevices(), 0);
-  bus.plug(makePad(PadKind::Ii));
-  bus.plug(makePad(PadKind::Usb));
-  bus.plug(makePad(PadKind::Ii), 2);
-  EXPECT_EQ(driver.GetNumDevices(), 3);
-}
-
-TEST_F(IiTest, CountIsCutToSixteenBits) {
-  bus.plug(pad, 32769);
-  EXPECT_EQ(driver.GetNumDevices(), -32767);
-}
-
-TEST_F(IiTest, DataRangesAreFixed) {
-  int ends[6] = {9, 9, 9, 9, 9, 9};
-  bus.clearLog();
-  EXPECT_TRUE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
-  EXPECT_THAT(ends, ElementsAre(0, 32767, 0, 32767, 0, 127));
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(IiTest, DataRangesWantAllSixPointers) {
-  for (int missing = 0; missing < 6; ++missing) {
-    int ends[6] = {9, 9, 9, 9, 9, 9};
-    int* to[6] = {&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]};
-    to[missing] = nullptr;
-    EXPECT_FALSE(driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5])) << missing;
-    EXPECT_THAT(ends, Each(9)) << missing;
-  }
-}
 
 TEST_F(IiTest, ClearInkingSucceedsWithoutAskingThePad) {
   openModel();
@@ -161,58 +61,6 @@ TEST_F(IiTest, ClearInkingSucceedsWithoutAskingThePad) {
   EXPECT_TRUE(driver.ClearInking());
   EXPECT_TRUE(bus.calls().empty());
   driver.CloseConnection();
-}
-
-TEST_F(IiSampleTest, FieldsAreLittleEndianAndTakenAsTheyAre) {
-  openScripted();
-  send("EE 01 34 12 BC 0A 7F 11 22 33 44");
-  send("00 01 FF 7F 00 00 FF 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(2));
-  driver.CloseConnection();
-  std::vector<Sample> samples = recorder.samples();
-  for (Sample& sample : samples) sample.sequence = 0;
-  EXPECT_EQ(samples, (std::vector<Sample>{{0x1234, 0x0ABC, 127, 1, 0}, {32767, 0, 255, 1, 0}}));
-}
-
-TEST_F(IiSampleTest, QueuedSampleHoldsNothingElse) {
-  Event taken;
-  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  openScripted();
-  send("00 01 00 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("E7 FE 34 12 BC 0A 7F 11 22 33 44");
-  std::unique_ptr<PEN_DATA> sample;
-  EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pDataHandler->GetRecord(true));
-    return sample != nullptr;
-  }));
-  EXPECT_EQ(sample->bReserved, 0);
-  EXPECT_EQ(sample->bFlags, 0);
-  EXPECT_EQ(sample->wX, 0x1234);
-  EXPECT_EQ(sample->wY, 0x0ABC);
-  EXPECT_EQ(sample->bPressure, 0x7F);
-  taken.happen();
-  driver.CloseConnection();
-}
-
-TEST_F(IiSampleTest, CoordinatesAboveTheRangeArriveNegative) {
-  openScripted();
-  send("00 01 00 90 FF FF 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.samples().at(0).x, -28672);
-  EXPECT_EQ(recorder.samples().at(0).y, -1);
-}
-
-TEST_F(IiSampleTest, TimeStampIsTheWallClockAtDelivery) {
-  TimeControl time;
-  time.stopWallClock(1'700'000'000, 123'999);
-  openScripted();
-  send("00 01 01 00 00 00 00 AA BB CC DD");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  // 1,700,000,000,123 ms modulo 2^32
-  EXPECT_THAT(recorder.timeStamps(), ElementsAre(3'487'918'203U));
 }
 
 TEST_F(IiSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {
@@ -228,87 +76,6 @@ TEST_F(IiSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {
   EXPECT_EQ(samples.at(1).touch, 0);
   EXPECT_EQ(samples.at(2).touch, 1);
   EXPECT_EQ(samples.at(3).touch, 0);
-}
-
-TEST_F(IiSampleTest, FirstReportIsDroppedWhenThePenIsUp) {
-  openScripted();
-  send("01 FE 01 00 00 00 00 00 00 00 00");
-  send("00 00 02 00 00 00 00 00 00 00 00");
-  send("00 01 03 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(2));
-  driver.CloseConnection();
-  const std::vector<Sample> samples = recorder.samples();
-  EXPECT_EQ(samples.size(), 2U);
-  EXPECT_EQ(samples.at(0).x, 2);
-  EXPECT_EQ(samples.at(0).touch, 0);
-  EXPECT_EQ(samples.at(1).x, 3);
-}
-
-TEST_F(IiSampleTest, FirstReportIsKeptWhenThePenIsDown) {
-  openScripted();
-  send("00 01 01 00 00 00 00 00 00 00 00");
-  send("00 00 02 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(2));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.samples().at(0).x, 1);
-  EXPECT_EQ(recorder.samples().at(1).x, 2);
-}
-
-TEST_F(IiSampleTest, IncompleteReportIsIgnoredAndIsNotTheFirst) {
-  openScripted();
-  send("00 01 01 00 00 00 00 00 00 00");
-  send("00 00 02 00 00 00 00 00 00 00 00");  // the first complete one, dropped
-  send("00 01 03 00 00 00 00 00 00 00");
-  send("00 01 04 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  const std::vector<Sample> samples = recorder.samples();
-  EXPECT_EQ(samples.size(), 1U);
-  EXPECT_EQ(samples.at(0).x, 4);
-}
-
-TEST_F(IiSampleTest, ReadErrorsAndShortReadsGiveNoSample) {
-  bus.setReadTimeout(kLongTimeout);
-  bus.fail(HidCall::Read, {Fault::Kind::Return, -1}, 1, 2);
-  bus.fail(HidCall::Read, {Fault::Kind::Short, 10}, 3);
-  bus.fail(HidCall::Read, {Fault::Kind::Return, 0}, 4);
-  openScripted();
-  send("00 01 01 00 00 00 00 00 00 00 00");
-  send("00 01 02 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));
-  bus.unplug(port);
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.samples().size(), 1U);
-  EXPECT_EQ(recorder.samples().at(0).x, 2);
-}
-
-TEST_F(IiSampleTest, WithoutAHandlerSamplesAreDropped) {
-  const TimeControl time;
-  plug(pad);
-  ASSERT_EQ(driver.OpenConnection(nullptr), 1);
-  send("00 01 01 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(bus.waitUntilRead(port));
-  // When the read after the next begins the sample has been queued, and two polls later it is gone.
-  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
-  EXPECT_TRUE(time.waitForSleeps(500, 2));
-  EXPECT_EQ(driver.CloseConnection(), 0);
-  EXPECT_EQ(recorder.count(), 0U);
-}
-
-TEST_F(IiSampleTest, SequenceGoesFromOneHundredTwentySevenToOne) {
-  openScripted();
-  for (int i = 0; i < 255; ++i) send("00 01 00 00 00 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(255));
-  driver.CloseConnection();
-  const std::vector<Sample> samples = recorder.samples();
-  ASSERT_EQ(samples.size(), 255U);
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    const unsigned before = samples[i - 1].sequence;
-    EXPECT_EQ(samples[i].sequence, before == 127 ? 1 : before + 1);
-  }
-  // 127 numbers in a cycle
-  EXPECT_EQ(samples[127].sequence, samples[0].sequence);
-  EXPECT_EQ(samples[254].sequence, samples[0].sequence);
 }
 
 TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
@@ -350,17 +117,6 @@ TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
 // forks it before all other tests.
 TEST(IiSequenceDeathTest, StartsAtOneAndCountsEveryCompleteReport) {
   EXPECT_EXIT(printSequences(), testing::ExitedWithCode(0), "^2 3 4 5 $");
-}
-
-TEST_F(IiSampleTest, WhatTheModelEncodesArrives) {
-  openModel();
-  EXPECT_TRUE(bus.sendPen(port, {.x = 1, .y = 0.25, .pressure = 1, .touch = true}));
-  EXPECT_TRUE(bus.sendPen(port, {.x = 0, .y = 1, .pressure = 1, .touch = false}));
-  EXPECT_TRUE(recorder.waitFor(2));
-  driver.CloseConnection();
-  std::vector<Sample> samples = recorder.samples();
-  for (Sample& sample : samples) sample.sequence = 0;
-  EXPECT_EQ(samples, (std::vector<Sample>{{32767, 8192, 127, 1, 0}, {0, 32767, 0, 0, 0}}));
 }
 
 TEST_F(IiInformationTest, RequestIsReportTenWithFiftyFiveBytes) {
@@ -464,13 +220,6 @@ TEST_F(IiInformationTest, ZeroDivisorsOfThePadAreHarmless) {
   openScripted();
   EXPECT_EQ(driver.GetPhysicalX(), 4503599627370496.0);   // 2^52
   EXPECT_EQ(driver.GetPhysicalY(), -9007199254740992.0);  // -2^53
-  driver.CloseConnection();
-}
-
-TEST_F(IiInformationTest, TheModelsPadHasItsSize) {
-  openModel();
-  EXPECT_DOUBLE_EQ(driver.GetPhysicalX(), 3.685);
-  EXPECT_DOUBLE_EQ(driver.GetPhysicalY(), 2.23);
   driver.CloseConnection();
 }
 

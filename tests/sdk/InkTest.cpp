@@ -7,13 +7,9 @@
 #include <iterator>
 #include <memory>
 #include <string_view>
-#include <thread>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/PadTest.h"
-#include "support/ScriptedPad.h"
-#include "support/TimeControl.h"
 #include "support/Written.h"
 #include "virtualpads/InkPad.h"
 
@@ -25,31 +21,22 @@ using support::Bytes;
 using support::called;
 using support::CallRecord;
 using support::Calls;
-using support::comesTrue;
-using support::Event;
 using support::Fault;
 using support::hex;
 using support::HidCall;
 using support::kNothingWritten;
 using support::recordPen;
 using support::Sample;
-using support::ScriptedPad;
-using support::TimeControl;
 using support::Written;
 using support::writtenBy;
 using testing::Each;
 using testing::ElementsAre;
 using virtualpads::InkPad;
-using virtualpads::makePad;
-using virtualpads::PadKind;
 using virtualpads::PadModel;
 
 // What the pad holds before it is opened. Bits outside all fields are set, to show what is carried
 // along.
 constexpr std::string_view kOptionsBefore = "A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF";
-// And after: region (0, 0) to (319, 239), ink trace 2 with 500, backlight 1, on, with 500,
-// layers 1.
-constexpr std::string_view kOptionsOpen = "A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 57 AF";
 
 Bytes optionsReport(std::string_view block) {
   return hex("03 " + std::string(block));
@@ -65,14 +52,6 @@ CallRecord optionsSent(std::string_view block) {
 
 CallRecord clearSent(int value) {
   return called(HidCall::SendFeature, 3, 3, value != 0 ? hex("09 01 00") : hex("09 00 00"));
-}
-
-// Sixty rows of a picture on layer 1.
-CallRecord bandSent(int firstRow, const unsigned char* rows) {
-  Bytes report = hex("07 01 00 00 00 00 00 00");
-  report[3] = static_cast<std::uint8_t>(firstRow);
-  report.insert(report.end(), rows, rows + 2400);
-  return called(HidCall::SendFeature, 2408, 2408, report);
 }
 
 class InkTest : public support::PadTest {
@@ -109,187 +88,50 @@ using InkClearTest = InkTest;
 using InkSerialTest = InkTest;
 using InkSampleTest = InkTest;
 
-TEST_F(InkOpenTest, SetsUpTheDisplayInThisOrder) {
-  bus.clearLog();
-  plugModel();
-  auto local = std::make_unique<velainkusb>();
-  EXPECT_EQ(local->OpenConnection(recordPen), 1);
-  EXPECT_EQ(bus.calls(), (Calls{
-                             called(HidCall::Init),
-                             called(HidCall::Open, 48, 1),
-                             called(HidCall::SetNonblocking),
-                             bandSent(0, name_bits),
-                             bandSent(60, name_bits + 2400),
-                             bandSent(120, name_bits + 4800),
-                             bandSent(180, name_bits + 7200),
-                             optionsRead(),
-                             optionsSent("A0 FC 11 22 A4 00 00 00 3F 01 EF F8 44 55 03 AF"),
-                             optionsRead(),
-                             optionsSent("A0 FE F4 01 A4 00 00 00 3F 01 EF F8 44 55 03 AF"),
-                             optionsRead(),
-                             optionsSent("A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 03 AF"),
-                             optionsRead(),
-                             optionsSent("A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 07 AF"),
-                             optionsRead(),
-                             optionsSent("A0 FE F4 01 A4 00 00 00 3F 01 EF FD F4 01 17 AF"),
-                             optionsRead(),
-                             optionsSent(kOptionsOpen),
-                             optionsRead(),
-                         }));
-  local->CloseConnection();
-}
-
-TEST_F(InkOpenTest, TheModelShowsWhatWasSetUp) {
+TEST_F(InkOpenTest, ThePictureIsTheName) {
   openModel();
   bus.withModel(port, [&](PadModel&) {
     EXPECT_TRUE(std::equal(std::begin(name_bits), std::end(name_bits), model->layer(1).begin()));
-    EXPECT_EQ(model->inkingRegion(), (InkPad::Rectangle{0, 0, 319, 239}));
-    EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{2, 500}));
-    EXPECT_EQ(model->backlight(), (InkPad::Backlight{1, true, 500}));
-    for (int layer = 0; layer < 3; ++layer) EXPECT_EQ(model->layerState(layer), 1) << layer;
   });
   driver.CloseConnection();
 }
 
-TEST_F(InkOpenTest, NoThreadIsStartedBeforeTheSetUpIsDone) {
-  plugModel();
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Late}, 7);  // the last request
-  std::thread opening([&] { EXPECT_EQ(driver.OpenConnection(recordPen), 1); });
-  EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, 7));
-  EXPECT_TRUE(waitForThreads(1));  // the opening one
-  EXPECT_EQ(pInkDataHandler, nullptr);
-  bus.releaseLateCalls();
-  opening.join();
-  driver.CloseConnection();
-}
+// The requests that are made when all requests of both kinds give this result.
+struct OpenFault {
+  int result;
+  std::vector<HidCall> requests;
+};
 
-TEST_F(InkOpenTest, OpenAndCloseWriteNothing) {
-  plugModel();
-  EXPECT_EQ(writtenBy([&] {
-              driver.OpenConnection(recordPen);
-              driver.CloseConnection();
-            }),
-            kNothingWritten);
-}
+class InkOpenFaultTest : public InkTest, public testing::WithParamInterface<OpenFault> {};
 
-TEST_F(InkOpenTest, AbsentPadGivesZeroInSilenceAndStartsNothing) {
-  bus.plug(makePad(PadKind::Ii));
-  bus.clearLog();
+TEST_P(InkOpenFaultTest, TheOpenGoesOnInSilence) {
+  plugModel();
+  failRequests(HidCall::GetFeature, GetParam().result);
+  failRequests(HidCall::SendFeature, GetParam().result);
   int opened = -9;
   EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }), kNothingWritten);
-  EXPECT_EQ(opened, 0);
-  EXPECT_TRUE(waitForThreads(0));
-  EXPECT_EQ(pInkDataHandler, nullptr);
-  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Open, 48, 0)}));
-}
-
-TEST_F(InkOpenTest, PadWithoutPermissionFailsLikeAnAbsentOne) {
-  plugModel();
-  bus.setAccessible(port, false);
-  EXPECT_EQ(driver.OpenConnection(recordPen), 0);
-  EXPECT_EQ(pInkDataHandler, nullptr);
-}
-
-TEST_F(InkOpenTest, OperationsAfterAFailedOpenReachNoDevice) {
-  EXPECT_EQ(driver.OpenConnection(recordPen), 0);
-  bus.clearLog();
-  LCD_SCREEN picture{};
-  LCD_RECT region{};
-  tagOPTIONS options{};
-  _GUID serial{};
-  // The engine's -1 counts as success.
-  EXPECT_TRUE(driver.ClearInking());
-  EXPECT_EQ(driver.ClearScrn(0, 0), 1);
-  EXPECT_EQ(driver.DrawBitmap(&picture), -1);
-  EXPECT_EQ(driver.SetInkingRegion(&region), 1);
-  EXPECT_EQ(driver.GetOptions(&options), 1);
-  EXPECT_EQ(driver.SetLayerState(0, 1), 1);
-  EXPECT_TRUE(driver.GetSerialNumber(&serial));
-  EXPECT_THAT(serial.Data4, Each(0));
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(InkCloseTest, ResetsThePadInThisOrderAndClosesIt) {
-  plugModel();
-  auto local = std::make_unique<velainkusb>();
-  EXPECT_EQ(local->OpenConnection(recordPen), 1);
-  bus.clearLog();
-  EXPECT_EQ(local->CloseConnection(), 0);
-  local.reset();
-  EXPECT_EQ(bus.calls(), (Calls{
-                             optionsRead(),
-                             optionsSent("A0 FC 2C 01 A4 00 00 00 3F 01 EF FD F4 01 57 AF"),
-                             optionsRead(),
-                             optionsSent("A0 FC 2C 01 A4 00 00 00 3F 01 EF FC F4 01 57 AF"),
-                             clearSent(0),
-                             optionsRead(),
-                             optionsSent("A0 FC 2C 01 A4 00 00 00 3F 01 EF FC F4 01 53 AF"),
-                             clearSent(1),
-                             optionsRead(),
-                             optionsSent("A0 FC 2C 01 A4 00 00 00 3F 01 EF FC F4 01 43 AF"),
-                             clearSent(1),
-                             optionsRead(),
-                             optionsSent("A0 FC 2C 01 A4 00 00 00 3F 01 EF FC F4 01 03 AF"),
-                             called(HidCall::Close),
-                             called(HidCall::Exit),
-                         }));
-}
-
-TEST_F(InkCloseTest, TheModelIsLeftReset) {
-  openModel();
-  driver.CloseConnection();
-  bus.withModel(port, [&](PadModel&) {
-    EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{0, 300}));
-    EXPECT_EQ(model->backlight(), (InkPad::Backlight{0, true, 500}));
-    for (int layer = 0; layer < 3; ++layer) EXPECT_EQ(model->layerState(layer), 0) << layer;
-    EXPECT_THAT(model->clears(), ElementsAre(0, 1, 1));
-  });
-}
-
-TEST_F(InkCloseTest, ResetComesAfterDeliveryAndBeforeReadingHasEnded) {
-  openModel();
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Late});
-  std::thread closing([&] { driver.CloseConnection(); });
-  EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, 1));
-  // The closing thread, the signal thread and the reading thread are left.
+  EXPECT_EQ(opened, 1);
+  std::vector<HidCall> requests;
+  for (const CallRecord& call : bus.calls({HidCall::GetFeature, HidCall::SendFeature})) {
+    requests.push_back(call.call);
+  }
+  EXPECT_EQ(requests, GetParam().requests);
   EXPECT_TRUE(waitForThreads(3));
-  EXPECT_NE(pInkDataHandler, nullptr);
-  send("00 01 01 00 00 00 00 00");
-  EXPECT_TRUE(bus.waitUntilRead(port));
-  // By the read after the next the report has been queued.
-  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
-  bus.releaseLateCalls();
-  closing.join();
-  EXPECT_EQ(pInkDataHandler, nullptr);
-  EXPECT_EQ(recorder.count(), 0U);
+  bus.clearFaults();
+  driver.CloseConnection();
 }
 
-TEST_F(InkCloseTest, CloseAfterAFailedOpenIsSafeAndSilent) {
-  EXPECT_EQ(driver.OpenConnection(recordPen), 0);
-  bus.clearLog();
-  int closed = -9;
-  EXPECT_EQ(writtenBy([&] { closed = driver.CloseConnection(); }), support::kNothingWritten);
-  EXPECT_EQ(closed, 0);
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(InkCloseTest, ASecondCloseIsSafeAndSilent) {
-  openModel();
-  EXPECT_EQ(driver.CloseConnection(), 0);
-  bus.clearLog();
-  int closed = -9;
-  EXPECT_EQ(writtenBy([&] { closed = driver.CloseConnection(); }), support::kNothingWritten);
-  EXPECT_EQ(closed, 0);
-  EXPECT_TRUE(bus.calls().empty());
-}
-
-TEST_F(InkCloseTest, ACloseWithoutAnOpenIsSafeAndSilent) {
-  bus.clearLog();
-  int closed = -9;
-  EXPECT_EQ(writtenBy([&] { closed = driver.CloseConnection(); }), support::kNothingWritten);
-  EXPECT_EQ(closed, 0);
-  EXPECT_TRUE(bus.calls().empty());
-}
+constexpr HidCall kGet = HidCall::GetFeature;
+constexpr HidCall kSet = HidCall::SendFeature;
+INSTANTIATE_TEST_SUITE_P(
+    Results, InkOpenFaultTest,
+    testing::Values(OpenFault{-1,
+                              {kSet, kSet, kSet, kSet, kGet, kSet, kGet, kSet, kGet, kSet, kGet,
+                               kSet, kGet, kSet, kGet, kSet, kGet}},
+                    // Without the block, inking region and layers are not sent.
+                    OpenFault{0,
+                              {kSet, kSet, kSet, kSet, kGet, kGet, kSet, kGet, kSet, kGet, kGet,
+                               kGet, kGet}}));
 
 TEST_F(InkCloseTest, ResetAfterAFailedOpenPrintsItsResult) {
   EXPECT_EQ(driver.OpenConnection(recordPen), 0);
@@ -320,40 +162,6 @@ TEST_F(InkCloseTest, ResetGivesTheResultOfTheLastLayer) {
   bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0}, 1, 7);
   EXPECT_EQ(driver.ResetVelaInkDevice(), 1);
   driver.CloseConnection();
-}
-
-TEST_F(InkTest, CountsEveryInterfaceOfEveryInkPad) {
-  EXPECT_EQ(driver.GetNumDevices(), 0);
-  bus.plug(model);
-  bus.plug(makePad(PadKind::Vision));
-  bus.plug(makePad(PadKind::Ink), 2);
-  EXPECT_EQ(driver.GetNumDevices(), 3);
-}
-
-TEST_F(InkTest, CountIsCutToSixteenBitsAndSigned) {
-  bus.plug(model, 32769);
-  EXPECT_EQ(driver.GetNumDevices(), -32767);
-}
-
-TEST_F(InkTest, DataRangesAreFixedAndNeedNoPad) {
-  int ends[6] = {9, 9, 9, 9, 9, 9};
-  EXPECT_TRUE(driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]));
-  EXPECT_THAT(ends, ElementsAre(0, 32767, 0, 32767, 0, 255));
-}
-
-TEST_F(InkTest, DataRangesWantAllSixPointers) {
-  for (int missing = 0; missing < 6; ++missing) {
-    int ends[6] = {9, 9, 9, 9, 9, 9};
-    int* to[6] = {&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]};
-    to[missing] = nullptr;
-    EXPECT_FALSE(driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5])) << missing;
-    EXPECT_THAT(ends, Each(9)) << missing;
-  }
-}
-
-TEST_F(InkTest, PhysicalSizeIsFixedAndNeedsNoPad) {
-  EXPECT_EQ(driver.GetPhysicalX(), 3.11);
-  EXPECT_EQ(driver.GetPhysicalY(), 2.28);
 }
 
 TEST_F(InkPictureTest, RecordsArePackedAsOnTheWire) {
@@ -393,17 +201,6 @@ TEST_F(InkPictureTest, FourBandsOfSixtyRowsAreSent) {
     EXPECT_EQ(Bytes(report.begin(), report.begin() + 12), hex(begins[band]));
     EXPECT_EQ(report.back(), lasts[band]);
   }
-}
-
-TEST_F(InkPictureTest, PictureReachesTheModelsLayer) {
-  openModel();
-  LCD_SCREEN picture = numberedPicture();
-  driver.DrawBitmap(&picture);
-  bus.withModel(port, [&](PadModel&) {
-    EXPECT_TRUE(std::equal(std::begin(picture.bPicture), std::end(picture.bPicture),
-                           model->layer(2).begin()));
-  });
-  driver.CloseConnection();
 }
 
 TEST_F(InkPictureTest, AllBandsAreSentAndTheLastResultCounts) {
@@ -663,25 +460,6 @@ TEST_F(InkClearTest, ClearInkingSendsZero) {
   driver.CloseConnection();
 }
 
-TEST_F(InkClearTest, ClearInkingWipesTheModelsInk) {
-  openModel();
-  EXPECT_TRUE(bus.sendPen(port, {.x = 0.1, .y = 0.1, .pressure = 1, .touch = true}));
-  EXPECT_TRUE(bus.sendPen(port, {.x = 0.9, .y = 0.9, .pressure = 1, .touch = true}));
-  EXPECT_TRUE(recorder.waitFor(2));
-  bus.withModel(port, [&](PadModel&) { EXPECT_THAT(model->ink(), testing::Not(Each(0))); });
-  driver.ClearInking();
-  bus.withModel(port, [&](PadModel&) { EXPECT_THAT(model->ink(), Each(0)); });
-  driver.CloseConnection();
-}
-
-TEST_F(InkSerialTest, RequestIsReportSixWithNineBytes) {
-  openModel();
-  _GUID serial{};
-  EXPECT_TRUE(driver.GetSerialNumber(&serial));
-  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::GetFeature, 9, 9, hex("06", 9))}));
-  driver.CloseConnection();
-}
-
 TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   openModel();
   bus.withModel(port, [&](PadModel&) {
@@ -691,6 +469,7 @@ TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   _GUID serials[2]{};
   const _GUID& serial = serials[0];
   EXPECT_TRUE(driver.GetSerialNumber(serials));
+  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::GetFeature, 9, 9, hex("06", 9))}));
   driver.CloseConnection();
   EXPECT_EQ(serial.Data1, 0x99F6F7C5U);
   EXPECT_EQ(serial.Data2, 0x1557);
@@ -727,39 +506,6 @@ TEST_F(InkSampleTest, FieldsAreLittleEndianAndTheSequenceIsThePads) {
                 {0x1234, 0x0ABC, 255, 1, 200}, {-28672, -1, 0, 0, 0}, {32767, 0, 128, 1, 200}}));
 }
 
-TEST_F(InkSampleTest, QueuedSampleKeepsTheReportId) {
-  Event taken;
-  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  openModel();
-  send("01 01 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("E7 FF 34 12 BC 0A FF C8");
-  std::unique_ptr<PEN_DATA> sample;
-  EXPECT_TRUE(comesTrue([&] {
-    sample.reset(pInkDataHandler->GetRecord(true));
-    return sample != nullptr;
-  }));
-  EXPECT_EQ(sample->bReserved, 0xE7);
-  EXPECT_EQ(sample->bFlags & 1, 1);
-  EXPECT_EQ(sample->wX, 0x1234);
-  EXPECT_EQ(sample->wY, 0x0ABC);
-  EXPECT_EQ(sample->bPressure, 0xFF);
-  EXPECT_EQ(sample->bSequence, 0xC8);
-  taken.happen();
-  driver.CloseConnection();
-}
-
-TEST_F(InkSampleTest, TimeStampIsTheWallClockAtDelivery) {
-  TimeControl time;
-  time.stopWallClock(1'700'000'000, 123'999);
-  openModel();
-  send("01 01 00 00 00 00 00 00");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  // 1,700,000,000,123 ms modulo 2^32
-  EXPECT_THAT(recorder.timeStamps(), ElementsAre(3'487'918'203U));
-}
-
 TEST_F(InkSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {
   openModel();
   send("00 01 00 00 00 00 00 01");
@@ -770,36 +516,6 @@ TEST_F(InkSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {
   EXPECT_EQ(recorder.samples().at(0).touch, 1);
   EXPECT_EQ(recorder.samples().at(1).touch, 0);
   EXPECT_EQ(recorder.samples().at(2).touch, 1);
-}
-
-TEST_F(InkSampleTest, FirstReportIsDroppedWhenThePenIsUp) {
-  openModel();
-  send("01 FE 00 00 00 00 00 01");
-  send("01 00 00 00 00 00 00 02");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.count(), 1U);
-  EXPECT_EQ(recorder.samples().at(0).sequence, 2U);
-}
-
-TEST_F(InkSampleTest, FirstReportIsKeptWhenThePenIsDown) {
-  openModel();
-  send("01 01 00 00 00 00 00 01");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.samples().at(0).sequence, 1U);
-}
-
-TEST_F(InkSampleTest, IncompleteReportIsIgnoredAndIsNotTheFirst) {
-  openModel();
-  send("01 01 00 00 00 00 00");
-  send("01 00 00 00 00 00 00 02");  // the first complete one, dropped
-  send("01 01 00 00 00 00 00");
-  send("01 01 00 00 00 00 00 04");
-  EXPECT_TRUE(recorder.waitFor(1));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.count(), 1U);
-  EXPECT_EQ(recorder.samples().at(0).sequence, 4U);
 }
 
 // Only the constructor resets the state in which the next report is the first.
@@ -819,29 +535,6 @@ TEST_F(InkSampleTest, SecondOpenOfTheSameObjectDropsNothing) {
   driver.CloseConnection();
   EXPECT_EQ(recorder.count(), 1U);
   EXPECT_EQ(recorder.samples().at(0).sequence, 2U);
-}
-
-TEST_F(InkSampleTest, WithoutAHandlerSamplesAreDropped) {
-  const TimeControl time;
-  plugModel();
-  ASSERT_EQ(driver.OpenConnection(nullptr), 1);
-  send("01 01 00 00 00 00 00 01");
-  EXPECT_TRUE(bus.waitUntilRead(port));
-  // When the read after the next begins the sample has been queued, and two polls later it is gone.
-  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
-  EXPECT_TRUE(time.waitForSleeps(500, 2));
-  EXPECT_EQ(driver.CloseConnection(), 0);
-  EXPECT_EQ(recorder.count(), 0U);
-}
-
-TEST_F(InkSampleTest, WhatTheModelEncodesArrives) {
-  openModel();
-  EXPECT_TRUE(bus.sendPen(port, {.x = 1, .y = 0.25, .pressure = 1, .touch = true}));
-  EXPECT_TRUE(bus.sendPen(port, {.x = 0, .y = 1, .pressure = 1, .touch = false}));
-  EXPECT_TRUE(recorder.waitFor(2));
-  driver.CloseConnection();
-  EXPECT_EQ(recorder.samples(),
-            (std::vector<Sample>{{32767, 8192, 255, 1, 0}, {0, 32767, 0, 0, 1}}));
 }
 
 }  // namespace

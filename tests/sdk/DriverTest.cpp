@@ -1,0 +1,424 @@
+// What holds for every driver: its calls into hidapi, its fixed answers, its samples, by the pad's
+// row of the table.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "PenRecordQueue.h"
+#include "VisionRecordQueue.h"
+#include "support/PadTable.h"
+#include "support/PadTest.h"
+#include "support/Patience.h"
+#include "support/TimeControl.h"
+#include "support/Written.h"
+#include "velaii.h"
+#include "velainkusb.h"
+#include "velausb.h"
+#include "velavision.h"
+
+namespace {
+
+using support::Bytes;
+using support::called;
+using support::CallRecord;
+using support::Calls;
+using support::comesTrue;
+using support::Event;
+using support::Fault;
+using support::FeatureRequest;
+using support::hex;
+using support::HidCall;
+using support::kNothingWritten;
+using support::PadRow;
+using support::Pen;
+using support::PenReport;
+using support::recordPen;
+using support::Sample;
+using support::Written;
+using support::writtenBy;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using virtualpads::makePad;
+using virtualpads::PadKind;
+using virtualpads::PadModel;
+
+class AnyDriver {
+ public:
+  virtual ~AnyDriver() = default;
+  virtual int open(PenEventHandler handler) = 0;
+  virtual int openWithoutHandler() = 0;
+  virtual int close() = 0;
+  virtual int count() = 0;
+  virtual bool ranges(const std::array<int*, 6>& ends) = 0;
+  virtual double width() = 0;
+  virtual double height() = 0;
+  virtual bool queueExists() const = 0;
+  // The next queued sample, where the queue holds PEN_DATA.
+  virtual std::unique_ptr<PEN_DATA> takeQueued() = 0;
+};
+
+template <class Driver, auto& queue>
+class DriverWith : public AnyDriver {
+ public:
+  int open(PenEventHandler handler) override { return m_driver.OpenConnection(handler); }
+  int openWithoutHandler() override { return m_driver.OpenConnection(); }
+  int close() override { return m_driver.CloseConnection(); }
+  int count() override { return m_driver.GetNumDevices(); }
+  bool ranges(const std::array<int*, 6>& to) override {
+    return m_driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5]);
+  }
+  double width() override { return m_driver.GetPhysicalX(); }
+  double height() override { return m_driver.GetPhysicalY(); }
+  bool queueExists() const override { return queue != nullptr; }
+  std::unique_ptr<PEN_DATA> takeQueued() override {
+    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>) {
+      return std::unique_ptr<PEN_DATA>(queue->GetRecord(true));
+    } else {
+      return nullptr;
+    }
+  }
+
+ private:
+  Driver m_driver;
+};
+
+std::unique_ptr<AnyDriver> makeDriver(PadKind kind) {
+  switch (kind) {
+    case PadKind::Usb:
+      return std::make_unique<DriverWith<velausb, pUSBDataHandler>>();
+    case PadKind::Ii:
+      return std::make_unique<DriverWith<velaii, pDataHandler>>();
+    case PadKind::Ink:
+      return std::make_unique<DriverWith<velainkusb, pInkDataHandler>>();
+    case PadKind::Vision:
+      return std::make_unique<DriverWith<velavision, pVisionDataHandler>>();
+  }
+  return nullptr;
+}
+
+class DriverTest : public support::PadTest, public testing::WithParamInterface<PadRow> {
+ protected:
+  DriverTest() { time.stopProcessorTime(0); }  // no keep-alive comes between the calls
+  ~DriverTest() override {
+    if (driver) driver->close();
+  }
+
+  // Plugs the pad, set to what the row says.
+  void plugPad() {
+    plug(makePad(pad.kind));
+    if (*pad.before == '\0') return;
+    const std::size_t length = pad.kind == PadKind::Vision ? 34 : 17;
+    bus.withModel(port,
+                  [&](PadModel& model) { EXPECT_TRUE(model.setFeature(hex(pad.before, length))); });
+  }
+
+  void open() {
+    plugPad();
+    ASSERT_EQ(driver->open(recordPen), 1);
+  }
+
+  void sendReport(const PenReport& report) { sendPart(report, pad.reportSize); }
+
+  void sendPart(const PenReport& report, int length) {
+    Bytes bytes = hex(report.bytes, static_cast<std::size_t>(pad.reportSize));
+    bytes.resize(static_cast<std::size_t>(length));
+    EXPECT_TRUE(bus.sendWhenRoom(port, bytes));
+  }
+
+  std::vector<Pen> pens() {
+    std::vector<Pen> all;
+    for (const Sample& sample : recorder.samples()) {
+      all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
+    }
+    return all;
+  }
+
+  std::array<int, 6> ranges(std::size_t missing = 6) {
+    std::array<int, 6> ends{-9, -9, -9, -9, -9, -9};
+    std::array<int*, 6> to{};
+    for (std::size_t i = 0; i < 6; ++i) to[i] = i != missing ? &ends[i] : nullptr;
+    EXPECT_EQ(driver->ranges(to), missing == 6) << missing;
+    return ends;
+  }
+
+  const PadRow& pad = GetParam();
+  support::TimeControl time;
+  std::unique_ptr<AnyDriver> driver = makeDriver(pad.kind);
+};
+
+INSTANTIATE_TEST_SUITE_P(Pads, DriverTest, testing::ValuesIn(support::padTable()),
+                         support::nameOfRow);
+
+// Opening and closing.
+
+TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestruction) {
+  driver.reset();
+  plugPad();
+  bus.clearLog();
+  driver = makeDriver(pad.kind);
+  EXPECT_EQ(driver->open(recordPen), 1);
+  EXPECT_EQ(driver->close(), 0);
+  driver.reset();
+
+  Calls expected{called(HidCall::Init), called(HidCall::Open, pad.product, 1),
+                 called(HidCall::SetNonblocking)};
+  for (const auto* const requests : {&pad.opens, &pad.closes}) {
+    for (const auto& [direction, bytes, length] : *requests) {
+      const bool get = direction == FeatureRequest::kGet;
+      expected.push_back(called(get ? HidCall::GetFeature : HidCall::SendFeature, length, length,
+                                hex(bytes, static_cast<std::size_t>(length))));
+    }
+  }
+  expected.push_back(called(HidCall::Close));
+  expected.push_back(called(HidCall::Exit));
+  Calls made = bus.calls();
+  for (CallRecord& call : made) {  // the rest of a band is the picture
+    if (call.argument == 2408) std::fill(call.bytes.begin() + 8, call.bytes.end(), 0);
+  }
+  EXPECT_EQ(made, expected);
+}
+
+TEST_P(DriverTest, OpenAndCloseWriteNothing) {
+  plugPad();
+  EXPECT_EQ(writtenBy([&] {
+              driver->open(recordPen);
+              driver->close();
+            }),
+            kNothingWritten);
+}
+
+TEST_P(DriverTest, APadThatCannotBeOpenedStartsNothing) {
+  for (const bool attached : {false, true}) {
+    SCOPED_TRACE(attached);
+    if (attached) {
+      plugPad();
+      bus.setAccessible(port, false);
+    } else {
+      plug(makePad(pad.kind == PadKind::Ii ? PadKind::Ink : PadKind::Ii));  // another kind
+    }
+    bus.clearLog();
+    int opened = 9;
+    const Written written = writtenBy([&] { opened = driver->open(recordPen); });
+    EXPECT_EQ(written.out + written.err, pad.openFailureLine);
+    EXPECT_EQ(opened, pad.openFailure);
+    EXPECT_EQ(bus.calls(), Calls(static_cast<std::size_t>(pad.openAttempts),
+                                 called(HidCall::Open, pad.product, 0)));
+    EXPECT_TRUE(waitForThreads(0));
+    EXPECT_FALSE(driver->queueExists());
+  }
+}
+
+TEST_P(DriverTest, ACloseWithNothingOpenDoesNothingInSilence) {
+  const auto closeInSilence = [&] {
+    bus.clearLog();
+    int closed = 9;
+    EXPECT_EQ(writtenBy([&] { closed = driver->close(); }), kNothingWritten);
+    EXPECT_EQ(closed, 0);
+    EXPECT_THAT(bus.calls(), IsEmpty());
+  };
+  closeInSilence();
+  writtenBy([&] { driver->open(recordPen); });  // fails
+  closeInSilence();
+  open();
+  driver->close();
+  closeInSilence();
+}
+
+// Of the pads with feature requests at open and at close.
+class SetUpTest : public DriverTest {};
+
+INSTANTIATE_TEST_SUITE_P(Pads, SetUpTest,
+                         testing::Values(support::padRow(PadKind::Ink),
+                                         support::padRow(PadKind::Vision)),
+                         support::nameOfRow);
+
+TEST_P(SetUpTest, NoThreadIsStartedBeforeTheSetUpIsDone) {
+  plugPad();
+  const auto gets = std::ranges::count(pad.opens, FeatureRequest::kGet, &FeatureRequest::direction);
+  bus.fail(HidCall::GetFeature, {Fault::Kind::Late}, static_cast<int>(gets));  // the last request
+  std::thread opening([&] { EXPECT_EQ(driver->open(recordPen), 1); });
+  EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, gets));
+  EXPECT_TRUE(waitForThreads(1));  // the opening one
+  EXPECT_FALSE(driver->queueExists());
+  bus.releaseLateCalls();
+  opening.join();
+}
+
+TEST_P(SetUpTest, ThePadIsResetAfterDeliveryAndBeforeReadingHasEnded) {
+  open();
+  const long sent = bus.count(HidCall::SendFeature);
+  bus.fail(HidCall::SendFeature, {Fault::Kind::Late});
+  std::thread closing([&] { driver->close(); });
+  EXPECT_TRUE(bus.waitForBegun(HidCall::SendFeature, sent + 1));
+  // The closing thread, the signal thread and the reading thread are left.
+  EXPECT_TRUE(waitForThreads(3));
+  EXPECT_TRUE(driver->queueExists());
+  sendReport(pad.stroke[0]);
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  // By the read after the next the report has been queued.
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
+  bus.releaseLateCalls();
+  closing.join();
+  EXPECT_FALSE(driver->queueExists());
+  EXPECT_EQ(recorder.count(), 0U);
+}
+
+// Queries.
+
+TEST_P(DriverTest, CountsEveryInterfaceOfEveryPadOfItsKind) {
+  EXPECT_EQ(driver->count(), 0);
+  for (const PadRow& row : support::padTable()) bus.plug(makePad(row.kind));
+  bus.plug(makePad(pad.kind), 2);
+  EXPECT_EQ(driver->count(), 3);
+}
+
+TEST_P(DriverTest, TheCountIsCutToSixteenBitsAndSigned) {
+  bus.plug(makePad(pad.kind), 32769);
+  EXPECT_EQ(driver->count(), -32767);
+}
+
+TEST_P(DriverTest, TheRangesAndTheSizeAreThePads) {
+  open();
+  bus.clearLog();
+  EXPECT_EQ(ranges(), pad.ranges);
+  EXPECT_THAT(bus.calls(), IsEmpty());
+  EXPECT_DOUBLE_EQ(driver->width(), pad.width);
+  EXPECT_DOUBLE_EQ(driver->height(), pad.height);
+}
+
+TEST_P(DriverTest, TheRangesWantAllSixPointers) {
+  open();
+  for (std::size_t missing = 0; missing < 6; ++missing) {
+    EXPECT_THAT(ranges(missing), Each(-9));
+  }
+}
+
+// Samples.
+
+TEST_P(DriverTest, ReadsAskForOneReport) {
+  open();
+  ASSERT_TRUE(bus.waitForReturned(HidCall::Read, 2));
+  driver->close();
+  for (const CallRecord& read : bus.calls({HidCall::Read})) {
+    EXPECT_EQ(read.argument, pad.reportSize);
+  }
+}
+
+TEST_P(DriverTest, AStrokeArrivesAsItsSamples) {
+  open();
+  std::vector<Pen> expected;
+  for (const PenReport& report : pad.stroke) {
+    sendReport(report);
+    expected.push_back(report.pen);
+  }
+  EXPECT_TRUE(recorder.waitFor(5));
+  EXPECT_EQ(pens(), expected);
+}
+
+TEST_P(DriverTest, WhatTheModelEncodesArrives) {
+  open();
+  bus.sendPen(port, {.x = 1, .y = 0.25, .pressure = 1, .touch = true});
+  EXPECT_TRUE(recorder.waitFor(1));
+  EXPECT_THAT(pens(), ElementsAre(pad.edge));
+}
+
+// Of the pads whose queues hold PEN_DATA.
+class QueuedSampleTest : public DriverTest {};
+
+INSTANTIATE_TEST_SUITE_P(Pads, QueuedSampleTest,
+                         testing::Values(support::padRow(PadKind::Usb),
+                                         support::padRow(PadKind::Ii),
+                                         support::padRow(PadKind::Ink)),
+                         support::nameOfRow);
+
+TEST_P(QueuedSampleTest, HoldsTheReportsFieldsAndOnlyTheInkPadsId) {
+  Event taken;
+  recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
+  open();
+  sendReport(pad.stroke[0]);
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
+  sendReport(pad.stroke[2]);
+  std::unique_ptr<PEN_DATA> sample;
+  EXPECT_TRUE(comesTrue([&] {
+    sample = driver->takeQueued();
+    return sample != nullptr;
+  }));
+  EXPECT_EQ(sample->bReserved, pad.kind == PadKind::Ink ? 1 : 0);
+  EXPECT_EQ(sample->bFlags, 0);
+  EXPECT_EQ((Pen{sample->wX, sample->wY, sample->bPressure, 0}), pad.stroke[2].pen);
+  EXPECT_EQ(sample->bSequence,
+            pad.kind == PadKind::Ink ? 3 : recorder.samples().front().sequence % 127 + 1);
+  taken.happen();
+  driver->close();  // the callback may still be waiting for `taken`
+}
+
+TEST_P(DriverTest, OnlyTheFirstReportIsDroppedWhenThePenIsUp) {
+  open();
+  for (int i = 0; i < 3; ++i) sendReport(pad.penUp);
+  sendReport(pad.stroke[0]);
+  const std::size_t expected = pad.dropsPenUp ? 3 : 4;
+  EXPECT_TRUE(recorder.waitFor(expected));
+  driver->close();
+  EXPECT_EQ(recorder.count(), expected);
+  EXPECT_EQ(recorder.samples().front().touch, 0);
+  EXPECT_EQ(pens().back(), pad.stroke[0].pen);
+}
+
+TEST_P(DriverTest, AnIncompleteReportIsIgnoredAndIsNotTheFirst) {
+  open();
+  sendPart(pad.stroke[0], 1);
+  sendPart(pad.stroke[0], pad.minReportSize - 1);
+  sendReport(pad.penUp);
+  sendPart(pad.stroke[0], pad.minReportSize - 1);
+  sendReport(pad.stroke[1]);
+  const std::size_t expected = pad.dropsPenUp ? 1 : 2;
+  EXPECT_TRUE(recorder.waitFor(expected));
+  driver->close();
+  EXPECT_EQ(recorder.count(), expected);
+  EXPECT_EQ(pens().back(), pad.stroke[1].pen);
+}
+
+TEST_P(DriverTest, ReadErrorsAndShortReadsGiveNoSample) {
+  bus.setReadTimeout(kLongTimeout);
+  bus.fail(HidCall::Read, {Fault::Kind::Return, -1}, 1, 2);
+  bus.fail(HidCall::Read, {Fault::Kind::Short, pad.minReportSize - 1}, 3);
+  bus.fail(HidCall::Read, {Fault::Kind::Return, 0}, 4);
+  plugPad();
+  writtenBy([&] { driver->open(recordPen); });
+  sendReport(pad.stroke[0]);
+  sendReport(pad.stroke[1]);
+  EXPECT_TRUE(recorder.waitFor(1));
+  bus.unplug(port);
+  driver->close();
+  EXPECT_THAT(pens(), ElementsAre(pad.stroke[1].pen));
+}
+
+TEST_P(DriverTest, WithoutAHandlerSamplesAreDropped) {
+  plugPad();
+  ASSERT_EQ(driver->openWithoutHandler(), 1);
+  sendReport(pad.stroke[0]);
+  EXPECT_TRUE(bus.waitUntilRead(port));
+  // When the read after the next begins the sample has been queued, and two polls later it is gone.
+  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
+  EXPECT_TRUE(time.waitForSleeps(500, 2));
+  EXPECT_EQ(driver->close(), 0);
+  EXPECT_EQ(recorder.count(), 0U);
+}
+
+TEST_P(DriverTest, TheOpenWithoutAHandlerKeepsTheOneGivenBefore) {
+  writtenBy([&] { driver->open(recordPen); });  // fails
+  plugPad();
+  ASSERT_EQ(driver->openWithoutHandler(), 1);
+  sendReport(pad.stroke[0]);
+  EXPECT_TRUE(recorder.waitFor(1));
+}
+
+}  // namespace
