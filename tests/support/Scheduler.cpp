@@ -1,6 +1,7 @@
 #include "Scheduler.h"
 
 #include <linux/futex.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -30,7 +31,7 @@ constexpr std::uint64_t kMaxDecisions = 300'000;
 constexpr Time kMaxTime = 300 * kSecond;
 constexpr unsigned kMaxRealSeconds = 60;
 
-// The longest a decision takes, and a few of them take: the system may hold up a process.
+// The longest that a decision takes, and that some take: the system may hold up a thread.
 constexpr Time kDecisionTime = 2 * kMicrosecond;
 constexpr Time kHoldUp = 600 * kMicrosecond;
 constexpr int kHoldUps = 15;
@@ -217,6 +218,18 @@ void lastStep() {
   measureSteps();
 }
 
+// When the next wait ends, kForever if none does.
+Time nextDeadline() {
+  Time next = kForever;
+  for (int i = 0; i < run.count; ++i) {
+    const Thread& thread = run.threads[static_cast<std::size_t>(i)];
+    if (thread.state == Thread::State::Waiting && thread.deadline > run.now) {
+      next = std::min(next, thread.deadline);
+    }
+  }
+  return next;
+}
+
 Thread* chosen() {
   std::array<Thread*, kMaxThreads> candidates;
   std::size_t count = 0;
@@ -228,11 +241,7 @@ Thread* chosen() {
   };
   gather();
   if (count == 0) {
-    Time next = kForever;
-    for (int i = 0; i < run.count; ++i) {
-      const Thread& thread = run.threads[static_cast<std::size_t>(i)];
-      if (thread.state == Thread::State::Waiting) next = std::min(next, thread.deadline);
-    }
+    const Time next = nextDeadline();
     if (next == kForever) failWithThreads("deadlock");
     run.now = next;
     gather();
@@ -270,11 +279,15 @@ void goOn() {
   if (!ended) awaitTurn(*me);
 }
 
+// A decision takes a moment; sometimes as long as it takes another thread to wake up.
 void passTime() {
   Time passed = run.choices.below(kDecisionTime);
-  if (run.holdUps < kHoldUps && run.choices.oneIn(256)) {
-    ++run.holdUps;
-    passed += run.choices.below(kHoldUp);
+  if (run.holdUps < kHoldUps && run.choices.oneIn(64)) {
+    const Time left = nextDeadline() - run.now;
+    if (left < kHoldUp) {
+      ++run.holdUps;
+      passed = left;
+    }
   }
   run.now += passed;
   run.busy += passed;
@@ -331,7 +344,6 @@ void chooseStrategy() {
   pthread_key_create(&endOfThread, endThread);
   self = &newThread("client");
   self->handle = pthread_self();
-  self->joined = true;  // by the process
   startTracking();
   body();
   for (int i = 1; i < run.count; ++i) {
@@ -340,6 +352,16 @@ void chooseStrategy() {
   }
   checkReleasedMemory();
   finish();
+}
+
+// Threads hand over to each other much faster on one processor.
+void stayOnThisProcessor() {
+  const int processor = sched_getcpu();
+  if (processor < 0) return;
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(static_cast<unsigned>(processor), &set);
+  sched_setaffinity(0, sizeof set, &set);
 }
 
 void printHeading() {
@@ -365,6 +387,7 @@ extern "C" void __sanitizer_cov_trace_pc();
 void __sanitizer_cov_trace_pc() {
   if (self == nullptr || isTestCode() || --run.steps > 0) return;
   lastStep();
+  passTime();
   goOn();
 }
 
@@ -398,6 +421,7 @@ Outcome runScheduled(std::uint64_t seed, void (*body)(), bool verbose) {
   }
   if (child == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    stayOnThisProcessor();
     alarm(kMaxRealSeconds);
     run.shared = shared;
     if (verbose) run.output = dup(STDOUT_FILENO);
@@ -518,7 +542,7 @@ int threadCount() {
 int threadOf(pthread_t handle) {
   for (int i = run.count - 1; i >= 0; --i) {
     const Thread& thread = run.threads[static_cast<std::size_t>(i)];
-    if (pthread_equal(thread.handle, handle) != 0 && (i == 0 || !thread.joined)) return i;
+    if (pthread_equal(thread.handle, handle) != 0 && !thread.joined) return i;
   }
   return kNoThread;
 }

@@ -262,6 +262,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
   decide();
   if (!mayStart()) {
     note("thread does not start");
+    *thread = ~pthread_t{};  // POSIX leaves it undefined
     return EAGAIN;
   }
   const std::uint64_t blocked = mySignals().blocked;

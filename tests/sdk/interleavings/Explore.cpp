@@ -1,5 +1,4 @@
 // vela-explore: plays scenarios with the SDK, each in an order of its threads that its seed chooses.
-#include <sched.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,7 +26,8 @@ using interleavings::Scenario;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kUsage =
-    R"(usage: explore [--pad usb|ii|ink|vision] [--seeds FIRST[-LAST]] [--seconds N] [--jobs N] [-v]
+    R"(usage: explore [--pad usb|ii|ink|vision] [--seeds FIRST[-LAST]] [--seconds N] [--jobs N]
+               [--all] [-v]
 
 Plays scenarios with the SDK's sources under a scheduler. A seed chooses the scenario and the order
 of the threads; the same seed gives the same run.
@@ -35,6 +35,7 @@ of the threads; the same seed gives the same run.
   --pad       the pad; without it, each pad in turn plays each seed
   --seeds     the seeds, without a last one until --seconds are over; by default new ones
   --seconds   the time after which no further run begins
+  --all       goes on after a run that failed
   --jobs      how many runs at once; by default as many as there are processors
   -v          prints what happens in each run, each thread in its column
 )";
@@ -45,6 +46,7 @@ struct Options {
   std::uint64_t last = ~std::uint64_t{0};
   double seconds = 0;  // 0: until the last seed
   int jobs = 0;
+  bool all = false;
   bool verbose = false;
 };
 
@@ -68,6 +70,10 @@ Options parsed(int argc, char** argv) {
     const std::string_view option = argv[i];
     if (option == "-v") {
       options.verbose = true;
+      continue;
+    }
+    if (option == "--all") {
+      options.all = true;
       continue;
     }
     if (option == "--help") {
@@ -112,27 +118,13 @@ struct Progress {
   std::atomic<std::uint64_t> milliseconds{0};  // virtual
 };
 
-// The threads of a run hand over to each other much faster on one processor.
-void stayOnOneProcessor(int worker) {
-  cpu_set_t allowed;
-  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
-  int skip = worker % CPU_COUNT(&allowed);
-  for (unsigned cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-    if (!CPU_ISSET(cpu, &allowed) || skip-- > 0) continue;
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(cpu, &one);
-    sched_setaffinity(0, sizeof one, &one);
-    return;
-  }
-}
-
 void work(const Options& options, Progress& progress, Clock::time_point end) {
   for (;;) {
     const std::uint64_t run = progress.next++;
     const std::uint64_t offset = run / options.pads.size();
     if (offset > options.last - *options.first) return;
     if (options.seconds > 0 && Clock::now() >= end) return;
+    if (!options.all && progress.failures > 0) return;
     const Scenario& scenario = options.pads[run % options.pads.size()];
     const std::uint64_t seed = *options.first + offset;
     const support::Outcome outcome = support::runScheduled(seed, scenario.play, options.verbose);
@@ -174,7 +166,6 @@ int main(int argc, char** argv) {
   int failedWorkers = 0;
   for (int worker = 0; worker < options.jobs; ++worker) {
     if (const pid_t child = fork(); child == 0) {
-      stayOnOneProcessor(worker);
       work(options, progress, end);
       std::exit(0);
     } else if (child < 0) {

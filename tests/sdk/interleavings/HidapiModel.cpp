@@ -23,6 +23,7 @@ using support::TestCode;
 constexpr std::size_t kUnreadReports = 63;  // the kernel keeps them for each open node
 constexpr std::size_t kMaxFailedReads = 100;  // a second
 constexpr Time kReadTimeout = kSecond;
+constexpr Time kLateFailure = 30 * kMillisecond;  // a read that fails does so within it
 constexpr Time kPause = 50 * kMillisecond;  // after a failed read
 
 bool percent(std::uint64_t share) {
@@ -30,19 +31,21 @@ bool percent(std::uint64_t share) {
 }
 
 // What register_error does, moment by moment.
-void replaceText(ErrorText*& place, bool fails) {
+void replaceText(TextPlace& place, bool fails) {
   decide();
-  ErrorText* const old = place;
+  ErrorText* const old = place.text;
   decide();
   if (old != nullptr) {
     if (old->freed) fail("%s frees an error text of hidapi a second time", support::threadName());
+    if (place.calls > 1) {
+      fail("%s frees an error text beside a call that may free it, too", support::threadName());
+    }
     old->freed = true;
     --thePad->texts;
     decide();
   }
   if (fails) ++thePad->texts;
-  place = fails ? new ErrorText : nullptr;
-  decide();
+  place.text = fails ? new ErrorText : nullptr;
 }
 
 enum class Side { Reading, Control };
@@ -58,24 +61,27 @@ class Call {
       fail("%s calls %s on a handle that is not open", support::threadName(), name);
     }
     m_handle = handle;
-    ++handle->calls;
     m_alone = handle->failed;
+    ++handle->calls;
+    ++text().calls;
   }
 
-  ~Call() { --m_handle->calls; }
+  ~Call() {
+    --m_handle->calls;
+    if (!m_failed) --text().calls;
+  }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
   bool padIsThere() const { return thePad->plugged && m_handle->plug == thePad->plugs; }
 
-  void replaceErrorText(bool fails) {
-    const bool own = m_side == Side::Reading && thePad->faults.readsHaveTheirText;
-    replaceText(own ? m_handle->readError : m_handle->error, fails);
-  }
+  void clearErrorText() { replaceText(text(), false); }
 
   int end(int result) {
     if (result < 0) {
-      replaceErrorText(true);
+      replaceText(text(), true);
+      m_failed = true;
+      --text().calls;
       if (!m_handle->failed) {
         m_handle->failed = true;
         m_handle->failing = idleTime();
@@ -85,14 +91,21 @@ class Call {
       m_handle->failed = false;
       m_handle->recovered = idleTime();
     }
+    decide();
     note("  returns %d", result);
     return result;
   }
 
  private:
+  TextPlace& text() {
+    const bool own = m_side == Side::Reading && thePad->faults.readsHaveTheirText;
+    return own ? m_handle->readError : m_handle->error;
+  }
+
   hid_device* m_handle = nullptr;
   Side m_side;
-  bool m_alone = false;
+  bool m_alone = false;   // began after a failure
+  bool m_failed = false;  // and has stored its text
 };
 
 // A feature report; `exchange` does it on the pad, and returns its length or -1.
@@ -101,7 +114,7 @@ int feature(hid_device* handle, const char* name, int id, Exchange exchange) {
   const TestCode scope;
   note("%s %d", name, id);
   Call call(handle, name, Side::Control);
-  call.replaceErrorText(false);
+  call.clearErrorText();
   const Faults& faults = thePad->faults;
   const bool fails = percent(faults.featureFails) || !call.padIsThere();
   const Time duration =
@@ -124,9 +137,10 @@ void checkReadRate(hid_device& handle) {
   }
 }
 
-// The reader is late only when calls wait for each other or a failed read has paused.
+// After a failed call, a read waits for a feature report under way; two when they follow each other.
 void checkPromptness(const hid_device& handle, const Report& report) {
-  const Time due = std::max({report.sent, handle.firstRead, handle.pauseEnd});
+  const Time due =
+      std::max({report.sent, handle.firstRead, handle.pauseEnd, handle.lastReport});
   const Time late = idleTime() > due ? idleTime() - due : 0;
   const Time allowed =
       (thePad->failsAfter(due) ? 2 * thePad->faults.longestFeature : Time{0}) + kMillisecond;
@@ -270,7 +284,7 @@ void hid_close(hid_device* handle) {
     handle->open = false;
     if (std::exchange(handle->failed, false)) handle->recovered = idleTime();
   }
-  for (ErrorText* const text : {handle->error, handle->readError}) {
+  for (ErrorText* const text : {handle->error.text, handle->readError.text}) {
     if (text == nullptr) continue;
     if (text->freed) fail("hid_close frees an error text a second time");
     text->freed = true;
@@ -290,12 +304,13 @@ int hid_read_timeout(hid_device* handle, unsigned char* data, size_t length, int
   note("hid_read %d ms", milliseconds);
   Call call(handle, "hid_read_timeout", Side::Reading);
   handle->firstRead = std::min(handle->firstRead, idleTime());
-  call.replaceErrorText(false);
+  call.clearErrorText();
   const bool fails = percent(thePad->faults.readFails);
   const auto timeout = static_cast<Time>(std::max(milliseconds, 0)) * kMillisecond;
-  const bool over = fails || support::waitUntil(
-                                 "reads", [&] { return !call.padIsThere() || !handle->unread.empty(); },
-                                 milliseconds < 0 ? kForever : support::now() + timeout);
+  const Time wait = fails ? std::min(timeout, support::random().below(kLateFailure)) : timeout;
+  const bool over = support::waitUntil(
+      "reads", [&] { return !call.padIsThere() || !handle->unread.empty(); },
+      milliseconds < 0 ? kForever : support::now() + wait);
   if (fails || !call.padIsThere()) {
     checkReadRate(*handle);
     return call.end(-1);

@@ -1,7 +1,7 @@
 // hidapi's functions with one virtual pad behind them, for runs under the scheduler. Every call is
 // a decision, and so are the moments in which hidapi replaces an error text: it reads the pointer,
-// frees the text and stores another one. Misuse fails the run: a text that is freed twice, a handle
-// that is not open, a close beside another call.
+// frees the text and stores another one. Misuse fails the run: a text that is freed twice or may
+// have been, a handle that is not open, a close beside another call.
 #ifndef TESTS_SDK_INTERLEAVINGS_HIDAPIMODEL_H
 #define TESTS_SDK_INTERLEAVINGS_HIDAPIMODEL_H
 
@@ -43,6 +43,12 @@ struct ErrorText {
   bool freed = false;
 };
 
+// Where hidapi keeps an error text.
+struct TextPlace {
+  ErrorText* text = nullptr;
+  int calls = 0;  // under way, that may still replace it
+};
+
 }  // namespace interleavings
 
 // An open node. All times are idle times.
@@ -51,8 +57,8 @@ struct hid_device_ {
   bool open = true;
   int calls = 0;  // under way
   std::deque<interleavings::Report> unread;
-  interleavings::ErrorText* error = nullptr;
-  interleavings::ErrorText* readError = nullptr;
+  interleavings::TextPlace error;
+  interleavings::TextPlace readError;  // of the reads, if they have their own
   interleavings::Time firstRead = support::kForever;  // when the first read began
   interleavings::Time lastReport = 0;                 // when a read last returned one
   interleavings::Time pauseEnd = 0;                   // the reader pauses after a failed read
@@ -101,7 +107,7 @@ class Pad {
   Time unplugged = 0;
   std::vector<std::unique_ptr<hid_device_>> handles;  // the closed ones, too
   int users = 0;                                      // hid_init, less hid_exit
-  ErrorText* globalError = nullptr;
+  TextPlace globalError;
   int texts = 0;  // that have not been freed
 
   int featuresUnderWay = 0;

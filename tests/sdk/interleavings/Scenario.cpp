@@ -221,6 +221,10 @@ struct Plan {
   bool padAtStart;
   int failingThread = -1;
   int firstReport;
+
+  bool mayFail() const {
+    return faults.featureFails > 0 || faults.readFails > 0 || unplug != support::kForever;
+  }
 };
 
 template <class Value>
@@ -254,7 +258,8 @@ Plan madeUp(Random& random) {
   plan.connections = oneOf(random, {1, 1, 1, 2, 2, 3});
   plan.twoObjects = random.oneIn(8);
   plan.padAtStart = !random.oneIn(16);
-  if (random.oneIn(12)) plan.failingThread = static_cast<int>(random.below(3));
+  // When one of two objects does not read, its close ends while the other one still reads.
+  if (random.oneIn(plan.twoObjects ? 3 : 12)) plan.failingThread = static_cast<int>(random.below(3));
   plan.firstReport = static_cast<int>(random.below(10));
   return plan;
 }
@@ -486,6 +491,20 @@ class Play {
     checkDuration("CloseConnection", from.time, end - from.time);
   }
 
+  // Two objects, each by a thread of its own.
+  void closeAtOnce(Driver& driver, Driver& second) {
+    nameThreads({"client 2"});
+    pthread_t other{};
+    m_closedByOther = &second;
+    pthread_create(&other, nullptr, [](void*) -> void* {
+      const TestCode scope;
+      s_play->close(*s_play->m_closedByOther);
+      return nullptr;
+    }, nullptr);
+    close(driver);
+    pthread_join(other, nullptr);
+  }
+
   std::unique_ptr<Driver> newDriver() {
     const CodeUnderTest scope;
     return std::make_unique<Driver>();
@@ -522,15 +541,18 @@ class Play {
     }
     if (m_random.oneIn(2) && failingThread < 0 && !stops && Kind::kQueue != nullptr) settle();
     if (two && m_random.oneIn(2)) std::swap(driver, second);
-    close(*driver);
-    m_open = false;
-    if (m_random.oneIn(8)) driver->CloseConnection();
-    if (m_random.oneIn(2)) destroy(driver);
-    if (second) {
-      close(*second);
-      destroy(second);
+    if (two && m_random.oneIn(2)) {
+      closeAtOnce(*driver, *second);
+    } else {
+      close(*driver);
+      m_open = false;
+      if (m_random.oneIn(8)) driver->CloseConnection();
+      if (m_random.oneIn(2)) destroy(driver);
+      if (two) close(*second);
     }
+    destroy(second);
     destroy(driver);
+    m_open = false;
     m_twoAreOpen = false;
     if (Kind::kQueue != nullptr) fail("the queue is left");
     if (two) m_leftIsExact = false;
@@ -545,11 +567,11 @@ class Play {
     note("waits for the last sample");
     while (!m_penIsGone) support::sleepFor(5 * kMillisecond);
     const Time feature = m_plan.faults.longestFeature;
-    const bool fails = m_pad.failsAfter(0) || m_plan.faults.readFails > 0;
+    const bool fails = m_pad.failsAfter(0) || m_plan.mayFail();
     const Time late = 5 * kMillisecond + feature +
                       (fails ? kPauseAfterFailedRead + feature + kReadTimeout : 0);
-    support::sleepFor(late);
-    while (m_plan.faults.readFails > 0 && m_pad.hasUnread()) support::sleepFor(late);
+    idleFor(late);
+    while (m_plan.faults.readFails > 0 && m_pad.hasUnread()) idleFor(late);
     if (m_pad.hasUnread()) fail("a report was not read");
     // The vision pad's keep-alive may precede each sample.
     const Time keepAlive =
@@ -560,6 +582,12 @@ class Play {
       if (idleTime() > end) fail("a sample that was read was not delivered");
       support::sleepFor(step);
     }
+  }
+
+  // Other than in a sleep, every thread that can go on does so.
+  static void idleFor(Time time) {
+    const Time end = idleTime() + time;
+    while (idleTime() < end) support::sleepFor(end - idleTime());
   }
 
   // How many samples have been read and not delivered.
@@ -591,6 +619,7 @@ class Play {
   Pad m_pad;
   bool m_open = false;
   bool m_twoAreOpen = false;
+  Driver* m_closedByOther = nullptr;
   bool m_inCallback = false;
   bool m_penIsGone = false;
   Time m_opened = 0;  // idle times
