@@ -34,7 +34,8 @@ std::vector<PenState> signature(std::uint32_t variation) {
   // between systems.
   std::mt19937 random(variation);
   const auto around = [&random](double most) {
-    return most * (2.0 * random() / static_cast<double>(std::mt19937::max()) - 1);
+    const auto number = static_cast<double>(random());
+    return most * (2 * number / static_cast<double>(std::mt19937::max()) - 1);
   };
   constexpr double kAspect = 1.62;  // distances are in heights of the surface
   const double size = 1 + around(0.03);
