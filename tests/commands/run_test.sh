@@ -48,7 +48,7 @@ echo "cmake \$*" >>'$scratch/asked'
 for target; do
   case \$target in
     testapp) folder=build/run/testapp ;;
-    vela-demonstration | vela-display-probe) folder=build/run/virtualpads/demonstration ;;
+    vela-demonstration | vela-display-probe) folder=build/run/demonstration ;;
     *) continue ;;
   esac
   mkdir -p \$folder

@@ -1,4 +1,4 @@
-#include "virtualpads/demonstration/SideBySide.h"
+#include "demonstration/SideBySide.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The pen that signs by itself, at the speed of a hand, on the pad that the application has open.
-#ifndef VIRTUALPADS_DEMONSTRATION_SIGNINGPEN_H
-#define VIRTUALPADS_DEMONSTRATION_SIGNINGPEN_H
+#ifndef DEMONSTRATION_SIGNINGPEN_H
+#define DEMONSTRATION_SIGNINGPEN_H
 
 #include <QElapsedTimer>
 #include <QObject>

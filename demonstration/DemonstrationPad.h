@@ -1,6 +1,6 @@
 // A pad of the demonstration: where it is plugged, and what can be seen of it.
-#ifndef VIRTUALPADS_DEMONSTRATION_DEMONSTRATIONPAD_H
-#define VIRTUALPADS_DEMONSTRATION_DEMONSTRATIONPAD_H
+#ifndef DEMONSTRATION_DEMONSTRATIONPAD_H
+#define DEMONSTRATION_DEMONSTRATIONPAD_H
 
 #include <memory>
 

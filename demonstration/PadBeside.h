@@ -1,8 +1,8 @@
 // The pad in a window beside the application: the pad that is chosen in the application's list or,
 // while the application is connected, the pad that it has open. The user can write on it with the
 // mouse. Both windows are placed so that they fit on the screen.
-#ifndef VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
-#define VIRTUALPADS_DEMONSTRATION_PADBESIDE_H
+#ifndef DEMONSTRATION_PADBESIDE_H
+#define DEMONSTRATION_PADBESIDE_H
 
 #include <QObject>
 #include <functional>

@@ -1,6 +1,6 @@
 // Where the windows of the application and the pad fit on a screen.
-#ifndef VIRTUALPADS_DEMONSTRATION_SIDEBYSIDE_H
-#define VIRTUALPADS_DEMONSTRATION_SIDEBYSIDE_H
+#ifndef DEMONSTRATION_SIDEBYSIDE_H
+#define DEMONSTRATION_SIDEBYSIDE_H
 
 #include <QPoint>
 #include <QRect>

@@ -1,4 +1,4 @@
-#include "virtualpads/tools/UhidTrouble.h"
+#include "tools/UhidTrouble.h"
 
 namespace virtualpads {
 

@@ -1,6 +1,6 @@
 // The command line of vela-virtual-pad.
-#ifndef VIRTUALPADS_TOOLS_COMMANDLINE_H
-#define VIRTUALPADS_TOOLS_COMMANDLINE_H
+#ifndef TOOLS_COMMANDLINE_H
+#define TOOLS_COMMANDLINE_H
 
 #include <optional>
 #include <span>

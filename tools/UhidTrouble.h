@@ -1,6 +1,6 @@
 // Explains why /dev/uhid could not be used, and how to fix it.
-#ifndef VIRTUALPADS_TOOLS_UHIDTROUBLE_H
-#define VIRTUALPADS_TOOLS_UHIDTROUBLE_H
+#ifndef TOOLS_UHIDTROUBLE_H
+#define TOOLS_UHIDTROUBLE_H
 
 #include <string>
 #include <system_error>

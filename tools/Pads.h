@@ -1,6 +1,6 @@
 // What the tools share: finding the attached pads, and leaving no pad open.
-#ifndef EXAMPLES_PADS_H
-#define EXAMPLES_PADS_H
+#ifndef TOOLS_PADS_H
+#define TOOLS_PADS_H
 
 #include <poll.h>
 

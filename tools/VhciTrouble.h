@@ -1,6 +1,6 @@
 // Explains why the virtual USB host controller could not be used, and how to fix it.
-#ifndef VIRTUALPADS_TOOLS_VHCITROUBLE_H
-#define VIRTUALPADS_TOOLS_VHCITROUBLE_H
+#ifndef TOOLS_VHCITROUBLE_H
+#define TOOLS_VHCITROUBLE_H
 
 #include <string>
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "virtualpads/tools/VhciTrouble.h"
+#include "tools/VhciTrouble.h"
 
 #include <gtest/gtest.h>
 

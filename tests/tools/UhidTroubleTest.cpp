@@ -1,4 +1,4 @@
-#include "virtualpads/tools/UhidTrouble.h"
+#include "tools/UhidTrouble.h"
 
 #include <gtest/gtest.h>
 

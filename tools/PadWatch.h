@@ -1,6 +1,6 @@
 // Reports pads that are attached or detached.
-#ifndef EXAMPLES_PADWATCH_H
-#define EXAMPLES_PADWATCH_H
+#ifndef TOOLS_PADWATCH_H
+#define TOOLS_PADWATCH_H
 
 #include <cstdint>
 #include <optional>

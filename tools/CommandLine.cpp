@@ -1,4 +1,4 @@
-#include "virtualpads/tools/CommandLine.h"
+#include "tools/CommandLine.h"
 
 #include <array>
 #include <cstddef>

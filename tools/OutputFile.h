@@ -1,7 +1,7 @@
 // A file that is opened before there is something to write, so that a path that cannot be written
 // is reported early.
-#ifndef EXAMPLES_OUTPUTFILE_H
-#define EXAMPLES_OUTPUTFILE_H
+#ifndef TOOLS_OUTPUTFILE_H
+#define TOOLS_OUTPUTFILE_H
 
 #include <string>
 

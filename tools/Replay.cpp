@@ -1,4 +1,4 @@
-#include "virtualpads/tools/Replay.h"
+#include "tools/Replay.h"
 
 #include <cstdio>
 #include <string>

@@ -1,6 +1,6 @@
 // A signature, and the formats in which vela-capture writes it.
-#ifndef EXAMPLES_SIGNATURE_H
-#define EXAMPLES_SIGNATURE_H
+#ifndef TOOLS_SIGNATURE_H
+#define TOOLS_SIGNATURE_H
 
 #include <cstdint>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // The application's window as its user sees it: a list, three buttons and the drawing view. They
 // are found by the widgets' object names, so the application knows nothing of it.
-#ifndef VIRTUALPADS_DEMONSTRATION_APPLICATIONWINDOW_H
-#define VIRTUALPADS_DEMONSTRATION_APPLICATIONWINDOW_H
+#ifndef DEMONSTRATION_APPLICATIONWINDOW_H
+#define DEMONSTRATION_APPLICATIONWINDOW_H
 
 #include <QComboBox>
 #include <QPushButton>

@@ -1,6 +1,6 @@
 // How the tools talk to their user.
-#ifndef EXAMPLES_TOOL_H
-#define EXAMPLES_TOOL_H
+#ifndef TOOLS_TOOL_H
+#define TOOLS_TOOL_H
 
 #include <getopt.h>
 

@@ -1,6 +1,6 @@
 // A full run of the window, provider after provider, without a user.
-#ifndef VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
-#define VIRTUALPADS_DEMONSTRATION_UNATTENDEDRUN_H
+#ifndef DEMONSTRATION_UNATTENDEDRUN_H
+#define DEMONSTRATION_UNATTENDEDRUN_H
 
 #include <QString>
 #include <vector>

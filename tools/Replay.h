@@ -1,6 +1,6 @@
 // Sends the reports of a recording again.
-#ifndef VIRTUALPADS_TOOLS_REPLAY_H
-#define VIRTUALPADS_TOOLS_REPLAY_H
+#ifndef TOOLS_REPLAY_H
+#define TOOLS_REPLAY_H
 
 #include <chrono>
 #include <cstddef>
