@@ -13,12 +13,12 @@
 #include <thread>
 #include <utility>
 
-#include "virtualpads/Recording.h"
-#include "virtualpads/kernel/UhidPad.h"
 #include "tools/CommandLine.h"
 #include "tools/Replay.h"
 #include "tools/UhidTrouble.h"
 #include "tools/VhciTrouble.h"
+#include "virtualpads/Recording.h"
+#include "virtualpads/kernel/UhidPad.h"
 #include "virtualpads/usb/VhciPad.h"
 #include "virtualpads/window/PadWindow.h"
 #include "virtualpads/window/WatchedPad.h"
