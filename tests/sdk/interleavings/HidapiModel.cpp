@@ -20,11 +20,11 @@ using support::kSecond;
 using support::note;
 using support::TestCode;
 
-constexpr std::size_t kUnreadReports = 63;  // the kernel keeps them for each open node
+constexpr std::size_t kUnreadReports = 63;    // the kernel keeps them for each open node
 constexpr std::size_t kMaxFailedReads = 100;  // a second
 constexpr Time kReadTimeout = kSecond;
 constexpr Time kLateFailure = 30 * kMillisecond;  // a read that fails does so within it
-constexpr Time kPause = 50 * kMillisecond;  // after a failed read
+constexpr Time kPause = 50 * kMillisecond;        // after a failed read
 
 bool percent(std::uint64_t share) {
   return share > 0 && support::random().below(100) < share;
@@ -137,10 +137,10 @@ void checkReadRate(hid_device& handle) {
   }
 }
 
-// After a failed call, a read waits for a feature report under way; two when they follow each other.
+// After a failed call, a read waits for a feature report under way; two when they follow each
+// other.
 void checkPromptness(const hid_device& handle, const Report& report) {
-  const Time due =
-      std::max({report.sent, handle.firstRead, handle.pauseEnd, handle.lastReport});
+  const Time due = std::max({report.sent, handle.firstRead, handle.pauseEnd, handle.lastReport});
   const Time late = idleTime() > due ? idleTime() - due : 0;
   const Time allowed =
       (thePad->failsAfter(due) ? 2 * thePad->faults.longestFeature : Time{0}) + kMillisecond;
