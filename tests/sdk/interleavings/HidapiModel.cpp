@@ -61,7 +61,8 @@ class Call {
       fail("%s calls %s on a handle that is not open", support::threadName(), name);
     }
     m_handle = handle;
-    m_alone = handle->failed;
+    // The SDK has noted a failure once time has gone by; before, its calls may still overlap.
+    m_alone = handle->failed && handle->lastFailure < idleTime();
     ++handle->calls;
     ++text().calls;
   }
@@ -82,6 +83,7 @@ class Call {
       replaceText(text(), true);
       m_failed = true;
       --text().calls;
+      m_handle->lastFailure = idleTime();
       if (!m_handle->failed) {
         m_handle->failed = true;
         m_handle->failing = idleTime();

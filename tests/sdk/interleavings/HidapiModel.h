@@ -64,6 +64,7 @@ struct hid_device_ {
   interleavings::Time pauseEnd = 0;                   // the reader pauses after a failed read
   std::deque<support::Time> failedReads;              // now(), of the last second
 
+  interleavings::Time lastFailure = 0;
   // A call has failed, and no feature report has begun and succeeded since.
   bool failed = false;
   int failures = 0;                   // how often that began
