@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "../../support/Scheduler.h"
@@ -64,7 +66,9 @@ struct hid_device_ {
   interleavings::Time pauseEnd = 0;                   // the reader pauses after a failed read
   std::deque<support::Time> failedReads;              // now(), of the last second
 
-  interleavings::Time lastFailure = 0;
+  // When a thread's call last failed since the last success. The SDK has noted one on the same
+  // thread, and on others once time has gone by.
+  std::map<std::string_view, interleavings::Time> failureOf;
   // A call has failed, and no feature report has begun and succeeded since.
   bool failed = false;
   int failures = 0;                   // how often that began
