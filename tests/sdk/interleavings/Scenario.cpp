@@ -524,6 +524,7 @@ class Play {
         &other, nullptr,
         [](void*) -> void* {
           const TestCode scope;
+          support::sleepFor(s_play->m_random.below(kQueuePoll));
           s_play->close(*s_play->m_closedByOther);
           return nullptr;
         },
