@@ -2,8 +2,9 @@
 // calls at once may free it twice (from 0.15 on, reads have a text of their own). Hence one read
 // and one control call (a feature or output report) are under way together only until a call fails.
 // From then on calls run alone and the sides take turns, until a control call succeeds: that frees
-// the text in all versions. The price: after a failure a call waits for the one under way. Two
-// calls that fail at the same moment, the first ones to fail, leak one of their texts.
+// the text in all versions. The price: after a failure a call waits for the one under way. Up to
+// version 0.14 the first failure may leak its text, when a call of the other side begins or fails
+// at the same moment.
 #ifndef GIIVELA_HIDCALLGATE_H
 #define GIIVELA_HIDCALLGATE_H
 

@@ -1,5 +1,5 @@
 // Large numbers of samples under disturbances: connections that close while the pen moves, slow
-// callbacks, a shared queue, unplugged pads.
+// callbacks, a shared queue. The interleavings are explored in interleavings/.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -11,10 +11,7 @@
 #include <vector>
 
 #include "PenRecordQueue.h"
-#include "VelaIoEngine.h"
-#include "support/AllocationCount.h"
 #include "support/PadTest.h"
-#include "support/ScriptedPad.h"
 #include "velausb.h"
 #include "virtualpads/PadModel.h"
 
@@ -22,12 +19,9 @@ namespace {
 
 using support::Bytes;
 using support::comesTrue;
-using support::Fault;
-using support::HidCall;
 using support::penRecorder;
 using support::recordPen;
 using support::Sample;
-using support::ScriptedPad;
 using virtualpads::makePad;
 using virtualpads::PadKind;
 
@@ -145,17 +139,6 @@ TEST_F(FlowTest, AConnectionClosesWhileReportsStream) {
   }
 }
 
-TEST_F(FlowTest, AnUnpluggedPadsConnectionClosesWhileThePenMoves) {
-  plugUsbPad();
-  UsbDriver driver;
-  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  MovingPen pen(bus, port);
-  ASSERT_TRUE(recorder.waitFor(500));
-  bus.unplug(port);
-  driver.CloseConnection();
-  expectKnown(recorder.samples());
-}
-
 TEST_F(FlowTest, ASlowCallbackHoldsTheReadingUpNowhereAndTheCloseOnlyOnce) {
   constexpr std::chrono::milliseconds kWork{50};
   constexpr int kReports = 500;
@@ -226,48 +209,6 @@ TEST_P(SharedFlowTest, ClosingEitherEndsTheDeliveryForBoth) {
   EXPECT_EQ(recorder.count(), 0U);
 }
 
-TEST_P(SharedFlowTest, BothCloseWhileThePenMoves) {
-  // A pen whose thread the system holds up does not end the close.
-  bus.setReadTimeout(std::chrono::milliseconds{100});
-  for (int round = 0; round < 10; ++round) {
-    first = std::make_unique<UsbDriver>();
-    second = std::make_unique<UsbDriver>();
-    recorder.reset();
-    openBoth();
-    MovingPen pen(bus, port);
-    ASSERT_TRUE(recorder.waitFor(200));
-    std::thread closing([&] {
-      closedFirst().CloseConnection();
-      closedLast().CloseConnection();
-    });
-    ASSERT_TRUE(comesTrue([&] { return !closedFirst().GetRunningState(); }));
-    const std::size_t delivered = recorder.count();
-    EXPECT_TRUE(bus.waitForReturned(HidCall::Read, bus.count(HidCall::Read) + 100));
-    pen.stop();
-    closing.join();
-    EXPECT_LE(recorder.count(), delivered + 1);  // a delivery may have been under way
-    bus.unplug(port);
-  }
-}
-
-TEST_P(SharedFlowTest, BothCloseAtOnce) {
-  for (int round = 0; round < 20; ++round) {
-    first = std::make_unique<UsbDriver>();
-    second = std::make_unique<UsbDriver>();
-    recorder.reset();
-    openBoth();
-    MovingPen pen(bus, port);
-    ASSERT_TRUE(recorder.waitFor(50));
-    std::thread closing([&] { closedFirst().CloseConnection(); });
-    std::thread closingToo([&] { closedLast().CloseConnection(); });
-    ASSERT_TRUE(comesTrue([&] { return !first->GetRunningState() && !second->GetRunningState(); }));
-    pen.stop();
-    closing.join();
-    closingToo.join();
-    bus.unplug(port);
-  }
-}
-
 TEST_P(SharedFlowTest, AConnectionOpenedInBetweenHasItsOwnQueue) {
   openBoth();
   closedFirst().CloseConnection();
@@ -280,101 +221,6 @@ TEST_P(SharedFlowTest, AConnectionOpenedInBetweenHasItsOwnQueue) {
   EXPECT_EQ(pUSBDataHandler, nullptr);
   third.CloseConnection();
   EXPECT_EQ(recorder.count(), 2U);
-}
-
-// Pads that fail.
-
-TEST_F(FlowTest, AnUnpluggedPadIsNotReadWithoutPause) {
-  plugUsbPad();
-  UsbDriver driver;
-  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  ASSERT_TRUE(bus.waitForBegun(HidCall::Read, 1));
-  bus.unplug(port);
-  ASSERT_TRUE(bus.waitForReturned(HidCall::Read, bus.count(HidCall::Read) + 1));
-
-  const auto begin = std::chrono::steady_clock::now();
-  ASSERT_TRUE(bus.waitForReturned(HidCall::Read, bus.count(HidCall::Read) + 21));
-  const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
-
-  // Each read fails at once; between them lie twenty pauses at least.
-  EXPECT_GE(passed.count(), 1.0);
-  driver.CloseConnection();
-  EXPECT_TRUE(waitForThreads(0));
-}
-
-// Two threads send feature reports, as the vision pad's do, while a third reads, and the pad is
-// unplugged. The bus counts the calls that would free hidapi's error text twice.
-TEST_F(FlowTest, FeatureReportsAndReadsSurviveTheUnplug) {
-  for (int round = 0; round < 8; ++round) {
-    const auto pad = std::make_shared<ScriptedPad>(18);
-    pad->replies[9] = {9, 1, 2, 3};
-    plug(pad);
-    CVelaIoEngine engine(1247, 18);
-    ASSERT_EQ(engine.OpenDevice(1247, 18), 1);
-    std::atomic<bool> stop{false};
-    const auto hammer = [&](auto call) {
-      return std::thread([&stop, call] {
-        while (!stop) call();
-      });
-    };
-    std::thread getting = hammer([&] {
-      unsigned char buffer[4] = {9};
-      engine.GetFeature(4, buffer);
-    });
-    std::thread setting = hammer([&] {
-      unsigned char buffer[4] = {9};
-      engine.SetFeature(4, buffer);
-    });
-    std::thread reading = hammer([&] {
-      unsigned char buffer[6];
-      int count = 0;
-      engine.ReadFile(buffer, 6, &count);
-    });
-    // Some requests also fail before that: a stall leaves an error text although the pad keeps
-    // working.
-    bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1}, 5);
-    bus.fail(HidCall::SendFeature, {Fault::Kind::Return, -1}, 7);
-    bus.fail(HidCall::Read, {Fault::Kind::Return, -1}, 2);
-    for (const HidCall call : {HidCall::GetFeature, HidCall::SendFeature, HidCall::Read}) {
-      EXPECT_TRUE(bus.waitForReturned(call, bus.count(call) + 3));
-    }
-    bus.unplug(port);
-    for (const HidCall call : {HidCall::GetFeature, HidCall::SendFeature, HidCall::Read}) {
-      EXPECT_TRUE(bus.waitForReturned(call, bus.count(call) + 3));
-    }
-    stop = true;
-    getting.join();
-    setting.join();
-    reading.join();
-    engine.CloseDevice();
-  }
-  EXPECT_EQ(bus.misuses(), 0);
-}
-
-// No leaks.
-
-TEST_F(FlowTest, TwoHundredConnectionsLeaveNothingBehind) {
-  bus.setReadTimeout(std::chrono::milliseconds{1});
-  const auto connectOnce = [&] {
-    plugUsbPad();
-    recorder.reset();
-    {
-      UsbDriver driver;
-      ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-      send("20 4E 02 27 01 05");
-      ASSERT_TRUE(recorder.waitFor(1));
-      driver.CloseConnection();
-    }
-    ASSERT_TRUE(waitForThreads(0));
-    bus.reset();
-    bus.setReadTimeout(std::chrono::milliseconds{1});
-  };
-  for (int i = 0; i < 3; ++i) connectOnce();  // one-time allocations
-  const long allocations = support::liveAllocations();
-  const long files = support::fileDescriptorCount();
-  for (int i = 0; i < 200; ++i) connectOnce();
-  EXPECT_EQ(support::liveAllocations(), allocations);
-  EXPECT_EQ(support::fileDescriptorCount(), files);
 }
 
 }  // namespace

@@ -1,23 +1,19 @@
-// The pad II, the ink pad and the vision pad under load: many samples, many connections, and pads
-// that are unplugged while busy.
+// The pad II, the ink pad and the vision pad under load, and two driver objects of one kind.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <thread>
 #include <vector>
 
 #include "PenRecordQueue.h"
 #include "VisionRecordQueue.h"
-#include "support/AllocationCount.h"
 #include "support/PadTest.h"
 #include "velaii.h"
 #include "velainkusb.h"
 #include "velavision.h"
 #include "virtualpads/PadModel.h"
-#include "virtualpads/VisionPad.h"
 
 namespace {
 
@@ -145,20 +141,6 @@ TYPED_TEST(PadsFlowTest, FiftyThousandReportsArriveCompleteAndInOrder) {
   }
 }
 
-TYPED_TEST(PadsFlowTest, PadIsPulledOutWhileThePenMovesAndTheConnectionCloses) {
-  this->plugPad();
-  typename TypeParam::Driver driver;
-  ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  std::thread pen([&] {
-    for (int i = 0; this->bus.sendWhenRoom(this->port, TypeParam::report(i)); ++i) {
-    }
-  });
-  EXPECT_TRUE(this->recorder.waitFor(1000));
-  this->bus.unplug(this->port);
-  pen.join();
-  EXPECT_EQ(driver.CloseConnection(), 0);
-}
-
 TYPED_TEST(PadsFlowTest, ConnectionClosesWhileThePenMoves) {
   this->bus.setReadTimeout(this->kLongTimeout);  // however slow the pen is, it does not rest
   this->plugPad();
@@ -213,29 +195,6 @@ TYPED_TEST(PadsFlowTest, RunningStateDoesNotComeBack) {
   }
 }
 
-TYPED_TEST(PadsFlowTest, TwoHundredConnectionsLeaveNothingBehind) {
-  const auto connectOnce = [&] {
-    this->plugPad();
-    this->recorder.reset();
-    {
-      typename TypeParam::Driver driver;
-      ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-      ASSERT_TRUE(this->bus.sendWhenRoom(this->port, TypeParam::report(0)));
-      ASSERT_TRUE(this->recorder.waitFor(1));
-      driver.CloseConnection();
-    }
-    ASSERT_TRUE(this->waitForThreads(0));
-    this->bus.reset();
-    this->bus.setReadTimeout(std::chrono::milliseconds(1));
-  };
-  for (int i = 0; i < 3; ++i) connectOnce();  // one-time allocations
-  const long allocations = support::liveAllocations();
-  const long files = support::fileDescriptorCount();
-  for (int i = 0; i < 200; ++i) connectOnce();
-  EXPECT_EQ(support::liveAllocations(), allocations);
-  EXPECT_EQ(support::fileDescriptorCount(), files);
-}
-
 // The first request of an ink pad that is opened before main begins, as a static object of a client
 // may do. The other static objects of this program need no initialisation.
 const Bytes kSentBeforeMain = [] {
@@ -252,41 +211,6 @@ const Bytes kSentBeforeMain = [] {
 TEST(InkBeforeMainTest, PictureIsThere) {
   ASSERT_EQ(kSentBeforeMain.size(), 2408U);
   EXPECT_EQ(kSentBeforeMain[1], 1);  // the layer
-}
-
-// The client's requests, the keep-alive and the reading continue while the pad is unplugged. The
-// bus counts the calls that would free hidapi's error text twice.
-TEST(VisionUnplugTest, RequestsAndKeepAliveAndReadsSurviveIt) {
-  support::VirtualBus& bus = support::VirtualBus::instance();
-  for (int round = 0; round < 5; ++round) {
-    bus.reset();
-    const auto model = std::make_shared<virtualpads::VisionPad>();
-    const support::VirtualBus::Port port = bus.plug(model);
-    bus.setReadTimeout(std::chrono::milliseconds(1));
-    velavision driver;
-    ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-    std::atomic<bool> stop{false};
-    std::thread client([&] {
-      char serial[16];
-      while (!stop) {
-        driver.ClearInkRegion();
-        driver.GetSerialNumber(serial);
-      }
-    });
-    EXPECT_TRUE(comesTrue([&] {
-      int keepAlives = 0;
-      bus.withModel(port, [&](virtualpads::PadModel&) { keepAlives = model->keepAlives(); });
-      return keepAlives >= 3;
-    }));
-    bus.unplug(port);
-    for (const HidCall call : {HidCall::GetFeature, HidCall::SendFeature, HidCall::Read}) {
-      EXPECT_TRUE(bus.waitForReturned(call, bus.count(call) + 3));
-    }
-    stop = true;
-    client.join();
-    EXPECT_EQ(driver.CloseConnection(), 0);
-    EXPECT_EQ(bus.misuses(), 0);
-  }
 }
 
 }  // namespace

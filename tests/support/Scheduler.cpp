@@ -113,7 +113,8 @@ void futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value)
 }
 
 void awaitTurn(Thread& thread) {
-  while (thread.turn.load(std::memory_order_acquire) == 0) futex(thread.turn, FUTEX_WAIT_PRIVATE, 0);
+  while (thread.turn.load(std::memory_order_acquire) == 0)
+    futex(thread.turn, FUTEX_WAIT_PRIVATE, 0);
   thread.turn.store(0, std::memory_order_relaxed);
 }
 
@@ -247,10 +248,9 @@ Thread* chosen() {
     gather();
   }
   if (!run.walk) {
-    return *std::max_element(candidates.begin(), candidates.begin() + count,
-                             [](const Thread* one, const Thread* other) {
-                               return one->priority < other->priority;
-                             });
+    return *std::max_element(
+        candidates.begin(), candidates.begin() + count,
+        [](const Thread* one, const Thread* other) { return one->priority < other->priority; });
   }
   if (run.stay > 0 && self->state != Thread::State::Ended && canGoOn(*self) &&
       run.choices.below(100) < run.stay) {
@@ -402,8 +402,8 @@ std::uint64_t Random::next() {
 }
 
 Outcome runScheduled(std::uint64_t seed, void (*body)(), bool verbose) {
-  static auto* const shared = static_cast<Shared*>(mmap(
-      nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  static auto* const shared = static_cast<Shared*>(
+      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   static const int errors = memfd_create("errors", MFD_CLOEXEC);
   static std::FILE* const nowhere = std::fopen("/dev/null", "we");
   if (shared == MAP_FAILED || errors < 0 || nowhere == nullptr) {
@@ -509,7 +509,8 @@ bool waitUntilReady(const char* what, const void* object, Time deadline, bool (*
 
 void sleepFor(Time time) {
   decide();
-  waitUntil("sleeps", [] { return false; }, run.now + time);
+  waitUntil(
+      "sleeps", [] { return false; }, run.now + time);
 }
 
 void nameThreads(std::initializer_list<const char*> names) {
@@ -562,7 +563,7 @@ bool mayStart() {
 }
 
 void addThread(StartThread* start, pthread_t* handle, const pthread_attr_t* attributes,
-              void* (*entry)(void*), void* argument) {
+               void* (*entry)(void*), void* argument) {
   const char* const name =
       run.namesLeft > 0 ? run.names[static_cast<std::size_t>(--run.namesLeft)] : "thread";
   Thread& thread = newThread(name);

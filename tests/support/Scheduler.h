@@ -14,9 +14,7 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <random>
 #include <string>
-#include <type_traits>
 
 namespace support {
 

@@ -30,7 +30,7 @@ bool mayStart();
 // Adds a thread that runs entry(argument), with its first turn still to come.
 using StartThread = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 void addThread(StartThread* start, pthread_t* handle, const pthread_attr_t* attributes,
-              void* (*entry)(void*), void* argument);
+               void* (*entry)(void*), void* argument);
 void markJoined(int thread);
 
 // Numbers for the decisions.

@@ -33,10 +33,10 @@ Pointer original(Pointer& pointer, const char* name) {
 }
 
 // The C library's function instead of the one below.
-#define ORIGINAL(function)                                  \
-  ([] {                                                     \
+#define ORIGINAL(function)                                    \
+  ([] {                                                       \
     static constinit decltype(&(function)) pointer = nullptr; \
-    return original(pointer, #function);                    \
+    return original(pointer, #function);                      \
   }())
 
 bool inRun() {
@@ -47,10 +47,10 @@ bool inRun() {
 
 struct Lock {
   const void* at = nullptr;
-  int owner = kNoThread;          // of a mutex, or the writer
-  std::uint64_t readers = 0;      // by thread
-  std::uint64_t waiting = 0;      // for the lock, or for the condition
-  std::uint64_t notified = 0;     // of those that wait for the condition
+  int owner = kNoThread;       // of a mutex, or the writer
+  std::uint64_t readers = 0;   // by thread
+  std::uint64_t waiting = 0;   // for the lock, or for the condition
+  std::uint64_t notified = 0;  // of those that wait for the condition
   bool destroyed = false;
 
   bool inUse() const { return owner != kNoThread || readers != 0 || waiting != 0; }
@@ -91,7 +91,8 @@ template <class Free, class Take>
 bool acquire(const void* at, const char* kind, const char* what, Free free, Take take,
              Time deadline = kForever) {
   lockAt(at, kind).waiting |= myBit();
-  const bool got = waitUntil(what, [&] { return free(lockAt(at, kind)); }, deadline, at);
+  const bool got = waitUntil(
+      what, [&] { return free(lockAt(at, kind)); }, deadline, at);
   Lock& lock = lockAt(at, kind);
   lock.waiting &= ~myBit();
   if (got) take(lock);
@@ -126,7 +127,8 @@ bool lockMutex(pthread_mutex_t* mutex, Time deadline = kForever) {
 
 void unlockMutex(pthread_mutex_t* mutex) {
   Lock& lock = lockAt(mutex, kMutex);
-  if (lock.owner != currentThread()) fail("%s unlocks a mutex that it has not locked", threadName());
+  if (lock.owner != currentThread())
+    fail("%s unlocks a mutex that it has not locked", threadName());
   lock.owner = kNoThread;
 }
 
@@ -139,8 +141,7 @@ bool waitFor(pthread_cond_t* condition, pthread_mutex_t* mutex, Time deadline) {
   lock.waiting |= me;
   lock.notified &= ~me;
   unlockMutex(mutex);
-  const Time spurious =
-      choices().oneIn(8) ? now() + choices().below(2 * kMillisecond) : kForever;
+  const Time spurious = choices().oneIn(8) ? now() + choices().below(2 * kMillisecond) : kForever;
   const bool notified = waitUntil(
       "waits for condition", [&] { return (lockAt(condition, kCondition).notified & me) != 0; },
       std::min(deadline, spurious), condition);
@@ -199,8 +200,7 @@ Signals& mySignals() {
 
 // The program has no handlers, so a signal that a thread does not block ends it.
 void endByUnblockedSignals() {
-  const std::uint64_t arriving =
-      (mySignals().pending | pendingForProcess) & ~mySignals().blocked;
+  const std::uint64_t arriving = (mySignals().pending | pendingForProcess) & ~mySignals().blocked;
   if (arriving != 0) {
     fail("signal %d ends the process: %s does not block it", std::countr_zero(arriving) + 1,
          threadName());

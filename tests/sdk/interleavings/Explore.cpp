@@ -1,4 +1,5 @@
-// vela-explore: plays scenarios with the SDK, each in an order of its threads that its seed chooses.
+// vela-explore: plays scenarios with the SDK, each in an order of its threads that its seed
+// chooses.
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -151,8 +152,8 @@ int main(int argc, char** argv) {
     std::printf("the first seed is %" PRIu64 "\n", *options.first);
     std::fflush(stdout);
   }
-  void* const memory = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  void* const memory =
+      mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) {
     std::perror("explore");
     return 1;
@@ -179,7 +180,8 @@ int main(int argc, char** argv) {
   }
   const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
   const auto runs = static_cast<double>(progress.runs.load());
-  std::printf("%.0f runs, %" PRIu64 " failed; %.1f s, %.0f runs/s; each %.0f decisions, %.0f "
+  std::printf("%.0f runs, %" PRIu64
+              " failed; %.1f s, %.0f runs/s; each %.0f decisions, %.0f "
               "switches, %.0f ms of virtual time\n",
               runs, progress.failures.load(), seconds, runs / seconds,
               static_cast<double>(progress.decisions.load()) / runs,

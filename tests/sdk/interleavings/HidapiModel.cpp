@@ -20,11 +20,11 @@ using support::kSecond;
 using support::note;
 using support::TestCode;
 
-constexpr std::size_t kUnreadReports = 63;  // the kernel keeps them for each open node
+constexpr std::size_t kUnreadReports = 63;    // the kernel keeps them for each open node
 constexpr std::size_t kMaxFailedReads = 100;  // a second
 constexpr Time kReadTimeout = kSecond;
 constexpr Time kLateFailure = 30 * kMillisecond;  // a read that fails does so within it
-constexpr Time kPause = 50 * kMillisecond;  // after a failed read
+constexpr Time kPause = 50 * kMillisecond;        // after a failed read
 
 bool percent(std::uint64_t share) {
   return share > 0 && support::random().below(100) < share;
@@ -61,7 +61,11 @@ class Call {
       fail("%s calls %s on a handle that is not open", support::threadName(), name);
     }
     m_handle = handle;
-    m_alone = handle->failed;
+    m_alone =
+        handle->failed &&
+        std::any_of(handle->failureOf.begin(), handle->failureOf.end(), [](const auto& failure) {
+          return failure.first == support::threadName() || failure.second < idleTime();
+        });
     ++handle->calls;
     ++text().calls;
   }
@@ -82,6 +86,7 @@ class Call {
       replaceText(text(), true);
       m_failed = true;
       --text().calls;
+      m_handle->failureOf[support::threadName()] = idleTime();
       if (!m_handle->failed) {
         m_handle->failed = true;
         m_handle->failing = idleTime();
@@ -89,6 +94,7 @@ class Call {
       }
     } else if (m_side == Side::Control && m_alone) {
       m_handle->failed = false;
+      m_handle->failureOf.clear();
       m_handle->recovered = idleTime();
     }
     decide();
@@ -104,7 +110,7 @@ class Call {
 
   hid_device* m_handle = nullptr;
   Side m_side;
-  bool m_alone = false;   // began after a failure
+  bool m_alone = false;   // began when the SDK had noted a failure
   bool m_failed = false;  // and has stored its text
 };
 
@@ -137,13 +143,12 @@ void checkReadRate(hid_device& handle) {
   }
 }
 
-// After a failed call, a read waits for a feature report under way; two when they follow each other.
+// After a failed call, a read waits for the feature report under way.
 void checkPromptness(const hid_device& handle, const Report& report) {
-  const Time due =
-      std::max({report.sent, handle.firstRead, handle.pauseEnd, handle.lastReport});
+  const Time due = std::max({report.sent, handle.firstRead, handle.pauseEnd, handle.lastReport});
   const Time late = idleTime() > due ? idleTime() - due : 0;
   const Time allowed =
-      (thePad->failsAfter(due) ? 2 * thePad->faults.longestFeature : Time{0}) + kMillisecond;
+      (thePad->failsAfter(due) ? thePad->faults.longestFeature : Time{0}) + kMillisecond;
   if (late > allowed) {
     fail("report %d was read %.3f ms after it came", report.index,
          static_cast<double>(late) / kMillisecond);

@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "../../support/Scheduler.h"
@@ -58,17 +60,20 @@ struct hid_device_ {
   int calls = 0;  // under way
   std::deque<interleavings::Report> unread;
   interleavings::TextPlace error;
-  interleavings::TextPlace readError;  // of the reads, if they have their own
+  interleavings::TextPlace readError;                 // of the reads, if they have their own
   interleavings::Time firstRead = support::kForever;  // when the first read began
   interleavings::Time lastReport = 0;                 // when a read last returned one
   interleavings::Time pauseEnd = 0;                   // the reader pauses after a failed read
   std::deque<support::Time> failedReads;              // now(), of the last second
 
+  // When a thread's call last failed since the last success. The SDK has noted one on the same
+  // thread, and on others once time has gone by.
+  std::map<std::string_view, interleavings::Time> failureOf;
   // A call has failed, and no feature report has begun and succeeded since.
   bool failed = false;
-  int failures = 0;                          // how often that began
-  interleavings::Time failing = 0;           // when it last began
-  interleavings::Time recovered = 0;         // when it last ended
+  int failures = 0;                   // how often that began
+  interleavings::Time failing = 0;    // when it last began
+  interleavings::Time recovered = 0;  // when it last ended
 };
 
 namespace interleavings {
@@ -84,7 +89,8 @@ class Pad {
   void unplug();
   void plugIn() { ++plugs; }
 
-  // Whether a call on an open handle has failed since `begin`, or before with no success until then.
+  // Whether a call on an open handle has failed since `begin`, or before with no success until
+  // then.
   bool failsAfter(Time begin) const;
   // When the last read ends that may have begun before the first failure and hold up a call that
   // begins at `begin`: a second after that failure.
@@ -93,6 +99,8 @@ class Pad {
   bool hasUnread() const;
   // The last time that a read returned a report.
   Time lastReport() const;
+  // When the pause ends that follows a failed read.
+  Time pauseEnd() const { return handles.empty() ? 0 : handles.back()->pauseEnd; }
 
   // Fails the run unless all handles are closed, hidapi is shut down and its texts are freed. One
   // text may be lost each time that calls begin to fail.

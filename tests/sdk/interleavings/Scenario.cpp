@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <initializer_list>
 #include <iterator>
 #include <map>
-#include <initializer_list>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -56,6 +56,8 @@ struct Sample {
   unsigned sequence;
 };
 
+constexpr int kAnywhere = -1;  // as x
+
 bool isUp(int report) {
   return report % 5 == 4;
 }
@@ -84,7 +86,11 @@ struct Usb {
   static Bytes report(int i) {
     const int x = 90 + i;
     const int y = 45 + i;
-    return {static_cast<std::uint8_t>(isUp(i) ? 0 : 0x20), low(x), high(x), low(y), high(y),
+    return {static_cast<std::uint8_t>(isUp(i) ? 0 : 0x20),
+            low(x),
+            high(x),
+            low(y),
+            high(y),
             low(i % 128)};
   }
   static Sample sample(int i, unsigned number) {
@@ -108,8 +114,17 @@ struct Ii {
   static constexpr Time kPauses = 0;
 
   static Bytes report(int i) {
-    return {0, static_cast<std::uint8_t>(isUp(i) ? 0xFE : 0x01), low(i), high(i), low(7 * i),
-            high(7 * i), low(i % 128), 0, 0, 0, 0};
+    return {0,
+            static_cast<std::uint8_t>(isUp(i) ? 0xFE : 0x01),
+            low(i),
+            high(i),
+            low(7 * i),
+            high(7 * i),
+            low(i % 128),
+            0,
+            0,
+            0,
+            0};
   }
   static Sample sample(int i, unsigned number) {
     return {i, 7 * i, i % 128, isUp(i) ? 0 : 1, number};
@@ -142,8 +157,10 @@ struct Ink {
   static constexpr Time kPauses = 0;
 
   static Bytes report(int i) {
-    return {0x01, static_cast<std::uint8_t>(isUp(i) ? 0xFE : 0x01), low(i), high(i), low(7 * i),
-            high(7 * i), low(i), low(i)};
+    return {0x01,       static_cast<std::uint8_t>(isUp(i) ? 0xFE : 0x01),
+            low(i),     high(i),
+            low(7 * i), high(7 * i),
+            low(i),     low(i)};
   }
   static Sample sample(int i, unsigned) {
     return {i, 7 * i, i % 256, isUp(i) ? 0 : 1, static_cast<unsigned>(i % 256)};
@@ -180,8 +197,8 @@ struct Vision {
 
   static Bytes report(int i) {
     if (isUp(i)) return {1, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, high(i), low(i), 0, 0, 0, 0, 0};
-    return {1, 0x80, high(i), low(i), high(7 * i), low(7 * i), 0, 9, 0, 0, high(i), low(i),
-            0, 0,    0,       0,      0};
+    return {1, 0x80,    high(i), low(i), high(7 * i), low(7 * i), 0, 9, 0,
+            0, high(i), low(i),  0,      0,           0,          0, 0};
   }
   // A lifted pen is where it was; see Play.
   static Sample sample(int i, unsigned number) {
@@ -212,14 +229,14 @@ struct Plan {
   Faults faults;
   Time callbackTime;  // idle time
   int reports;
-  Time gap;          // between reports, at most
+  Time gap;  // between reports, at most
   Time penComes;
   Time unplug = support::kForever;
   Time plugInAfter = support::kForever;
   int connections;
-  bool twoObjects;   // of the driver, in the first connection
+  bool twoObjects;  // of the driver, in the first connection
   bool padAtStart;
-  int failingThread = -1;
+  std::string_view failingThread;  // of the first object; none if empty
   int firstReport;
 
   bool mayFail() const {
@@ -241,8 +258,8 @@ Plan madeUp(Random& random) {
   plan.faults.readIsShort = oneOf<std::uint64_t>(random, {0, 0, 10});
   plan.faults.readsHaveTheirText = random.oneIn(3);
   plan.faults.accessible = !random.oneIn(24);
-  plan.callbackTime = oneOf<Time>(
-      random, {0, 0, 300 * kMicrosecond, 3 * kMillisecond, 20 * kMillisecond});
+  plan.callbackTime =
+      oneOf<Time>(random, {0, 0, 300 * kMicrosecond, 3 * kMillisecond, 20 * kMillisecond});
   plan.reports = static_cast<int>(random.below(plan.faults.readFails > 0 ? 10 : 40));
   plan.gap = oneOf<Time>(random, {1, 200 * kMicrosecond, kMillisecond, 4 * kMillisecond});
   plan.penComes =
@@ -256,10 +273,14 @@ Plan madeUp(Random& random) {
     if (random.oneIn(2)) plan.plugInAfter = moment();
   }
   plan.connections = oneOf(random, {1, 1, 1, 2, 2, 3});
-  plan.twoObjects = random.oneIn(8);
+  plan.twoObjects = random.oneIn(6);
   plan.padAtStart = !random.oneIn(16);
-  // When one of two objects does not read, its close ends while the other one still reads.
-  if (random.oneIn(plan.twoObjects ? 3 : 12)) plan.failingThread = static_cast<int>(random.below(3));
+  if (random.oneIn(12)) {
+    plan.failingThread = oneOf<std::string_view>(random, {"signal", "reading", "processing"});
+  } else if (plan.twoObjects && random.oneIn(2)) {
+    // The close of one ends while the other one still reads.
+    plan.failingThread = "reading";
+  }
   plan.firstReport = static_cast<int>(random.below(10));
   return plan;
 }
@@ -295,7 +316,8 @@ class Play {
     Begin read;
   };
 
-  Play() : m_random(support::random()), m_plan(madeUp(m_random)), m_pad(Kind::kKind, m_plan.faults) {
+  Play()
+      : m_random(support::random()), m_plan(madeUp(m_random)), m_pad(Kind::kKind, m_plan.faults) {
     s_play = this;
     thePad = &m_pad;
     m_pad.plugged = m_plan.padAtStart;
@@ -305,10 +327,13 @@ class Play {
   void run() {
     pthread_t penThread{};
     nameThreads({"pad"});
-    pthread_create(&penThread, nullptr, [](void*) -> void* {
-      s_play->movePen();
-      return nullptr;
-    }, nullptr);
+    pthread_create(
+        &penThread, nullptr,
+        [](void*) -> void* {
+          s_play->movePen();
+          return nullptr;
+        },
+        nullptr);
     for (int i = 0; i < m_plan.connections; ++i) connect(i == 0 && m_plan.twoObjects);
     pthread_join(penThread, nullptr);
     checkNothingLeft();
@@ -356,11 +381,10 @@ class Play {
     Sample sample = Kind::sample(index, m_number);
     if (!Kind::kDropsFirstLift) {  // the vision pad
       if (isUp(index)) {
-        sample.x = m_lastX;
-        sample.y = m_lastY;
+        sample.x = m_last.x;
+        sample.y = m_last.y;
       }
-      m_lastX = sample.x;
-      m_lastY = sample.y;
+      m_last = sample;
     }
     queue.push_back({index, sample, begin()});
   }
@@ -397,7 +421,11 @@ class Play {
     Expected expected = queue.front();
     queue.pop_front();
     if (!Kind::kDropsFirstLift) expected.sample.sequence = m_number = (m_number + 1) % 256;
-    const Sample& wanted = expected.sample;
+    Sample& wanted = expected.sample;
+    if (wanted.x == kAnywhere) {
+      wanted.x = sample.x;
+      wanted.y = sample.y;
+    }
     if (sample.x != wanted.x || sample.y != wanted.y || sample.pressure != wanted.pressure ||
         sample.touch != wanted.touch || sample.sequence != wanted.sequence) {
       fail("sample {%d, %d, %d, %d, number %u} instead of {%d, %d, %d, %d, number %u}", sample.x,
@@ -412,6 +440,7 @@ class Play {
   // With two driver objects of the kind, both read each report, and both processing threads take
   // from the one queue.
   void deliverOfTwo(const Sample& sample) {
+    if (!Kind::kDropsFirstLift) m_number = (m_number + 1) % 256;
     for (auto& [handle, queue] : m_expected) {
       const auto found = std::find_if(queue.begin(), queue.end(), [&](const Expected& expected) {
         return expected.sample.pressure == sample.pressure &&
@@ -458,7 +487,8 @@ class Play {
       operation();
     }
     note("%s returned", what);
-    checkDuration(what, from.time, allowed + (m_pad.features > from.features ? featuresSince(from) : 0));
+    checkDuration(what, from.time,
+                  allowed + (m_pad.features > from.features ? featuresSince(from) : 0));
   }
 
   void open(Driver& driver, bool isSecond) {
@@ -496,11 +526,15 @@ class Play {
     nameThreads({"client 2"});
     pthread_t other{};
     m_closedByOther = &second;
-    pthread_create(&other, nullptr, [](void*) -> void* {
-      const TestCode scope;
-      s_play->close(*s_play->m_closedByOther);
-      return nullptr;
-    }, nullptr);
+    pthread_create(
+        &other, nullptr,
+        [](void*) -> void* {
+          const TestCode scope;
+          support::sleepFor(s_play->m_random.below(kQueuePoll));
+          s_play->close(*s_play->m_closedByOther);
+          return nullptr;
+        },
+        nullptr);
     close(driver);
     pthread_join(other, nullptr);
   }
@@ -522,8 +556,11 @@ class Play {
     std::unique_ptr<Driver> driver = newDriver();
     std::unique_ptr<Driver> second;
     if (m_random.oneIn(4)) operate("GetNumDevices", 0, [&] { driver->GetNumDevices(); });
-    const int failingThread = std::exchange(m_plan.failingThread, -1);
-    support::failThreadStart(failingThread);
+    const std::string_view failing = std::exchange(m_plan.failingThread, {});
+    const auto* const position = std::find(Kind::kThreads.begin(), Kind::kThreads.end(), failing);
+    if (!failing.empty()) {
+      support::failThreadStart(static_cast<int>(position - Kind::kThreads.begin()));
+    }
     m_open = true;
     m_twoAreOpen = two;
     open(*driver, false);
@@ -536,10 +573,14 @@ class Play {
     const bool stops = m_random.oneIn(16);
     if (stops) driver->SetRunningFalse();
     for (auto requests = m_random.below(6); requests > 0; --requests) {
-      if (m_random.oneIn(3)) support::sleepFor(m_random.below(20 * kMillisecond));
+      if (m_random.oneIn(3)) {
+        support::sleepFor(m_random.below(20 * kMillisecond));
+      } else if (const Time end = m_pad.pauseEnd(); m_random.oneIn(2) && end > idleTime()) {
+        support::sleepFor(end - idleTime());  // meets the next read
+      }
       operate("request", 0, [&] { Kind::request(*driver, m_random); });
     }
-    if (m_random.oneIn(2) && failingThread < 0 && !stops && Kind::kQueue != nullptr) settle();
+    if (m_random.oneIn(2) && failing.empty() && !stops && Kind::kQueue != nullptr) settle();
     if (two && m_random.oneIn(2)) std::swap(driver, second);
     if (two && m_random.oneIn(2)) {
       closeAtOnce(*driver, *second);
@@ -555,7 +596,10 @@ class Play {
     m_open = false;
     m_twoAreOpen = false;
     if (Kind::kQueue != nullptr) fail("the queue is left");
-    if (two) m_leftIsExact = false;
+    if (two) {
+      m_leftIsExact = false;
+      m_last.x = kAnywhere;  // either reader was the last
+    }
     if (Kind::kLeftSample == 0) return;
     for (std::size_t i = handlesBefore; i < m_pad.handles.size(); ++i) {
       m_left += m_expected[m_pad.handles[i].get()].size();
@@ -568,8 +612,8 @@ class Play {
     while (!m_penIsGone) support::sleepFor(5 * kMillisecond);
     const Time feature = m_plan.faults.longestFeature;
     const bool fails = m_pad.failsAfter(0) || m_plan.mayFail();
-    const Time late = 5 * kMillisecond + feature +
-                      (fails ? kPauseAfterFailedRead + feature + kReadTimeout : 0);
+    const Time late =
+        5 * kMillisecond + feature + (fails ? kPauseAfterFailedRead + feature + kReadTimeout : 0);
     idleFor(late);
     while (m_plan.faults.readFails > 0 && m_pad.hasUnread()) idleFor(late);
     if (m_pad.hasUnread()) fail("a report was not read");
@@ -628,8 +672,7 @@ class Play {
   std::map<const hid_device_*, std::deque<Expected>> m_expected;
   std::map<const hid_device_*, bool> m_hasRead;
   unsigned m_number = 0;  // of the process's last report or, for the vision pad, sample
-  int m_lastX = 0;
-  int m_lastY = 0;
+  Sample m_last{};        // of the vision pad
   std::size_t m_left = 0;
   bool m_leftIsExact = true;
 };

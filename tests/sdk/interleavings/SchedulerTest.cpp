@@ -118,7 +118,8 @@ TEST(SchedulerTest, ThreadsWakeInTheOrderOfTheirDeadlines) {
   EXPECT_EQ(firstFailure([] {
               static std::string order;
               order.clear();
-              runThreads([] { usleep(300'000), order += 'c'; }, [] { usleep(100'000), order += 'a'; },
+              runThreads([] { usleep(300'000), order += 'c'; },
+                         [] { usleep(100'000), order += 'a'; },
                          [] { usleep(200'000), order += 'b'; });
               if (order != "abc") fail("the order is %s", order.c_str());
             }).report,
@@ -140,10 +141,9 @@ TEST(SchedulerTest, ReportsADeadlockWithWhatEachThreadWaitsFor) {
           const std::lock_guard second(one);
         });
   });
-  EXPECT_THAT(outcome.report,
-              AllOf(StartsWith("deadlock\n"), HasSubstr("client: joins reading"),
-                    HasSubstr("\n  reading: waits for mutex"),
-                    HasSubstr("\n  processing: waits for mutex")));
+  EXPECT_THAT(outcome.report, AllOf(StartsWith("deadlock\n"), HasSubstr("client: joins reading"),
+                                    HasSubstr("\n  reading: waits for mutex"),
+                                    HasSubstr("\n  processing: waits for mutex")));
 }
 
 TEST(SchedulerTest, ReportsAWakeUpThatIsLost) {
@@ -163,8 +163,7 @@ TEST(SchedulerTest, ReportsAWakeUpThatIsLost) {
           done = true;
         });
   });
-  EXPECT_THAT(outcome.report,
-              AllOf(StartsWith("deadlock\n"), HasSubstr("waits for condition")));
+  EXPECT_THAT(outcome.report, AllOf(StartsWith("deadlock\n"), HasSubstr("waits for condition")));
 }
 
 TEST(SchedulerTest, EndsWaitsForNoReasonNowAndThen) {
@@ -248,7 +247,8 @@ TEST(SchedulerTest, ReportsAThreadThatIsNeverJoined) {
   const Outcome outcome = runScheduled(1, [] {
     pthread_t thread{};
     support::nameThreads({"signal"});
-    pthread_create(&thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+    pthread_create(
+        &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
     usleep(1000);
   });
   EXPECT_EQ(outcome.report, "a thread was never joined\n  client: can go on\n  signal: has ended");
