@@ -61,12 +61,12 @@ class VhciPad : public KernelPad {
   void unlink(const UsbipCommand& command);
   void control(const UsbipCommand& command);
   void returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply, bool babble);
+  void returnNoResponse(std::uint32_t sequence) const;
   void pollEndpoint();
 
   const std::uint8_t m_interval;
   const std::function<UsbPort()> m_openPort;
-  std::function<void()> m_waitUntilGone;
-  std::string m_port;
+  UsbPort m_port;  // its `device` has moved to the base class
   std::optional<UsbDevice> m_device;
   std::map<std::uint32_t, UsbipCommand> m_controls;  // that have no answer yet
   std::optional<Transfer> m_poll;                    // the host's transfer for the next report
