@@ -124,7 +124,7 @@ class KernelPad {
   virtual void disconnect() = 0;
   // Waits until the kernel has removed the device, while the event thread still runs. m_mutex is
   // not held.
-  virtual void waitUntilGone() const {}
+  virtual void waitUntilGone() {}
   virtual bool sendReport(const Bytes& report) = 0;
   // Reads what the kernel has for the pad, and returns what is to be done about it, or nothing.
   // Called on the event thread; m_mutex is not held during the reading.

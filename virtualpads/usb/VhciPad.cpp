@@ -51,13 +51,15 @@ void VhciPad::disconnect() {
   if (m_poll) {
     returnNoResponse(m_poll->sequence);
   }
-  m_port.remove();
+  // It takes the drivers from the device, which they may ask for something until then.
+  m_removal = std::thread(m_port.remove);
   m_controls.clear();
   m_poll.reset();
   m_reports.clear();
 }
 
-void VhciPad::waitUntilGone() const {
+void VhciPad::waitUntilGone() {
+  m_removal.join();
   m_port.waitUntilGone();
   shutdown(device(), SHUT_RDWR);
 }

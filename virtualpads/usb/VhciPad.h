@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "virtualpads/kernel/KernelPad.h"
 #include "virtualpads/usb/UsbDevice.h"
@@ -48,7 +49,7 @@ class VhciPad : public KernelPad {
 
   Connection connect() override;
   void disconnect() override;
-  void waitUntilGone() const override;
+  void waitUntilGone() override;
   bool sendReport(const Bytes& report) override;
   std::function<void()> readEvent() override;
   void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
@@ -66,6 +67,7 @@ class VhciPad : public KernelPad {
 
   const std::uint8_t m_interval;
   const std::function<UsbPort()> m_openPort;
+  std::thread m_removal;
   UsbPort m_port;  // its `device` has moved to the base class
   std::optional<UsbDevice> m_device;
   std::map<std::uint32_t, UsbipCommand> m_controls;  // that have no answer yet

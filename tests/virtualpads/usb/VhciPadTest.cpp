@@ -514,8 +514,8 @@ TEST_F(VhciPadTest, UnplugFaultEndsTheRequestAndTheConnection) {
   // Until the kernel has removed the device, all further transfers fail too.
   host.poll("00000010");
   EXPECT_EQ(host.receive(48), ret("00000010", kProtocolError, "00000000"));
-  EXPECT_EQ(host.removals, 1);
   pad.unplug();
+  EXPECT_EQ(host.removals, 1);
   EXPECT_TRUE(host.closed());
   EXPECT_THAT(model->feature, ElementsAre(5, 0x11, 0x22));
   plug();
