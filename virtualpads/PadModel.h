@@ -1,6 +1,6 @@
 // What all virtual pads have in common: their identity on the bus, the format of their reports, and
-// their answers to feature reports. The two faces (the hidapi face and the kernel face) put any
-// model behind a real interface; they know nothing of a particular pad.
+// their answers to feature reports. The faces (hidapi, the kernel, the USB) put any model behind
+// a real interface; they know nothing of a particular pad.
 #ifndef VIRTUALPADS_PADMODEL_H
 #define VIRTUALPADS_PADMODEL_H
 

@@ -304,8 +304,10 @@ TEST_P(AppUnplugTest, InEveryState) {
   EXPECT_EQ(app.program().wait(), 0);
 }
 
+class AppUnplugAtTheEndTest : public AppUnplugTest {};
+
 // At a request of the closing, if there is one.
-TEST_P(AppUnplugTest, DuringQuit) {
+TEST_P(AppUnplugAtTheEndTest, DuringQuit) {
   openAndWait();
   writeAndLook("before-quit");
   if (requests.close) {
@@ -318,19 +320,21 @@ TEST_P(AppUnplugTest, DuringQuit) {
   expectEndAndNextOne("quit");
 }
 
-TEST_P(AppUnplugTest, WhileTheWindowCloses) {
+TEST_P(AppUnplugAtTheEndTest, WhileTheWindowCloses) {
   openAndWait();
   unplugWhileItWaitsForThePen([] { desktop().closeWindow(); });
   expectEndAndNextOne("closed");
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, AppTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
-                                            ::testing::ValuesIn(faces())),
-                         nameOfPadAndFace);
+// One way through the application is enough on the USB: AppUnplugTest opens, writes, clears and
+// resets too.
+const auto kEachPad = ::testing::Range(std::size_t{0}, std::size_t{4});
+const auto kOnUhid = ::testing::Values(Face::Uhid);
+INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Combine(kEachPad, kOnUhid), nameOfPadAndFace);
 INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
-                                            ::testing::ValuesIn(faces())),
+                         ::testing::Combine(kEachPad, ::testing::ValuesIn(faces())),
+                         nameOfPadAndFace);
+INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugAtTheEndTest, ::testing::Combine(kEachPad, kOnUhid),
                          nameOfPadAndFace);
 
 // A pad whose state shows whether the application has left it correctly.

@@ -1,4 +1,5 @@
-// Measures how long a pen sample takes from the kernel to the callback and to the ink in the
+// Measures how long a pen sample takes from the kernel (a HID device, or the host controller of a
+// USB device) to the callback and to the ink in the
 // window, compared with hidapi alone in the same boot. Prints the figures in lines that
 // bench/report reads. Asserts only that every sample arrives.
 #include <gtest/gtest.h>
@@ -36,7 +37,7 @@ std::int64_t now() {
 }
 
 // Prints the median and the 99th percentile of differences in nanoseconds.
-void report(const char* what, const TestPad& kind, const std::vector<std::int64_t>& from,
+void report(const char* what, const TestPad& kind, Face face, const std::vector<std::int64_t>& from,
             const std::vector<std::int64_t>& to) {
   ASSERT_EQ(from.size(), to.size());
   std::vector<std::int64_t> taken;
@@ -47,8 +48,8 @@ void report(const char* what, const TestPad& kind, const std::vector<std::int64_
   const auto percentile = [&](std::size_t percent) {
     return static_cast<double>(taken[(taken.size() * percent + 99) / 100 - 1]) / 1000;
   };
-  std::printf("%-7s %-22s median %8.0f us, 99th percentile %8.0f us, %zu samples\n", kind.name,
-              what, percentile(50), percentile(99), taken.size());
+  std::printf("%-7s %-5s %-22s median %8.0f us, 99th percentile %8.0f us, %zu samples\n", kind.name,
+              nameOf(face), what, percentile(50), percentile(99), taken.size());
 }
 
 // Sends the samples at a pad's pace and returns when each was handed to the kernel. `waitForNext`
@@ -69,15 +70,17 @@ std::vector<std::int64_t> sendAtPace(KernelPad& pad, const TestPad& kind,
   return sent;
 }
 
-class LatencyTest : public ::testing::TestWithParam<int> {
+class LatencyTest : public ::testing::TestWithParam<std::tuple<std::size_t, Face>> {
  protected:
-  const TestPad& kind = kTestPads.at(static_cast<std::size_t>(GetParam()));
-  std::unique_ptr<KernelPad> pad = plugged(kind.kind);
+  const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
+  const Face face = std::get<1>(GetParam());
+  std::unique_ptr<KernelPad> pad = plugged(kind.kind, face);
 };
 
 TEST_P(LatencyTest, HidapiAlone) {
   hid_device* const device = hid_open_path(pad->waitForNode().c_str());
   ASSERT_NE(device, nullptr);
+  ASSERT_TRUE(pad->waitUntilOpen());
   std::vector<std::int64_t> arrived;
   std::counting_semaphore<> unclaimed(0);  // samples that arrived but were not waited for
   std::thread reader([&] {
@@ -91,12 +94,13 @@ TEST_P(LatencyTest, HidapiAlone) {
   const auto sent = sendAtPace(*pad, kind, [&] { unclaimed.acquire(); });
   reader.join();
   hid_close(device);
-  report("to a hidapi reader", kind, sent, arrived);
+  report("to a hidapi reader", kind, face, sent, arrived);
 }
 
 TEST_P(LatencyTest, Callback) {
   Client client;
   client.connect(kind);
+  ASSERT_TRUE(pad->waitUntilOpen());
   std::size_t nextLine = client.lineCount();
   const auto sent = sendAtPace(*pad, kind, [&] { nextLine = client.waitForSamples(1, nextLine); });
   client.waitForSamples(kUnreadReports, nextLine);
@@ -104,25 +108,29 @@ TEST_P(LatencyTest, Callback) {
   for (const Client::Received& received : client.received()) {
     called.push_back(received.nanoseconds);
   }
-  report("to the callback", kind, sent, called);
+  report("to the callback", kind, face, sent, called);
 }
 
-std::string padName(const ::testing::TestParamInfo<int>& parameter) {
-  return kTestPads.at(static_cast<std::size_t>(parameter.param)).name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest, ::testing::Range(0, 4), padName);
+INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest,
+                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
+                                            ::testing::ValuesIn(faces())),
+                         [](const auto& parameter) {
+                           return kTestPads.at(std::get<0>(parameter.param)).name +
+                                  std::string("On") + nameOf(std::get<1>(parameter.param));
+                         });
 
 // The pen moves to the right in steps of three pixels. The last pixel of each step is polled
 // without a pause until it is blue.
-TEST(LatencyToTheWindowTest, Ink) {
+class LatencyToTheWindowTest : public ::testing::TestWithParam<Face> {};
+
+TEST_P(LatencyToTheWindowTest, Ink) {
   constexpr int kRow = 80;
   constexpr int kFirstColumn = 10;
   constexpr int kStep = 3;
   constexpr int kSteps = 70;
   constexpr std::chrono::seconds kInkLimit{60};
   const TestPad& kind = kTestPads[0];
-  const auto pad = plugged(kind.kind);
+  const auto pad = plugged(kind.kind, GetParam());
   Desktop desktop;
   Application app(desktop);
   app.choose(kind);
@@ -154,9 +162,12 @@ TEST(LatencyToTheWindowTest, Ink) {
     }
     seen.push_back(now());
   }
-  report("to the ink", kind, sent, seen);
+  report("to the ink", kind, GetParam(), sent, seen);
   app.quit();
   EXPECT_EQ(app.program().wait(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Faces, LatencyToTheWindowTest, ::testing::ValuesIn(faces()),
+                         [](const auto& parameter) { return nameOf(parameter.param); });
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -369,6 +370,41 @@ INSTANTIATE_TEST_SUITE_P(Pads, SdkInkPadTest, ::testing::ValuesIn(routes()),
                          [](const auto& parameter) {
                            return std::string("InkOn") + nameOf(parameter.param);
                          });
+
+class SdkIiPadTest : public ::testing::TestWithParam<Route> {};
+
+TEST_P(SdkIiPadTest, RequestThatIsNeverAnsweredFailsAndTheNextOneSucceeds) {
+  const TestPad& kind = kTestPads[1];
+  const auto pad = plugged(kind.kind, faceOf(GetParam()));
+  Client client(GetParam());
+  client.connect(kind);
+  pad->fail(FeatureCall::Get, 2, {virtualpads::FeatureFault::Kind::Late});
+  const auto start = Clock::now();
+  EXPECT_EQ(client.ask("serial"), kExpectations[1].serialWithoutPad);
+  std::printf("on %s, a request without an answer takes %.1f s\n", nameOf(GetParam()),
+              std::chrono::duration<double>(Clock::now() - start).count());
+  EXPECT_EQ(client.ask("serial"), kExpectations[1].serial);
+  EXPECT_NO_THROW(client.write(*pad, kind, 0, 5));
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, SdkIiPadTest, ::testing::ValuesIn(routes()),
+                         [](const auto& parameter) {
+                           return std::string("IiOn") + nameOf(parameter.param);
+                         });
+
+// libusb takes the device from usbhid, which has it again after the close.
+TEST(SdkOnLibusbTest, PadHasNoNodeWhileItIsOpen) {
+  if (faces().size() == 1) {
+    GTEST_SKIP() << "this kernel has no vhci-hcd";
+  }
+  const auto pad = plugged(kTestPads[0].kind, Face::Usb);
+  const std::string node = pad->waitForNode();
+  Client client(Route::Libusb);
+  client.connect(kTestPads[0]);
+  EXPECT_NE(access(node.c_str(), F_OK), 0);
+  client.disconnect();
+  EXPECT_NE(pad->waitForNode(), "");
+}
 
 class SdkVisionPadTest : public ::testing::TestWithParam<Route> {};
 

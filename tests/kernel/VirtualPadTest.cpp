@@ -25,6 +25,7 @@
 #include "tests/kernel/Program.h"
 #include "virtualpads/Recording.h"
 #include "virtualpads/kernel/FileDescriptor.h"
+#include "virtualpads/usb/VhciPort.h"
 
 // Last, because their macros use common names.
 #include <X11/Xlib.h>
@@ -93,6 +94,26 @@ TEST(Replay, SendsTheReportsToWhoeverOpensThePad) {
   EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
 
+TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
+  std::ofstream("usb.hid") << "R: 1 06\nN: Vela II\nI: 3 04df 001f\n"
+                              "E: 000000.000000 11 01 21 00 40 00 20 40 00 00 00 00\n";
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ii", "--usb", "--replay", "usb.hid"}});
+  if (!virtualpads::vhciIsThere()) {
+    GTEST_SKIP() << "this kernel has no vhci-hcd";
+  }
+  const std::string path = nodeOf(program, "Vela II");
+  const std::filesystem::path interface =
+      std::filesystem::canonical("/sys/class/hidraw" + path.substr(path.rfind('/')) + "/device/..");
+  EXPECT_EQ(std::filesystem::canonical(interface / "driver").filename(), "usbhid");
+  {
+    const Node node(path);
+    EXPECT_THAT(node.read(), ElementsAre(1, 0x21, 0, 0x40, 0, 0x20, 0x40, 0, 0, 0, 0));
+    program.waitForLine("sent; waiting for the program to close the pad");
+  }
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_FALSE(std::filesystem::exists(interface));
+}
+
 TEST(Replay, WarnsOfReportsThatNobodyCouldGet) {
   std::ofstream("lost.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n"
                                "E: 000000.000000 6 20 4e 02 27 01 40\n"
@@ -118,6 +139,18 @@ TEST(Permission, IsMissedInOneClearLine) {
       "sudo chown $USER /dev/uhid (vela-virtual-pad(1) has a permanent rule)");
   EXPECT_EQ(program.wait(), 1);
   std::filesystem::remove_all(home);
+}
+
+TEST(Permission, IsMissedForAUsbDeviceInOneClearLine) {
+  if (!virtualpads::vhciIsThere()) {
+    GTEST_SKIP() << "this kernel has no vhci-hcd";
+  }
+  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--usb"},
+                                     .environment = {"QT_QPA_PLATFORM=offscreen"},
+                                     .unprivileged = true});
+  program.waitForLine(
+      "vela-virtual-pad: only root may plug in USB devices; use sudo, or leave out --usb");
+  EXPECT_EQ(program.wait(), 1);
 }
 
 // Five open files are enough for the pad, but leave none for the events about its node.

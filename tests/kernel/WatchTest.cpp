@@ -55,6 +55,20 @@ TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
   EXPECT_EQ(program.wait(), 0);
 }
 
+TEST(List, IsTheSameForAUsbDevice) {
+  if (faces().size() == 1) {
+    GTEST_SKIP() << "this kernel has no vhci-hcd";
+  }
+  const auto pad = plugged(PadKind::Ink, Face::Usb);
+  Program program(VELA_PADINFO);
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_THAT(program.lines(),
+              ElementsAre("Vela Ink, 1 attached", "  node      " + pad->waitForNode(),
+                          "  serial    99f6f7c515574d19a897867564534231", "  x         0 to 32767",
+                          "  y         0 to 32767", "  pressure  0 to 255",
+                          "  surface   3.11 x 2.28 inches"));
+}
+
 TEST(Watch, ReportsThePadsOfOneNameOnly) {
   const auto usb = plugged(PadKind::Usb);
   Program program(VELA_PADINFO, {.arguments = {"--watch", "--pad", "Vela II"}});

@@ -52,6 +52,7 @@ void KernelPad::plug() {
     m_connection = connect();
     m_plugged = true;
     m_started = false;
+    m_ending = false;
   }
   m_eventThread = std::thread(&KernelPad::eventLoop, this);
   if (!waitFor(kStartLimit, [this] { return m_started; })) {
@@ -71,10 +72,14 @@ void KernelPad::takeAway() {
     {
       std::lock_guard lock(m_mutex);
       breakConnection();
+    }
+    waitUntilGone();
+    {
+      std::lock_guard lock(m_mutex);
+      endEvents();
       wakeEventThread();
     }
     m_eventThread.join();
-    waitUntilGone();
   }
 }
 
@@ -174,13 +179,13 @@ void KernelPad::eventLoop() {
       handle = readEvent();
     }
     std::lock_guard lock(m_mutex);
-    if (handle && m_plugged) {
+    if (handle) {
       handle();
     }
     if (m_plugged) {
       onTime();
     }
-    if (!m_plugged) {
+    if (m_ending) {
       return;
     }
     time = nextTime();

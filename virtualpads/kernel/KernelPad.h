@@ -122,8 +122,9 @@ class KernelPad {
   virtual Connection connect() = 0;
   // Takes it away, without waiting for the kernel.
   virtual void disconnect() = 0;
-  // Waits until the kernel has removed the device. m_mutex is not held.
-  virtual void waitUntilGone() const {}
+  // Waits until the kernel has removed the device, while the event thread still runs. m_mutex is
+  // not held.
+  virtual void waitUntilGone() {}
   virtual bool sendReport(const Bytes& report) = 0;
   // Reads what the kernel has for the pad, and returns what is to be done about it, or nothing.
   // Called on the event thread; m_mutex is not held during the reading.
@@ -141,6 +142,7 @@ class KernelPad {
 
   int device() const { return m_connection.device.get(); }
   PadModel& model() const { return *m_model; }
+  bool isPlugged() const { return m_plugged; }
   bool isOpen() const { return m_open; }
   void setStarted() { m_started = true; }
   void setOpen(bool open);
@@ -150,6 +152,8 @@ class KernelPad {
   void forgetLateAnswer(std::uint32_t requestId);
   // The pad is unplugged from now on.
   void breakConnection();
+  // The kernel has nothing more to say.
+  void endEvents() { m_ending = true; }
   void wakeEventThread() const;
 
   mutable std::mutex m_mutex;  // guards the model and all other fields but the two at the top
@@ -176,6 +180,7 @@ class KernelPad {
   Connection m_connection;
   bool m_plugged = false;
   bool m_started = false;
+  bool m_ending = false;  // the event thread shall end
   bool m_open = false;
   std::map<std::pair<FeatureCall, std::uint8_t>, PlannedFault> m_faults;
   std::map<std::uint32_t, std::function<void()>> m_lateAnswers;  // by request

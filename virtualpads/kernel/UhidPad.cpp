@@ -131,6 +131,9 @@ std::function<void()> UhidPad::readEvent() {
 }
 
 void UhidPad::handle(const uhid_event& event) {
+  if (!isPlugged()) {
+    return;
+  }
   switch (event.type) {
     case UHID_START:
       setStarted();

@@ -34,42 +34,44 @@ VhciPad::~VhciPad() {
 
 std::string VhciPad::port() const {
   std::lock_guard lock(m_mutex);
-  return m_port;
+  return m_port.name;
 }
 
 KernelPad::Connection VhciPad::connect() {
-  UsbPort port = m_openPort();
+  m_port = m_openPort();
   m_device.emplace(model(), m_interval);
-  m_port = port.name;
-  m_waitUntilGone = std::move(port.waitUntilGone);
   m_nextPoll = {};
-  return {std::move(port.device), m_port + "/input" + std::to_string(kInterface)};
+  return {std::move(m_port.device), m_port.name + "/input" + std::to_string(kInterface)};
 }
 
 void VhciPad::disconnect() {
-  // What a host controller reports of transfers to a device that no longer responds.
   for (const auto& [sequence, command] : m_controls) {
-    returnSubmit(device(), sequence, kNoResponse, 0);
+    returnNoResponse(sequence);
   }
   if (m_poll) {
-    returnSubmit(device(), m_poll->sequence, kNoResponse, 0);
+    returnNoResponse(m_poll->sequence);
   }
-  shutdown(device(), SHUT_RDWR);
+  // It takes the drivers from the device, which they may ask for something until then.
+  m_removal = std::thread(m_port.remove);
   m_controls.clear();
   m_poll.reset();
   m_reports.clear();
 }
 
-void VhciPad::waitUntilGone() const {
-  if (m_waitUntilGone) {
-    m_waitUntilGone();
-  }
+void VhciPad::waitUntilGone() {
+  m_removal.join();
+  m_port.waitUntilGone();
+  shutdown(device(), SHUT_RDWR);
 }
 
 std::function<void()> VhciPad::readEvent() {
   const auto command = receiveCommand(device());
   if (!command) {
-    return [this] { breakConnection(); };
+    return [this] {
+      breakConnection();
+      shutdown(device(), SHUT_RDWR);
+      endEvents();
+    };
   }
   return [this, command = *command] { handle(command); };
 }
@@ -77,6 +79,10 @@ std::function<void()> VhciPad::readEvent() {
 // m_mutex is held from here on.
 
 void VhciPad::handle(const UsbipCommand& command) {
+  if (!isPlugged() && command.kind == UsbipCommand::Kind::Submit) {
+    returnNoResponse(command.sequence);
+    return;
+  }
   command.kind == UsbipCommand::Kind::Submit ? submit(command) : unlink(command);
 }
 
@@ -149,6 +155,13 @@ void VhciPad::returnControl(std::uint32_t sequence, const std::optional<Bytes>& 
   } else {
     returnSubmit(device(), sequence, kDone, command.length);
   }
+}
+
+// What a host controller reports of a transfer to a device that no longer responds. The kernel
+// makes no report of its own: until its removal of the device ends, its drivers would wait for
+// every transfer as long as for a slow device.
+void VhciPad::returnNoResponse(std::uint32_t sequence) const {
+  returnSubmit(device(), sequence, kNoResponse, 0);
 }
 
 bool VhciPad::sendReport(const Bytes& report) {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "virtualpads/kernel/KernelPad.h"
 #include "virtualpads/usb/UsbDevice.h"
@@ -48,7 +49,7 @@ class VhciPad : public KernelPad {
 
   Connection connect() override;
   void disconnect() override;
-  void waitUntilGone() const override;
+  void waitUntilGone() override;
   bool sendReport(const Bytes& report) override;
   std::function<void()> readEvent() override;
   void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
@@ -61,12 +62,13 @@ class VhciPad : public KernelPad {
   void unlink(const UsbipCommand& command);
   void control(const UsbipCommand& command);
   void returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply, bool babble);
+  void returnNoResponse(std::uint32_t sequence) const;
   void pollEndpoint();
 
   const std::uint8_t m_interval;
   const std::function<UsbPort()> m_openPort;
-  std::function<void()> m_waitUntilGone;
-  std::string m_port;
+  std::thread m_removal;
+  UsbPort m_port;  // its `device` has moved to the base class
   std::optional<UsbDevice> m_device;
   std::map<std::uint32_t, UsbipCommand> m_controls;  // that have no answer yet
   std::optional<Transfer> m_poll;                    // the host's transfer for the next report

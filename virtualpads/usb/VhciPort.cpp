@@ -52,21 +52,24 @@ std::vector<unsigned> freePorts() {
   return ports;
 }
 
-// The name of the device in that port on the USB, such as "3-1".
-std::string busName(unsigned port) {
+// The device in that port.
+fs::path deviceIn(unsigned port) {
   std::error_code missing;
   for (const auto& entry : fs::directory_iterator(kController, missing)) {
     const std::string name = entry.path().filename();
     unsigned speed = 0;
     if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480) {
-      return name.substr(3) + "-" + std::to_string(port + 1);
+      return "/sys/bus/usb/devices/" + name.substr(3) + "-" + std::to_string(port + 1);
     }
   }
   return {};
 }
 
-void waitUntilGone(const std::string& name) {
-  const fs::path device = "/sys/bus/usb/devices/" + name;
+void removeDevice(const fs::path& device) {
+  std::ofstream(device / "remove") << "1";
+}
+
+void waitUntilGone(const fs::path& device) {
   std::error_code missing;
   try {
     waitForDevices([&] { return !fs::exists(device, missing); }, kRemovalLimit);
@@ -112,7 +115,8 @@ UsbPort openVhciPort() {
                              std::to_string(kDeviceId) + " " + std::to_string(USB_SPEED_FULL);
     if (write(attach.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
       return {std::move(device), "usb-vhci_hcd.0-" + std::to_string(port + 1),
-              [name = busName(port)] { waitUntilGone(name); }};
+              [path = deviceIn(port)] { removeDevice(path); },
+              [path = deviceIn(port)] { waitUntilGone(path); }};
     }
     // Another program may have taken the port in the meantime.
     if (errno != EBUSY) {

@@ -13,7 +13,9 @@ namespace virtualpads {
 struct UsbPort {
   FileDescriptor device;  // the device's end of the USB/IP connection
   std::string name;       // as the kernel writes it in physical paths, such as "usb-vhci_hcd.0-1"
-  std::function<void()> waitUntilGone;  // until the kernel has removed the device; may be empty
+  // Makes the kernel remove the device. Meanwhile somebody must answer the kernel.
+  std::function<void()> remove;
+  std::function<void()> waitUntilGone;  // until it has done so
 };
 
 // Whether the controller is there, that is, the module vhci-hcd is loaded. Any thread.

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -84,7 +85,8 @@ class FakeHost {
     if (configures) {
       send(kSetConfiguration);
     }
-    return {FileDescriptor(ends[1]), "usb-toy-1", [this] { ++waits; }};
+    return {FileDescriptor(ends[1]), "usb-toy-1", [this] { ++removals; },
+            [this] { EXPECT_EQ(removals, ++waits); }};
   }
 
   void send(const std::string& message) {
@@ -137,7 +139,8 @@ class FakeHost {
   }
 
   bool configures = true;
-  int waits = 0;
+  std::atomic<int> removals = 0;
+  std::atomic<int> waits = 0;
 
  private:
   static constexpr const char* kSetConfiguration =
@@ -492,12 +495,11 @@ TEST_F(VhciPadTest, UnplugEndsTheTransfersUnderWay) {
   host.control("00000002", "in", "000000ff", "a1 01 0503 0000 ff00");
   host.poll("00000010");
   ASSERT_TRUE(pad.waitUntilOpen());
-  const int waits = host.waits;
   pad.unplug();
   EXPECT_EQ(host.receive(96), ret("00000002", kProtocolError, "00000000") +
                                   ret("00000010", kProtocolError, "00000000"));
   EXPECT_TRUE(host.closed());
-  EXPECT_EQ(host.waits, waits + 1);
+  EXPECT_EQ(host.waits, 1);
   EXPECT_FALSE(pad.plugged());
   EXPECT_FALSE(pad.open());
   EXPECT_FALSE(pad.send({1}));
@@ -508,8 +510,13 @@ TEST_F(VhciPadTest, UnplugFaultEndsTheRequestAndTheConnection) {
   pad.fail(FeatureCall::Set, 5, {FeatureFault::Kind::Unplug});
   host.control("00000002", "out", "00000003", "21 09 0503 0000 0300", "053344");
   EXPECT_EQ(host.receive(48), ret("00000002", kProtocolError, "00000000"));
-  EXPECT_TRUE(host.closed());
   EXPECT_FALSE(pad.plugged());
+  // Until the kernel has removed the device, all further transfers fail too.
+  host.poll("00000010");
+  EXPECT_EQ(host.receive(48), ret("00000010", kProtocolError, "00000000"));
+  pad.unplug();
+  EXPECT_EQ(host.removals, 1);
+  EXPECT_TRUE(host.closed());
   EXPECT_THAT(model->feature, ElementsAre(5, 0x11, 0x22));
   plug();
   EXPECT_EQ(get("a1 01 0503 0000 ff00"), "051122");
