@@ -103,7 +103,7 @@ install_with_brew() {
 # For systems with another package manager: continues if nothing is missing, otherwise lists what is missing.
 require_tools() {
   local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw libudev cairo Qt6Widgets" missing="" item
-  [ "$1" = run ] || modules="$modules gtest gmock benchmark x11 xtst"
+  [ "$1" = run ] || modules="$modules hidapi-libusb gtest gmock benchmark x11 xtst"
   for item in $tools; do
     command -v "$item" >/dev/null || missing="$missing $item"
   done

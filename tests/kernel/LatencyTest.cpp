@@ -15,6 +15,7 @@
 #include <semaphore>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Application.h"

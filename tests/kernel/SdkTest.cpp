@@ -10,6 +10,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Client.h"
@@ -180,7 +182,8 @@ TEST_P(SdkTest, OfTwoPadsOneIsOpenedAndTheOtherServesAfterAnUnplug) {
   const auto second = plugged(kind.kind, faceOf(route));
   EXPECT_EQ(client->connect(kind), 2);
   // Each pad sends a different report, so the sample identifies the pad.
-  while (!pad->open() && !second->open()) {
+  while (!pad->open() && !second->open()) {  // there is no wait for either
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   const std::size_t from = client->lineCount();
   pad->send(kind.report(0));

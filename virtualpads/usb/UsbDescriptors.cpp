@@ -35,22 +35,22 @@ Bytes deviceDescriptor(const PadModel& pad) {
   return {
       USB_DT_DEVICE_SIZE,  // bLength
       USB_DT_DEVICE,       // bDescriptorType
-      low(kUsbVersion),
-      high(kUsbVersion),        // bcdUSB
+      low(kUsbVersion),    // bcdUSB
+      high(kUsbVersion),
       USB_CLASS_PER_INTERFACE,  // bDeviceClass
       0,                        // bDeviceSubClass
       0,                        // bDeviceProtocol
       kPacketSize,              // bMaxPacketSize0
-      low(vendor),
-      high(vendor),  // idVendor
-      low(product),
-      high(product),  // idProduct
-      low(kDeviceVersion),
-      high(kDeviceVersion),  // bcdDevice
-      kNoString,             // iManufacturer
-      kProductName,          // iProduct
-      kNoString,             // iSerialNumber
-      1,                     // bNumConfigurations
+      low(vendor),              // idVendor
+      high(vendor),
+      low(product),  // idProduct
+      high(product),
+      low(kDeviceVersion),  // bcdDevice
+      high(kDeviceVersion),
+      kNoString,     // iManufacturer
+      kProductName,  // iProduct
+      kNoString,     // iSerialNumber
+      1,             // bNumConfigurations
   };
 }
 
@@ -60,8 +60,8 @@ Bytes configurationDescriptor(const PadModel& pad, std::uint8_t interval) {
   Bytes bytes = {
       USB_DT_CONFIG_SIZE,  // bLength
       USB_DT_CONFIG,       // bDescriptorType
-      low(kTotalSize),
-      high(kTotalSize),    // wTotalLength
+      low(kTotalSize),     // wTotalLength
+      high(kTotalSize),
       1,                   // bNumInterfaces
       kConfiguration,      // bConfigurationValue
       kNoString,           // iConfiguration
@@ -96,13 +96,13 @@ Bytes hidDescriptor(const PadModel& pad) {
   return {
       kHidDescriptorSize,  // bLength
       HID_DT_HID,          // bDescriptorType
-      low(kHidVersion),
-      high(kHidVersion),  // bcdHID
-      0,                  // bCountryCode
-      1,                  // bNumDescriptors
-      HID_DT_REPORT,      // bDescriptorType
-      low(reportDescriptorSize),
-      high(reportDescriptorSize),  // wDescriptorLength
+      low(kHidVersion),    // bcdHID
+      high(kHidVersion),
+      0,                          // bCountryCode
+      1,                          // bNumDescriptors
+      HID_DT_REPORT,              // bDescriptorType
+      low(reportDescriptorSize),  // wDescriptorLength
+      high(reportDescriptorSize),
   };
 }
 

@@ -20,14 +20,18 @@ constexpr unsigned key(unsigned requestType, unsigned request) {
   return requestType << 8 | request;
 }
 
-constexpr unsigned kFromDevice = USB_DIR_IN | USB_TYPE_STANDARD | USB_RECIP_DEVICE;
-constexpr unsigned kToDevice = USB_DIR_OUT | USB_TYPE_STANDARD | USB_RECIP_DEVICE;
-constexpr unsigned kFromInterface = USB_DIR_IN | USB_TYPE_STANDARD | USB_RECIP_INTERFACE;
-constexpr unsigned kToInterface = USB_DIR_OUT | USB_TYPE_STANDARD | USB_RECIP_INTERFACE;
-constexpr unsigned kFromEndpoint = USB_DIR_IN | USB_TYPE_STANDARD | USB_RECIP_ENDPOINT;
-constexpr unsigned kToEndpoint = USB_DIR_OUT | USB_TYPE_STANDARD | USB_RECIP_ENDPOINT;
-constexpr unsigned kFromHid = USB_DIR_IN | USB_TYPE_CLASS | USB_RECIP_INTERFACE;
-constexpr unsigned kToHid = USB_DIR_OUT | USB_TYPE_CLASS | USB_RECIP_INTERFACE;
+constexpr unsigned type(unsigned direction, unsigned kind, unsigned recipient) {
+  return direction | kind | recipient;
+}
+
+constexpr unsigned kFromDevice = type(USB_DIR_IN, USB_TYPE_STANDARD, USB_RECIP_DEVICE);
+constexpr unsigned kToDevice = type(USB_DIR_OUT, USB_TYPE_STANDARD, USB_RECIP_DEVICE);
+constexpr unsigned kFromInterface = type(USB_DIR_IN, USB_TYPE_STANDARD, USB_RECIP_INTERFACE);
+constexpr unsigned kToInterface = type(USB_DIR_OUT, USB_TYPE_STANDARD, USB_RECIP_INTERFACE);
+constexpr unsigned kFromEndpoint = type(USB_DIR_IN, USB_TYPE_STANDARD, USB_RECIP_ENDPOINT);
+constexpr unsigned kToEndpoint = type(USB_DIR_OUT, USB_TYPE_STANDARD, USB_RECIP_ENDPOINT);
+constexpr unsigned kFromHid = type(USB_DIR_IN, USB_TYPE_CLASS, USB_RECIP_INTERFACE);
+constexpr unsigned kToHid = type(USB_DIR_OUT, USB_TYPE_CLASS, USB_RECIP_INTERFACE);
 
 const Bytes kDone;
 constexpr std::nullopt_t kStall = std::nullopt;
