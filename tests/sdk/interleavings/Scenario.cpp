@@ -530,7 +530,10 @@ class Play {
         &other, nullptr,
         [](void*) -> void* {
           const TestCode scope;
-          support::sleepFor(s_play->m_random.below(kQueuePoll));
+          // Often while the other client goes on towards the release of the queue.
+          support::waitUntil(
+              "waits for the other close", [] { return support::threadHasEnded("processing"); },
+              support::now() + s_play->m_random.below(2 * kQueuePoll));
           s_play->close(*s_play->m_closedByOther);
           return nullptr;
         },
