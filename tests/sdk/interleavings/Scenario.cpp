@@ -589,7 +589,7 @@ class Play {
       closeAtOnce(*driver, *second);
     } else {
       close(*driver);
-      m_open = false;
+      m_open = Kind::kQueue != nullptr;  // one that was never connected leaves the queue
       if (m_random.oneIn(8)) driver->CloseConnection();
       if (m_random.oneIn(2)) destroy(driver);
       if (two) close(*second);
