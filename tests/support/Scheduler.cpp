@@ -532,6 +532,13 @@ const char* threadName() {
   return self->name;
 }
 
+bool threadHasEnded(const char* name) {
+  for (int i = run.count - 1; i >= 0; --i) {
+    if (std::strcmp(nameOf(i), name) == 0) return hasEnded(i);
+  }
+  return false;
+}
+
 int currentThread() {
   return self == nullptr ? kNoThread : static_cast<int>(self - run.threads.data());
 }

@@ -91,6 +91,9 @@ Random& random();
 // The name of the calling thread.
 const char* threadName();
 
+// Whether the last thread of that name has ended.
+bool threadHasEnded(const char* name);
+
 // The memory from `begin` on has been released: locks in it are forgotten, held ones are a failure.
 void forgetLocks(const void* begin, std::size_t size);
 

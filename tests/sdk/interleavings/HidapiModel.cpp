@@ -87,15 +87,19 @@ class Call {
       m_failed = true;
       --text().calls;
       m_handle->failureOf[support::threadName()] = idleTime();
-      if (!m_handle->failed) {
+      if (!m_handle->failed || m_handle->mayHaveRecovered) {
         m_handle->failed = true;
+        m_handle->mayHaveRecovered = false;
         m_handle->failing = idleTime();
         ++m_handle->failures;
       }
     } else if (m_side == Side::Control && m_alone) {
       m_handle->failed = false;
+      m_handle->mayHaveRecovered = false;
       m_handle->failureOf.clear();
       m_handle->recovered = idleTime();
+    } else if (m_side == Side::Control && m_handle->failed) {
+      m_handle->mayHaveRecovered = true;
     }
     decide();
     note("  returns %d", result);
