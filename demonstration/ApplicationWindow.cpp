@@ -7,9 +7,7 @@ namespace {
 template <typename Widget>
 Widget& named(QWidget& window, const char* name) {
   auto* widget = window.findChild<Widget*>(name);
-  if (widget == nullptr) {
-    qFatal("the application's window has no %s", name);
-  }
+  if (widget == nullptr) qFatal("the application's window has no %s", name);
   return *widget;
 }
 

@@ -42,9 +42,8 @@ bool waitUntil(const std::function<bool()>& condition) {
 
 bool hasBlue(const QImage& picture) {
   for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x) {
+    for (int x = 0; x < picture.width(); ++x)
       if (picture.pixelColor(x, y) == QColor(Qt::blue)) return true;
-    }
   }
   return false;
 }
@@ -141,10 +140,9 @@ class ProviderRun {
     ++m_step;
     save(m_window.window.grab().toImage(), QString("%1-%2").arg(m_step).arg(step));
     m_pad.look([this, step](const virtualpads::PadModel& pad) {
-      if (auto* inkPad = dynamic_cast<const virtualpads::InkPad*>(&pad)) {
+      if (auto* inkPad = dynamic_cast<const virtualpads::InkPad*>(&pad))
         save(lcdImage(inkPad->lcdImage(), virtualpads::kLitLcd),
              QString("%1-%2-lcd").arg(m_step).arg(step));
-      }
     });
   }
 
@@ -168,12 +166,10 @@ class ProviderRun {
 int runUnattended(ApplicationWindow& window, const std::vector<DemonstrationPad>& pads,
                   const QString& directory) {
   try {
-    if (window.providers.count() != std::ssize(pads)) {
+    if (window.providers.count() != std::ssize(pads))
       throw StepFailed("the list does not show one provider for each pad");
-    }
-    for (int provider = 0; provider < std::ssize(pads); ++provider) {
+    for (int provider = 0; provider < std::ssize(pads); ++provider)
       ProviderRun(window, provider, pads[static_cast<std::size_t>(provider)], directory).run();
-    }
   } catch (const StepFailed& failure) {
     std::fprintf(stderr, "vela-demonstration: %s\n", failure.what());
     return 1;

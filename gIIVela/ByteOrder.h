@@ -14,16 +14,14 @@ class WireInteger {
  public:
   constexpr WireInteger() = default;
   constexpr WireInteger(Value value) {
-    for (std::size_t i = 0; i < sizeof(Value); ++i) {
+    for (std::size_t i = 0; i < sizeof(Value); ++i)
       m_bytes[i] = static_cast<std::uint8_t>(static_cast<Unsigned>(value) >> shift(i));
-    }
   }
 
   constexpr operator Value() const {
     Unsigned value = 0;
-    for (std::size_t i = 0; i < sizeof(Value); ++i) {
+    for (std::size_t i = 0; i < sizeof(Value); ++i)
       value = static_cast<Unsigned>(value | static_cast<Unsigned>(m_bytes[i]) << shift(i));
-    }
     return static_cast<Value>(value);
   }
 

@@ -56,9 +56,8 @@ int CVelaIoEngine::CloseDevice() {
 int CVelaIoEngine::GetNumDevices(unsigned short vid, unsigned short pid) {
   hid_device_info* const devices = hid_enumerate(0, 0);
   int count = 0;
-  for (const hid_device_info* device = devices; device != nullptr; device = device->next) {
+  for (const hid_device_info* device = devices; device != nullptr; device = device->next)
     if (device->vendor_id == vid && device->product_id == pid) ++count;
-  }
   hid_free_enumeration(devices);
   return count;
 }

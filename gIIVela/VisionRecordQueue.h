@@ -87,11 +87,10 @@ class VisionCDataHandler {
     std::clock_t last = std::clock();
     while (!RecordChain::stopRequested(*this)) {
       const std::unique_ptr<tagVISDATA_RECORD> record(GetRecord(true));
-      if (record) {
+      if (record)
         deliver(*record);
-      } else {
+      else
         RecordChain::poll();
-      }
       const std::clock_t now = std::clock();
       if (now - last >= kKeepAliveTicks) {
         KeepAliveReport report;

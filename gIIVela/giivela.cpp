@@ -140,9 +140,8 @@ bool gIIVela::OpenProvider(char* classid) {
   if (m_numProviders < 1) return false;
   const std::size_t length = std::strlen(classid);
   int index = 0;
-  while (std::strncmp(classid, m_providers[index].classid, length) != 0) {
+  while (std::strncmp(classid, m_providers[index].classid, length) != 0)
     if (++index == m_numProviders) return false;
-  }
   const bool created = withPointer(
       index, [](auto*& driver) { driver = new std::remove_reference_t<decltype(*driver)>; });
   if (created) m_curProvider = index;
@@ -213,10 +212,9 @@ bool gIIVela::RegisterEventHandler(PenEventHandler handler) {
 
 bool gIIVela::ClearInking() {
   return withDriver(false, [](auto& driver) {
-    if constexpr (requires { driver.ClearInkRegion(); }) {
+    if constexpr (requires { driver.ClearInkRegion(); })
       return driver.ClearInkRegion();
-    } else {
+    else
       return driver.ClearInking();
-    }
   });
 }

@@ -183,9 +183,7 @@ bool velavision::setUpPad() {
   SetMode(kPenMode);
   unsigned char mode = 0;
   if (GetMode(&mode) == 0) return false;  // exactly 0: an error (-1) does not stop the open
-  if (mode != kPenMode) {
-    fprintf(stderr, "SetMode %d != current mode %d\n", kPenMode, mode);
-  }
+  if (mode != kPenMode) fprintf(stderr, "SetMode %d != current mode %d\n", kPenMode, mode);
   if (GetInkRegion(&m_inkRegion) != 0) {  // also after an error
     m_inkRegion.bFlag1 = 1;
     m_inkRegion.bFlag2 = 1;

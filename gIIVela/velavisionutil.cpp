@@ -63,9 +63,8 @@ std::string velavisionutil::base64_encode(const unsigned char* bytes, unsigned i
     std::copy_n(bytes + start, size, group.begin());
     const std::array<unsigned, 4> values{group[0] >> 2, (group[0] & 3) << 4 | group[1] >> 4,
                                          (group[1] & 15) << 2 | group[2] >> 6, group[2] & 63};
-    for (unsigned int i = 0; i < values.size(); ++i) {
+    for (unsigned int i = 0; i < values.size(); ++i)
       text += i <= size ? base64_chars[values[i]] : '=';
-    }
     if (size < 3) break;
   }
   return text;

@@ -33,7 +33,5 @@ bool AppDelegate::applicationShouldTerminateAfterLastWindowClosed(
 }
 
 void AppDelegate::QuitNow(QObject* sender) {
-  if (MainWindowController* controller = m_mainWindowController) {
-    controller->QuitNow(sender);
-  }
+  if (MainWindowController* controller = m_mainWindowController) controller->QuitNow(sender);
 }

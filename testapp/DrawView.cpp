@@ -41,11 +41,10 @@ DrawView::DrawView(QWidget* parent) : QWidget(parent) {
 
 void DrawView::setNeedsDisplay(bool needed) {
   if (!needed) return;
-  if (QThread::currentThread() == thread()) {
+  if (QThread::currentThread() == thread())
     update();
-  } else if (!m_redrawPending.exchange(true)) {
+  else if (!m_redrawPending.exchange(true))
     emit redrawRequested();
-  }
 }
 
 const QPainterPath& DrawView::path() {
@@ -121,11 +120,10 @@ void DrawView::redrawInTime() {
   using std::chrono::ceil, std::chrono::milliseconds;
   const std::chrono::duration<double> frame(1 / screen()->refreshRate());
   const auto wait = ceil<milliseconds>(m_lastPaint + frame - Clock::now());
-  if (wait > milliseconds(0)) {
+  if (wait > milliseconds(0))
     m_redrawTimer.start(wait);
-  } else {
+  else
     redraw();
-  }
 }
 
 void DrawView::redraw() {
@@ -143,12 +141,10 @@ void DrawView::emptyInbox() {
     const std::lock_guard lock(m_inboxMutex);
     m_emptied.swap(m_inbox);
   }
-  for (const PathStep& step : m_emptied) {
-    if (step.step == Step::Move) {
+  for (const PathStep& step : m_emptied)
+    if (step.step == Step::Move)
       m_path.moveTo(step.x, step.y);
-    } else if (m_path.elementCount() > 0) {  // otherwise the path would draw a line from its corner
+    else if (m_path.elementCount() > 0)  // otherwise the path would draw a line from its corner
       m_path.lineTo(step.x, step.y);
-    }
-  }
   m_emptied.clear();
 }

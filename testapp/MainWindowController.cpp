@@ -27,16 +27,14 @@ QString decoded(const char* description, int index) {
   using Flag = QStringConverter::Flag;
   QStringDecoder decoder(QStringConverter::Utf8, Flag::Stateless | Flag::ConvertInitialBom);
   QString text = decoder(description);
-  if (description == nullptr || decoder.hasError()) {
+  if (description == nullptr || decoder.hasError())
     FatalError(QStringLiteral("the description of provider %1 cannot be read").arg(index));
-  }
   return text;
 }
 
 short providerIndex(int listPosition) {
-  if (!std::in_range<short>(listPosition)) {
+  if (!std::in_range<short>(listPosition))
     FatalError(QStringLiteral("the list position %1 is no provider index").arg(listPosition));
-  }
   return static_cast<short>(listPosition);
 }
 
@@ -54,9 +52,8 @@ class WheelFilter : public QObject {
 QIcon applicationIcon() {
   loadResources();
   QIcon icon;
-  for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+  for (const int size : {16, 24, 32, 48, 64, 128, 256})
     icon.addFile(QStringLiteral(":/icons/testapp-%1.png").arg(size));
-  }
   return icon;
 }
 
@@ -132,22 +129,17 @@ void MainWindowController::initButtons() {
 void MainWindowController::awakeFromNib() {
   m_prolist->clear();
   const short providers = GetNumProviders(velaobj);
-  if (providers < 1) {
-    FatalError(QStringLiteral("the number of providers is %1").arg(providers));
-  }
+  if (providers < 1) FatalError(QStringLiteral("the number of providers is %1").arg(providers));
   for (short index = 0; index < providers; ++index) {
     const char* classid = GetProviderClassID(velaobj, index);
     const char* description = GetProviderDescription(velaobj, index);
-    if (classid != nullptr && description != nullptr) {
+    if (classid != nullptr && description != nullptr)
       m_prolist->addItem(decoded(description, index));
-    }
   }
 }
 
 void MainWindowController::showWindow(QObject* /*sender*/) {
-  if (!m_window) {
-    loadWindow();
-  }
+  if (!m_window) loadWindow();
   m_window->show();
 }
 

@@ -17,9 +17,8 @@ class Outlet : public QPointer<Widget> {
 
   Widget* operator->() const {
     Widget* widget = this->data();
-    if (widget == nullptr) {
+    if (widget == nullptr)
       FatalError(QStringLiteral("the outlet %1 is empty").arg(QLatin1String(m_name)));
-    }
     return widget;
   }
 

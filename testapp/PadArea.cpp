@@ -46,10 +46,9 @@ bool PadArea::event(QEvent* event) {
   // Not drawn by the style: its lines are uneven at fractional scale factors and do not mark the
   // focus.
   QPainter painter(this);
-  if (hasFocus()) {
+  if (hasFocus())
     paintPixelFrame(painter, rect(), kBorder, palette().color(QPalette::Highlight));
-  } else {
+  else
     paintPixelFrame(painter, rect(), kBorder / 2.0, palette().color(QPalette::Mid));
-  }
   return true;
 }

@@ -16,8 +16,7 @@ void paintPixelFrame(QPainter& painter, const QRect& area, double width, const Q
   // Paint in device pixels, whatever the painter's coordinates.
   painter.setWorldTransform(toDevice.inverted() * painter.worldTransform());
   for (const QRect& side :
-       QRegion(outside).subtracted(outside.adjusted(pixels, pixels, -pixels, -pixels))) {
+       QRegion(outside).subtracted(outside.adjusted(pixels, pixels, -pixels, -pixels)))
     painter.fillRect(side, colour);
-  }
   painter.restore();
 }

@@ -34,15 +34,11 @@ void PenDataHandler(std::int32_t x, std::int32_t abs_y, std::int32_t /*pressure*
   MainWindowController* controller = m_mainWindowController;
   if (firstPoint == 0) {
     firstPoint = 1;
-    if (controller != nullptr) {
-      controller->m_drawview->SetMoveTo(viewX, viewY);
-    }
+    if (controller != nullptr) controller->m_drawview->SetMoveTo(viewX, viewY);
   } else if (controller != nullptr) {
     // Each segment is a subpath of its own.
     controller->m_drawview->SetLineTo(viewX, viewY);
     controller->m_drawview->SetMoveTo(viewX, viewY);
   }
-  if (fTouch == 0) {
-    firstPoint = 0;
-  }
+  if (fTouch == 0) firstPoint = 0;
 }

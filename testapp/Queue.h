@@ -20,9 +20,7 @@ class QNode {
   // Releases the nodes behind it one after the other: a chain may be longer than the stack is deep.
   ~QNode() {
     auto rest = std::move(next);
-    while (rest && rest.use_count() == 1) {
-      rest = std::move(rest->next);
-    }
+    while (rest && rest.use_count() == 1) rest = std::move(rest->next);
   }
 
   std::optional<T> key;
@@ -37,9 +35,7 @@ class Queue {
  public:
   // Appends an element. Walks the whole chain to find its end.
   void enQueue(T element) {
-    if (!top) {
-      top = std::make_shared<QNode<T>>();
-    }
+    if (!top) top = std::make_shared<QNode<T>>();
     if (!top->key) {
       top->key = std::move(element);
       middleone = top;
@@ -48,18 +44,14 @@ class Queue {
     auto node = std::make_shared<QNode<T>>();
     node->key = std::move(element);
     QNode<T>* last = top.get();
-    while (last->next) {
-      last = last->next.get();
-    }
+    while (last->next) last = last->next.get();
     last->next = std::move(node);
   }
 
   // Removes the oldest element and returns it; nothing when the queue is empty. The cursor does not
   // move, so it may be on a removed element.
   std::optional<T> deQueue() {
-    if (isEmpty()) {
-      return std::nullopt;
-    }
+    if (isEmpty()) return std::nullopt;
     auto element = top->key;
     top = top->next;
     return element;
@@ -68,9 +60,7 @@ class Queue {
   // Returns the element under the cursor and advances the cursor, from the end back to the head;
   // nothing when the queue is empty.
   std::optional<T> getNext() {
-    if (isEmpty()) {
-      return std::nullopt;
-    }
+    if (isEmpty()) return std::nullopt;
     auto element = middleone->key;
     middleone = middleone->next ? middleone->next : top;
     return element;
@@ -85,9 +75,7 @@ class Queue {
   // while isEmpty() is true. (Memory cannot hold more nodes than this type can count.)
   std::int64_t count() const {
     std::int64_t nodes = 0;
-    for (const QNode<T>* node = top.get(); node != nullptr; node = node->next.get()) {
-      ++nodes;
-    }
+    for (const QNode<T>* node = top.get(); node != nullptr; node = node->next.get()) ++nodes;
     return nodes;
   }
 

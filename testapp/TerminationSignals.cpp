@@ -43,9 +43,7 @@ extern "C" void onSignal(int number) {
 }  // namespace
 
 TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
-  if (pipe(pipeEnds) != 0) {
-    FatalError(QStringLiteral("no pipe for the termination signals"));
-  }
+  if (pipe(pipeEnds) != 0) FatalError(QStringLiteral("no pipe for the termination signals"));
   for (const int end : pipeEnds) fcntl(end, F_SETFD, FD_CLOEXEC);
   firstSignal = kNever;
 
@@ -63,9 +61,7 @@ TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
   sigaction(SIGTERM, &action, nullptr);
   struct sigaction hangup = {};
   sigaction(SIGHUP, nullptr, &hangup);
-  if (hangup.sa_handler != SIG_IGN) {
-    sigaction(SIGHUP, &action, nullptr);
-  }
+  if (hangup.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
 }

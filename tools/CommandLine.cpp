@@ -15,11 +15,8 @@ constexpr std::array<std::pair<std::string_view, PadKind>, 4> kPads{{{"usb", Pad
                                                                      {"vision", PadKind::Vision}}};
 
 std::optional<PadKind> padNamed(std::string_view name) {
-  for (const auto& [known, kind] : kPads) {
-    if (known == name) {
-      return kind;
-    }
-  }
+  for (const auto& [known, kind] : kPads)
+    if (known == name) return kind;
   return std::nullopt;
 }
 
@@ -42,12 +39,9 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
       line.usb = true;
     } else if (argument == "--replay" || argument == "--record") {
       auto& file = argument == "--replay" ? line.replay : line.record;
-      if (file) {
-        throw UsageError(argument + " is given more than once");
-      }
-      if (++i == arguments.size()) {
+      if (file) throw UsageError(argument + " is given more than once");
+      if (++i == arguments.size())
         throw UsageError("option '" + argument + "' requires an argument");
-      }
       file = arguments[i];
     } else if (argument.starts_with('-')) {
       throw UsageError("unrecognized option '" + argument + "'");
@@ -57,12 +51,8 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
       throw UsageError("unknown pad '" + argument + "'");
     }
   }
-  if (!pad) {
-    throw UsageError("missing pad");
-  }
-  if (line.replay && line.record) {
-    throw UsageError("--replay and --record cannot be used together");
-  }
+  if (!pad) throw UsageError("missing pad");
+  if (line.replay && line.record) throw UsageError("--replay and --record cannot be used together");
   line.pad = *pad;
   return line;
 }

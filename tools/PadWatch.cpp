@@ -41,8 +41,7 @@ std::string eventJson(const PadEvent& event, int64_t milliseconds) {
                      threeDigits(milliseconds % 1000) + R"(, "name": ")" + event.name +
                      R"(", "event": ")" + wordsOf(event.kind).json + R"(", "node": ")" +
                      event.node + '"';
-  if (event.kind != PadEvent::Kind::Detached) {
+  if (event.kind != PadEvent::Kind::Detached)
     line += R"(, "may_be_opened": )" + std::string(event.mayBeOpened ? "true" : "false");
-  }
   return line + "}";
 }

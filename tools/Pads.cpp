@@ -69,9 +69,8 @@ std::vector<std::string> nodesOf(short provider) {
   std::error_code none;  // a missing folder or a device that has just gone means no node
   for (const auto& entry : fs::directory_iterator("/sys/class/hidraw", none)) {
     const fs::path device = fs::canonical(entry.path() / "device", none);
-    if (providerOf(device.filename().string()) == provider) {
+    if (providerOf(device.filename().string()) == provider)
       nodes.push_back("/dev/" + entry.path().filename().string());
-    }
   }
   std::sort(nodes.begin(), nodes.end());
   return nodes;
@@ -111,9 +110,8 @@ bool HeldSignals::waitFor(std::span<pollfd> descriptors) const {
   // A signal that arrives before poll waits in the pipe.
   static int arrived[2];
   if (arrived[1] == 0 && pipe(arrived) != 0) return false;
-  for (const int signal : kSignals) {
+  for (const int signal : kSignals)
     std::signal(signal, [](int) { [[maybe_unused]] const auto one = write(arrived[1], "", 1); });
-  }
   sigset_t held;
   pthread_sigmask(SIG_SETMASK, &m_before, &held);
   std::vector<pollfd> waited(descriptors.begin(), descriptors.end());

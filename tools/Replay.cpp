@@ -6,9 +6,7 @@
 namespace virtualpads {
 
 void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording) {
-  if (recording.vendor == identity.vendor && recording.product == identity.product) {
-    return;
-  }
+  if (recording.vendor == identity.vendor && recording.product == identity.product) return;
   char ids[16];
   std::snprintf(ids, sizeof ids, "%04x:%04x", unsigned{recording.vendor},
                 unsigned{recording.product});
@@ -21,9 +19,7 @@ std::size_t replay(const Recording& recording,
   std::size_t lost = 0;
   for (const auto& event : recording.events) {
     waitUntil(event.time - recording.events.front().time);
-    if (!send(event.report)) {
-      ++lost;
-    }
+    if (!send(event.report)) ++lost;
   }
   return lost;
 }

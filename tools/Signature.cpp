@@ -37,9 +37,8 @@ bool writeSvg(const Signature& signature, std::FILE* file) {
   for (const auto& stroke : strokesOf(signature)) {
     // The path starts with a line of zero length, which shows as a dot.
     std::fprintf(file, "M%.2f %.2f", x.points(stroke.front().x), y.points(stroke.front().y));
-    for (const Sample& sample : stroke) {
+    for (const Sample& sample : stroke)
       std::fprintf(file, "L%.2f %.2f\n", x.points(sample.x), y.points(sample.y));
-    }
   }
   std::fputs("\"/>\n</svg>\n", file);
   return std::ferror(file) == 0;
@@ -72,9 +71,8 @@ bool writePng(const Signature& signature, std::FILE* file) {
   for (const auto& stroke : strokesOf(signature)) {
     cairo_move_to(context.get(), signature.x.points(stroke.front().x),
                   signature.y.points(stroke.front().y));
-    for (const Sample& sample : stroke) {
+    for (const Sample& sample : stroke)
       cairo_line_to(context.get(), signature.x.points(sample.x), signature.y.points(sample.y));
-    }
   }
   cairo_stroke(context.get());
 
@@ -185,8 +183,7 @@ bool Signature::empty() const {
 Writer writerFor(const std::string& path) {
   const std::size_t dot = path.rfind('.');
   if (dot == std::string::npos) return nullptr;
-  for (const auto& [suffix, write] : kFormats) {
+  for (const auto& [suffix, write] : kFormats)
     if (strcasecmp(path.c_str() + dot, suffix) == 0) return write;
-  }
   return nullptr;
 }

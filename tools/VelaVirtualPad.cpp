@@ -41,17 +41,13 @@ int fail(const std::string& complaint) {
 }
 
 std::unique_ptr<KernelPad> makeKernelPad(std::shared_ptr<PadModel> model, bool usb) {
-  if (usb) {
-    return std::make_unique<VhciPad>(std::move(model));
-  }
+  if (usb) return std::make_unique<VhciPad>(std::move(model));
   return std::make_unique<UhidPad>(std::move(model));
 }
 
 // The pad's node, or nothing after an error message.
 std::optional<std::string> plug(KernelPad& pad, bool usb) {
-  if (usb && !vhciIsThere()) {
-    loadVhci();
-  }
+  if (usb && !vhciIsThere()) loadVhci();
   try {
     pad.plug();
   } catch (const std::system_error& error) {
@@ -60,9 +56,7 @@ std::optional<std::string> plug(KernelPad& pad, bool usb) {
   }
   try {
     std::string node = pad.waitForNode();
-    if (!node.empty()) {
-      return node;
-    }
+    if (!node.empty()) return node;
     fail("the kernel accepted the pad but created no /dev/hidraw node");
   } catch (const std::system_error& error) {
     fail(std::string("cannot find the pad's /dev/hidraw node: ") + error.what());
@@ -83,9 +77,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, bool usb, const std::strin
 
   const auto pad = makeKernelPad(model, usb);
   const auto node = plug(*pad, usb);
-  if (!node) {
-    return kFailure;
-  }
+  if (!node) return kFailure;
   std::printf("%s is plugged in at %s; waiting for a program to open it\n",
               model->identity().name.c_str(), node->c_str());
   while (!pad->waitUntilOpen()) {
@@ -108,9 +100,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, bool usb, const std::strin
 // The toolkit aborts when it finds no display. The messages that it prints before give the reason.
 void exitWhereThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
                                const QString& message) {
-  if (type == QtFatalMsg) {
-    std::_Exit(fail("no display for the window; --replay works without one"));
-  }
+  if (type == QtFatalMsg) std::_Exit(fail("no display for the window; --replay works without one"));
   std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
 }
 
@@ -124,18 +114,14 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model, boo
   auto watched = std::make_shared<WatchedPad>(model);
   const auto pad = makeKernelPad(watched, usb);
   const auto node = plug(*pad, usb);
-  if (!node) {
-    return kFailure;
-  }
+  if (!node) return kFailure;
   std::printf("%s is plugged in at %s\n", watched->identity().name.c_str(), node->c_str());
 
   std::ofstream out;
   std::optional<RecordingWriter> recorder;
   if (file) {
     out.open(*file);
-    if (!out) {
-      return fail(*file + ": " + std::strerror(errno));
-    }
+    if (!out) return fail(*file + ": " + std::strerror(errno));
     recorder.emplace(out, *watched);
   }
 

@@ -7,12 +7,10 @@ std::string vhciTrouble(const std::system_error& error) {
     return "the kernel's virtual USB host controller is missing; root loads its module: "
            "modprobe vhci-hcd";
   }
-  if (error.code() == std::errc::permission_denied) {
+  if (error.code() == std::errc::permission_denied)
     return "only root may plug in USB devices; use sudo, or leave out --usb";
-  }
-  if (error.code() == std::errc::device_or_resource_busy) {
+  if (error.code() == std::errc::device_or_resource_busy)
     return "all ports of the kernel's virtual USB host controller are taken";
-  }
   return std::string("the pad can't be plugged: ") + error.what();
 }
 

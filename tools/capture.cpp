@@ -65,9 +65,8 @@ int capture(gIIVela& vela, const Pads& pads, const std::vector<std::string>& pat
     signature.y = {vela.GetDataRangeMinY(), vela.GetDataRangeMaxY(), vela.GetPhysicalY()};
     signature.pressureLow = vela.GetDataRangeMinZ();
     signature.pressureHigh = std::max(signature.pressureLow, vela.GetDataRangeMaxZ());
-    if (!signature.x.usable() || !signature.y.usable()) {
+    if (!signature.x.usable() || !signature.y.usable())
       return kTool.fail(kFailed, pads.name + " reports an unusable size");
-    }
     std::fprintf(stderr, "%s: sign on the %s, then press Enter\n", kTool.name, pads.name.c_str());
     std::array<pollfd, 1> input{{{STDIN_FILENO, POLLIN, 0}}};
     if (!signals.waitFor(input)) return kInterrupted;

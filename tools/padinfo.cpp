@@ -86,9 +86,8 @@ void ignoreSample(int32_t, int32_t, int32_t, uint8_t, uint32_t, uint32_t) {}
 void describe(gIIVela& vela, const Pads& pads, bool first) {
   if (json) {
     std::string nodes;
-    for (const std::string& node : pads.nodes) {
+    for (const std::string& node : pads.nodes)
       nodes.append(nodes.empty() ? "" : ", ").append('"' + node + '"');
-    }
     std::fprintf(out, R"(%s  {"name": "%s", "class_id": "%s", "attached": %d, "nodes": [%s], )",
                  first ? "" : ",\n", pads.name.c_str(), vela.GetProviderClassID(pads.provider),
                  pads.attached, nodes.c_str());
@@ -196,9 +195,8 @@ int main(int argc, char** argv) {
   }
   const std::vector<Pads> attached = attachedPads(vela, name);
   int exitCode = attached.empty() ? kTool.fail(kNoPad, absence(name)) : kFine;
-  for (const Pads& pads : attached) {
+  for (const Pads& pads : attached)
     if (!pads.refused.empty()) exitCode = kTool.fail(kRefused, pads.refusal());
-  }
   if (!samples) return list(vela, attached, exitCode);
   return exitCode == kFine ? watchSamples(vela, attached.front()) : exitCode;
 }

@@ -141,9 +141,7 @@ Bytes IiPad::padInformationReport() const {
   Bytes report(information::kLength, kUnused);
   report[0] = information::kId;
   const auto& [words, bytes, values, width, height] = m_padInformation;
-  for (std::size_t i = 0; i < 4; ++i) {
-    putLe16(report, information::kWords1To4 + 2 * i, words[i]);
-  }
+  for (std::size_t i = 0; i < 4; ++i) putLe16(report, information::kWords1To4 + 2 * i, words[i]);
   report[information::kByte1] = bytes[0];
   putLe16(report, information::kWords5To6, words[4]);
   putLe16(report, information::kWords5To6 + 2, words[5]);

@@ -168,18 +168,15 @@ bool InkPad::setFeature(std::span<const std::uint8_t> report) {
 }
 
 bool InkPad::setOptions(std::span<const std::uint8_t> report) {
-  if (report.size() != optionsReport::kLength) {
-    return false;
-  }
+  if (report.size() != optionsReport::kLength) return false;
   std::ranges::copy(report.subspan(optionsReport::kBlock), m_options.begin());
   return true;
 }
 
 bool InkPad::setPictureBand(std::span<const std::uint8_t> report) {
   if (report.size() != pictureBand::kLength || report[pictureBand::kLayer] >= kLayers ||
-      report[pictureBand::kFirstRow] > kLcdHeight - pictureBand::kRowCount) {
+      report[pictureBand::kFirstRow] > kLcdHeight - pictureBand::kRowCount)
     return false;
-  }
   std::ranges::copy(report.subspan(pictureBand::kRows),
                     m_layers[report[pictureBand::kLayer]].begin() +
                         report[pictureBand::kFirstRow] * kLcdRowBytes);
@@ -187,9 +184,7 @@ bool InkPad::setPictureBand(std::span<const std::uint8_t> report) {
 }
 
 bool InkPad::clear(std::span<const std::uint8_t> report) {
-  if (report.size() != clearReport::kLength) {
-    return false;
-  }
+  if (report.size() != clearReport::kLength) return false;
   m_clears.push_back(le16(report, clearReport::kValue));
   m_ink = {};
   return true;
@@ -219,11 +214,9 @@ int InkPad::layerState(int layer) const {
 
 InkPad::Picture InkPad::lcdImage() const {
   Picture image = m_ink;
-  for (int index = 0; index < kLayers; ++index) {
-    if (layerState(index) != 0) {
+  for (int index = 0; index < kLayers; ++index)
+    if (layerState(index) != 0)
       std::ranges::transform(image, layer(index), image.begin(), std::bit_or<>());
-    }
-  }
   return image;
 }
 
@@ -237,9 +230,7 @@ void InkPad::movePen(const PenState& pen) {
     return;
   }
   const Pixel to{scaled(pen.x, 0, kLcdWidth - 1), scaled(pen.y, 0, kLcdHeight - 1)};
-  if (inkTrace().mode != 0) {
-    drawInkLine(m_penDownAt.value_or(to), to);
-  }
+  if (inkTrace().mode != 0) drawInkLine(m_penDownAt.value_or(to), to);
   m_penDownAt = to;
 }
 
@@ -255,9 +246,8 @@ void InkPad::drawInkLine(Pixel from, Pixel to) {
 void InkPad::drawInkPixel(Pixel pixel) {
   const Rectangle region = inkingRegion();
   if (pixel.x >= region.left && pixel.x <= region.right && pixel.y >= region.top &&
-      pixel.y <= region.bottom) {
+      pixel.y <= region.bottom)
     m_ink[byteOfPixel(pixel.x, pixel.y)] |= bitOfPixel(pixel.x);
-  }
 }
 
 }  // namespace virtualpads

@@ -52,9 +52,7 @@ class Line {
   unsigned number(int base, unsigned lowest, unsigned highest, const char* complaint) {
     const std::string_view word = peekWord();
     const auto value = toNumber(word, base);
-    if (!value || *value < lowest || *value > highest) {
-      fail(complaint);
-    }
+    if (!value || *value < lowest || *value > highest) fail(complaint);
     m_position += word.size();
     return *value;
   }
@@ -63,9 +61,7 @@ class Line {
   Bytes bytes() {
     Bytes bytes(number(10, 1, kMostBytes, kByteCountExpected));
     for (auto& byte : bytes) {
-      if (peekWord().size() != 2) {
-        fail(kByteExpected);
-      }
+      if (peekWord().size() != 2) fail(kByteExpected);
       byte = static_cast<std::uint8_t>(number(16, 0, 0xFF, kByteExpected));
     }
     return bytes;
@@ -77,21 +73,16 @@ class Line {
     const auto fraction = word.substr(std::min(point + 1, word.size()));
     const auto seconds = toNumber(word.substr(0, point), 10);
     const auto micros = toNumber(fraction, 10);
-    if (fraction.size() != kMicrosecondDigits || !seconds || !micros) {
+    if (fraction.size() != kMicrosecondDigits || !seconds || !micros)
       fail("a time as seconds.microseconds is expected");
-    }
     const auto time = std::chrono::seconds(*seconds) + microseconds(*micros);
-    if (time < earliest) {
-      fail("the time goes back");
-    }
+    if (time < earliest) fail("the time goes back");
     m_position += word.size();
     return time;
   }
 
   void expectEnd() {
-    if (!peekWord().empty()) {
-      fail("the line should end here");
-    }
+    if (!peekWord().empty()) fail("the line should end here");
   }
 
  private:
@@ -128,21 +119,16 @@ class Parser {
       take(Line(text.substr(0, end), ++number));
       text.remove_prefix(std::min(end + 1, text.size()));
     }
-    if (const char* missing = missingLine()) {
-      throw RecordingError(number + 1, 1, missing);
-    }
+    if (const char* missing = missingLine()) throw RecordingError(number + 1, 1, missing);
     return std::move(m_recording);
   }
 
  private:
   void take(Line line) {
-    if (line.empty() || line.isComment()) {
-      return;
-    }
+    if (line.empty() || line.isComment()) return;
     const char key = line.key();
-    if (key == '\0' || std::string_view("RNIPDE").find(key) == std::string_view::npos) {
+    if (key == '\0' || std::string_view("RNIPDE").find(key) == std::string_view::npos)
       line.fail("a line begins with R:, N:, I:, P:, D:, E: or #");
-    }
     switch (key) {
       case 'R':
         once(m_hasDescriptor, line);
@@ -167,9 +153,7 @@ class Parser {
         line.expectEnd();
         break;
       case 'E':
-        if (const char* missing = missingLine()) {
-          line.fail(missing);
-        }
+        if (const char* missing = missingLine()) line.fail(missing);
         line.skipKey();
         takeEvent(line);
         break;
@@ -186,9 +170,7 @@ class Parser {
   }
 
   static void once(bool& has, Line& line) {
-    if (std::exchange(has, true)) {
-      line.fail("this line appears twice");
-    }
+    if (std::exchange(has, true)) line.fail("this line appears twice");
     line.skipKey();
   }
 
@@ -198,12 +180,8 @@ class Parser {
   }
 
   const char* missingLine() const {
-    if (!m_hasDescriptor) {
-      return "the R: line is missing";
-    }
-    if (!m_hasName) {
-      return "the N: line is missing";
-    }
+    if (!m_hasDescriptor) return "the R: line is missing";
+    if (!m_hasName) return "the N: line is missing";
     return m_hasIds ? nullptr : "the I: line is missing";
   }
 
@@ -216,9 +194,7 @@ class Parser {
 void appendBytes(std::string& text, std::span<const std::uint8_t> bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   text += std::to_string(bytes.size());
-  for (const auto byte : bytes) {
-    text += {' ', kDigits[byte >> 4], kDigits[byte & 0x0F]};
-  }
+  for (const auto byte : bytes) text += {' ', kDigits[byte >> 4], kDigits[byte & 0x0F]};
   text += '\n';
 }
 
@@ -246,20 +222,14 @@ Recording readRecording(const std::filesystem::path& file) {
   };
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
                                                                std::fclose);
-  if (!stream) {
-    fail(errno);
-  }
+  if (!stream) fail(errno);
   std::string text;
   char block[1 << 16];
   while (const auto count = std::fread(block, 1, sizeof block, stream.get())) {
     text.append(block, count);
-    if (text.size() > kLargestFile) {
-      fail(EFBIG);
-    }
+    if (text.size() > kLargestFile) fail(EFBIG);
   }
-  if (std::ferror(stream.get()) != 0) {
-    fail(errno);
-  }
+  if (std::ferror(stream.get()) != 0) fail(errno);
   return parseRecording(text);
 }
 

@@ -18,9 +18,8 @@ constexpr std::string_view kRecording =
 
 std::vector<PenState> recordedSignature() {
   std::vector<PenState> samples;
-  for (const auto& event : parseRecording(kRecording).events) {
+  for (const auto& event : parseRecording(kRecording).events)
     samples.push_back(IiPad::penOf(event.report));
-  }
   return samples;
 }
 

@@ -14,12 +14,8 @@ namespace virtualpads {
 // Maps `unit`, from 0 to 1, to the range from `low` to `high`. Values outside are clamped;
 // not-a-number gives `low`.
 inline std::uint16_t scaled(double unit, std::uint16_t low, std::uint16_t high) {
-  if (!(unit > 0)) {
-    return low;
-  }
-  if (unit >= 1) {
-    return high;
-  }
+  if (!(unit > 0)) return low;
+  if (unit >= 1) return high;
   return static_cast<std::uint16_t>(std::lround(low + unit * (high - low)));
 }
 

@@ -52,9 +52,8 @@ TEST_F(AppDelegateTest, ControllerIsPublishedAfterTheWindowIsShown) {
 
    protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
-      if (event->type() == QEvent::Show && watched->objectName() == "MainWindowController") {
+      if (event->type() == QEvent::Show && watched->objectName() == "MainWindowController")
         published = m_mainWindowController != nullptr;
-      }
       return false;
     }
   };

@@ -45,9 +45,8 @@ class StartedController : public FreshApplication {
     m_mainWindowController = &*controller;
     controller->initButtons();
     for (QPushButton* button : {controller->m_OpenButton.data(), controller->m_ClearButton.data(),
-                                controller->m_ResetButton.data()}) {
+                                controller->m_ResetButton.data()})
       button->installEventFilter(&m_buttonLog);
-    }
     takeLog();
   }
 

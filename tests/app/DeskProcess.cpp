@@ -72,9 +72,8 @@ std::string DeskProcess::answer() {
   const std::string mark = "desk: ";
   m_process.setReadChannel(QProcess::StandardError);
   for (;;) {
-    while (!m_process.canReadLine()) {
+    while (!m_process.canReadLine())
       if (!m_process.waitForReadyRead(kDeadlineMs)) return kNoAnswer;
-    }
     m_lastSaid = m_process.readLine().trimmed().toStdString();
     if (m_lastSaid.starts_with(mark)) return m_lastSaid.substr(mark.size());
   }

@@ -62,9 +62,8 @@ class DisplayTest : public testing::TestWithParam<double> {
 
   // Waits until that pixel of the screen has that colour.
   bool waitForPixel(const QPoint& place, const QColor& colour) {
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 300; ++i)
       if (screen().pixelColor(place) == colour) return true;
-    }
     return false;
   }
 

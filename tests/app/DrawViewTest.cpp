@@ -63,11 +63,9 @@ class DrawViewTest : public testing::Test {
 
 // Every pixel of `area` (in device pixels) has that colour.
 void expectAll(const QImage& image, const QRect& area, const QColor& colour) {
-  for (int y = area.top(); y <= area.bottom(); ++y) {
-    for (int x = area.left(); x <= area.right(); ++x) {
+  for (int y = area.top(); y <= area.bottom(); ++y)
+    for (int x = area.left(); x <= area.right(); ++x)
       ASSERT_EQ(image.pixelColor(x, y).name(), colour.name()) << "at " << x << ", " << y;
-    }
-  }
 }
 
 // --- the picture ---

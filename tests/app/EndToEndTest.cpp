@@ -114,9 +114,8 @@ class EveryPadTest : public EndToEndTest, public testing::WithParamInterface<Pad
     EXPECT_EQ(picture.size(), QSize(at.width, at.height));
     for (int x = 2; x < at.width - 2; ++x) {
       const bool inked = drawn && x >= at.left && x < at.right;
-      for (const int y : {at.middle - 1, at.middle}) {
+      for (const int y : {at.middle - 1, at.middle})
         ASSERT_EQ(picture.pixelColor(x, y), inked ? kBlue : kWhite) << "at " << x << ", " << y;
-      }
       ASSERT_EQ(picture.pixelColor(x, at.middle - 2), kWhite);
       ASSERT_EQ(picture.pixelColor(x, at.middle + 1), kWhite);
     }

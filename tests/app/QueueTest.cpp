@@ -84,9 +84,8 @@ TEST(QueueTest, ElementsLeaveInTheOrderInWhichTheyCame) {
 
 TEST(QueueTest, CursorGoesRoundWithoutRemoving) {
   Letters queue = abc();
-  for (const char* expected : {"a", "b", "c", "a", "b"}) {
+  for (const char* expected : {"a", "b", "c", "a", "b"})
     EXPECT_THAT(queue.getNext(), Optional(std::string(expected)));
-  }
   EXPECT_EQ(queue.count(), 3);
 }
 

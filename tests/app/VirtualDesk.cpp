@@ -95,9 +95,8 @@ class Desk : public QObject {
   static QWidget* named(QTextStream& order) {
     QString name;
     order >> name;
-    for (QWidget* widget : QApplication::allWidgets()) {
+    for (QWidget* widget : QApplication::allWidgets())
       if (widget->objectName() == name) return widget;
-    }
     qFatal("the application's window has no %s", qPrintable(name));
   }
 
@@ -143,9 +142,8 @@ class Desk : public QObject {
     } else if (verb == "wait-points") {
       int points;
       order >> points;
-      while (view().path().elementCount() != points) {
+      while (view().path().elementCount() != points)
         QApplication::processEvents(QEventLoop::WaitForMoreEvents);
-      }
     } else if (verb == "wait-enabled") {
       const QWidget* widget = named(order);
       while (!widget->isEnabled()) QApplication::processEvents(QEventLoop::WaitForMoreEvents);

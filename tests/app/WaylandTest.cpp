@@ -83,9 +83,8 @@ class Weston {
 QRect extent(const QImage& picture, const QColor& colour) {
   QRect found;
   for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x) {
+    for (int x = 0; x < picture.width(); ++x)
       if (picture.pixel(x, y) == colour.rgb()) found |= QRect(x, y, 1, 1);
-    }
   }
   return found;
 }
@@ -186,9 +185,8 @@ INSTANTIATE_TEST_SUITE_P(Scales, WaylandTest,
 
 // What this test needs and the system lacks; empty if nothing is missing.
 QString missing() {
-  for (const char* tool : {"weston", "weston-screenshooter"}) {
+  for (const char* tool : {"weston", "weston-screenshooter"})
     if (QStandardPaths::findExecutable(tool).isEmpty()) return tool;
-  }
   const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms",
                        "libqwayland*");
   return platforms.isEmpty() ? "Qt's plugin for Wayland" : "";

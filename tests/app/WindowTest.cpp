@@ -227,15 +227,13 @@ TEST_F(WindowTest, InputThatComesWhileAPadIsClosedIsDropped) {
     // Sent as the window system does. Open is enabled once the pad is closed.
     const QPointF middle = controller.m_OpenButton->rect().center();
     const QPointF onScreen = controller.m_OpenButton->mapToGlobal(middle);
-    for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+    for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease})
       QApplication::postEvent(
           controller.m_OpenButton,
           new QMouseEvent(type, middle, onScreen, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier));
-    }
-    for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+    for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease})
       QApplication::postEvent(controller.m_OpenButton,
                               new QKeyEvent(type, Qt::Key_Space, Qt::NoModifier));
-    }
     QApplication::postEvent(controller.m_OpenButton,
                             new QShortcutEvent(QKeySequence(Qt::ALT | Qt::Key_O), 1));
   };
@@ -279,9 +277,8 @@ TEST_F(WindowTest, ControlsHaveAccessibleNamesRolesAndDescriptions) {
   EXPECT_EQ(fileMenu->text(QAccessible::Name), "File");
   for (QObject* object : std::initializer_list<QObject*>{
            controller.m_prolist, controller.m_OpenButton, controller.m_ClearButton,
-           controller.m_ResetButton, controller.m_drawview, area}) {
+           controller.m_ResetButton, controller.m_drawview, area})
     EXPECT_NE(said(object, QAccessible::Description), "") << object->objectName().toStdString();
-  }
 }
 
 // --- appearance ---
@@ -305,9 +302,8 @@ std::vector<std::pair<const QWidget*, QString>> texts(const QWidget& window) {
   };
   for (const auto* label : window.findChildren<QLabel*>()) add(label, label->text());
   for (const auto* button : window.findChildren<QPushButton*>()) add(button, button->text());
-  for (const auto* list : window.findChildren<QComboBox*>()) {
+  for (const auto* list : window.findChildren<QComboBox*>())
     for (int i = 0; i < list->count(); ++i) add(list, list->itemText(i));
-  }
   for (const auto* bar : window.findChildren<QMenuBar*>()) {
     for (const auto* menu : bar->actions()) {
       add(bar, menu->text());
@@ -333,9 +329,8 @@ TEST_F(WindowTest, TextsAreLegible) {
   for (const auto& [widget, text] : found) {
     const QRawFont font = QRawFont::fromFont(widget->font());
     std::vector<QImage> seen{drawn(' ', widget->font())};
-    for (const QChar character : text) {
+    for (const QChar character : text)
       EXPECT_TRUE(font.supportsCharacter(character)) << text.toStdString();
-    }
     for (const QChar character : QString("aeginpt")) {
       const QImage picture = drawn(character, widget->font());
       EXPECT_FALSE(std::ranges::count(seen, picture) > 0) << character.toLatin1();
@@ -441,9 +436,8 @@ TEST_F(WindowTest, LargeWindowDoesNotStretchTheControls) {
     window->resize(width, 600);
     QApplication::sendPostedEvents();
     for (const QWidget* control : std::initializer_list<QWidget*>{
-             controller.m_prolist, controller.m_OpenButton, controller.m_ResetButton}) {
+             controller.m_prolist, controller.m_OpenButton, controller.m_ResetButton})
       widths.push_back(control->width());
-    }
   }
   EXPECT_THAT(widths,
               ElementsAre(widths[0], widths[1], widths[2], widths[0], widths[1], widths[2]));

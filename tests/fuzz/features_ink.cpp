@@ -45,18 +45,16 @@ class InkPad {
 
   void checkOpen() {
     // The picture itself is not checked here.
-    for (int band = 0; band < 4; ++band) {
+    for (int band = 0; band < 4; ++band)
       expect(m_device.sent(7, 2408)[3] == 60 * band, "the bands go from top to bottom");
-    }
     edit([](Bytes& block) {
       const Bytes wholeScreen{0, 0, 0, 0x3F, 0x01, 239};
       std::copy(wholeScreen.begin(), wholeScreen.end(), block.begin() + 6);
     });
     editOrCached([](Bytes& block) { setInkTrace(block, 2, 500); });
     editOrCached([](Bytes& block) { setBackLight(block, 1, 1, 500); });
-    for (int layer = 0; layer < 3; ++layer) {
+    for (int layer = 0; layer < 3; ++layer)
       edit([layer](Bytes& block) { setLayer(block, layer, 1); });
-    }
     const auto [block, result] = m_device.asked(3, 17);
     if (result != 0) m_cached = block;
   }
@@ -152,9 +150,8 @@ class InkPad {
     const auto screen = std::make_unique<LCD_SCREEN>();
     screen->bScreen = input.byte();
     const fuzz::ByteSpan pattern = input.take(input.byte());
-    for (std::size_t i = 0; i < sizeof screen->bPicture && !pattern.empty(); ++i) {
+    for (std::size_t i = 0; i < sizeof screen->bPicture && !pattern.empty(); ++i)
       screen->bPicture[i] = pattern[i % pattern.size()];
-    }
     const int result = m_pvelaink->DrawBitmap(screen.get());
     int last = 0;
     for (int band = 0; band < 4; ++band) {

@@ -201,9 +201,8 @@ class VisionPad {
     char* const serial = m_sdk.GetSerialNumber();
     const auto [bytes, result] = m_device.asked(2, 34);
     expect((serial != nullptr) == (result >= 0), "only an error is a failure");
-    if (serial != nullptr) {
+    if (serial != nullptr)
       expect(std::memcmp(serial, bytes.data() + 1, 16) == 0, "the serial number is the pad's");
-    }
     std::free(serial);
   }
 

@@ -58,9 +58,8 @@ void checkWriting(Recording recording) {
   std::ostringstream text;
   const RecordedPad pad(recording);
   virtualpads::RecordingWriter writer(text, pad);
-  for (const Recording::Event& event : recording.events) {
+  for (const Recording::Event& event : recording.events)
     expect(writer.write(event.time, event.report), "the stream takes what is written");
-  }
   const Recording again = virtualpads::parseRecording(text.str());
 
   recording.bus = 3;

@@ -67,9 +67,8 @@ void drawLine(VirtualBus::Port port) {
     left << "ink trace " << ink->inkTrace().mode << ", backlight " << ink->backlight().mode
          << ", layers " << ink->layerState(0) << ink->layerState(1) << ink->layerState(2) << '\n';
   }
-  if (const auto* vision = dynamic_cast<VisionPad*>(pads[3].get())) {
+  if (const auto* vision = dynamic_cast<VisionPad*>(pads[3].get()))
     left << "vision mode " << vision->mode() << '\n';
-  }
 }
 
 }  // namespace

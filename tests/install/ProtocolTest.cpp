@@ -44,9 +44,8 @@ std::vector<std::string> cellsOf(std::string row) {
   std::erase(row, '`');
   std::vector<std::string> cells;
   std::istringstream rest(row);
-  for (std::string cell; std::getline(rest, cell, '|');) {
+  for (std::string cell; std::getline(rest, cell, '|');)
     if (cell.size() > 2) cells.push_back(cell.substr(1, cell.size() - 2));
-  }
   return cells;
 }
 
@@ -70,9 +69,7 @@ Bytes bytesOf(const std::string& text) {
   std::istringstream words(text);
   for (std::string word; words >> word && word != "...";) {
     std::size_t count = 1;
-    if (word == "+") {
-      words >> count >> word >> word;
-    }
+    if (word == "+") words >> count >> word >> word;
     bytes.insert(bytes.end(), count, static_cast<std::uint8_t>(std::stoi(word, nullptr, 16)));
   }
   return bytes;
@@ -155,9 +152,8 @@ class Samples {
   }
   std::map<std::string, std::int64_t> take() {
     std::unique_lock lock(m_mutex);
-    if (!m_changed.wait_for(lock, std::chrono::seconds(30), [&] { return !m_taken.empty(); })) {
+    if (!m_changed.wait_for(lock, std::chrono::seconds(30), [&] { return !m_taken.empty(); }))
       return {};
-    }
     auto sample = m_taken.front();
     m_taken.pop_front();
     return sample;

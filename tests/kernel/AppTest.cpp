@@ -74,9 +74,8 @@ Desktop& desktop() {
 
 // From the surface's first quarter to its third, half-way down. The pen stays there.
 void drawStroke(KernelPad& pad) {
-  for (int i = 0; i <= 20; ++i) {
+  for (int i = 0; i <= 20; ++i)
     pad.sendPen({.x = 0.25 + 0.025 * i, .y = 0.5, .pressure = 0.5, .touch = true});
-  }
 }
 
 void writeStroke(KernelPad& pad) {
@@ -204,9 +203,8 @@ class AppUnplugTest : public AppTest {
   void writeWithThePenDown() {
     drawStroke(*pad);
     look("pen-down", [this](const QImage& picture) { return strokeIsThere(picture); });
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 20; ++i)
       pad->sendPen({.x = 0.75, .y = 0.5, .pressure = 0.5, .touch = true});
-    }
   }
 
   void unplugDuringOpen() {

@@ -17,20 +17,16 @@ constexpr QRect kResetText{360, 30, 45, 18};  // a part of the Reset button, wit
 // A directory that is the user's alone, as the toolkit expects one.
 std::string runtimeDirectory(uid_t user) {
   char path[] = "/tmp/kernel-test-XXXXXX";
-  if (mkdtemp(path) == nullptr || chown(path, user, user) != 0) {
+  if (mkdtemp(path) == nullptr || chown(path, user, user) != 0)
     throw std::system_error(errno, std::generic_category(), path);
-  }
   return path;
 }
 
 // Its text is black then, else grey.
 bool resetIsEnabled(const QImage& window) {
   for (int y = kResetText.top(); y <= kResetText.bottom(); ++y) {
-    for (int x = kResetText.left(); x <= kResetText.right(); ++x) {
-      if (qGray(window.pixel(x, y)) < 64) {
-        return true;
-      }
-    }
+    for (int x = kResetText.left(); x <= kResetText.right(); ++x)
+      if (qGray(window.pixel(x, y)) < 64) return true;
   }
   return false;
 }
@@ -51,9 +47,7 @@ Application::Application(Desktop& desktop, bool unprivileged)
 void Application::choose(const TestPad& kind) {
   goToList();
   m_desktop.press(XK_Home);
-  for (int i = 0; i < kind.provider; ++i) {
-    m_desktop.press(XK_Down);
-  }
+  for (int i = 0; i < kind.provider; ++i) m_desktop.press(XK_Down);
 }
 
 void Application::open() {
@@ -90,9 +84,7 @@ void Application::goToList() {
 // with the Tab key, which skips disabled buttons.
 void Application::pressButton(int tabulators) {
   goToList();
-  for (int i = 0; i < tabulators; ++i) {
-    m_desktop.press(XK_Tab);
-  }
+  for (int i = 0; i < tabulators; ++i) m_desktop.press(XK_Tab);
   m_desktop.press(XK_space);
 }
 
@@ -116,9 +108,8 @@ QRect findView(const QImage& picture) {
         ++run;
       } else if (run >= kLeastWidth) {
         int height = 0;
-        while (y + height < picture.height() && picture.pixel(x - run, y + height) == kFrame) {
+        while (y + height < picture.height() && picture.pixel(x - run, y + height) == kFrame)
           ++height;
-        }
         return {x - run, y, run, height};
       } else {
         run = 0;
@@ -130,11 +121,8 @@ QRect findView(const QImage& picture) {
 
 bool hasInk(const QImage& picture) {
   for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x) {
-      if (picture.pixel(x, y) == kInk) {
-        return true;
-      }
-    }
+    for (int x = 0; x < picture.width(); ++x)
+      if (picture.pixel(x, y) == kInk) return true;
   }
   return false;
 }

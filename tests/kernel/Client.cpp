@@ -46,9 +46,7 @@ std::vector<Client::Received> Client::received() const {
 }
 
 std::size_t Client::waitForSamples(int count, std::size_t from) const {
-  for (int i = 0; i < count; ++i) {
-    from = waitForLine(isSample, from) + 1;
-  }
+  for (int i = 0; i < count; ++i) from = waitForLine(isSample, from) + 1;
   return from;
 }
 
@@ -59,9 +57,7 @@ Client::Load Client::percentOfCore() {
   std::erase_if(others, [&](pid_t thread) { return thread == id() || thread == processing; });
   const auto timeOfOthers = [&] {
     std::chrono::nanoseconds sum{0};
-    for (const pid_t thread : others) {
-      sum += processorTime(thread);
-    }
+    for (const pid_t thread : others) sum += processorTime(thread);
     return sum;
   };
   Load least{100, 100};
@@ -80,14 +76,10 @@ Client::Load Client::percentOfCore() {
 }
 
 void Client::write(virtualpads::KernelPad& pad, const TestPad& kind, int first, int count) const {
-  if (!pad.waitUntilOpen()) {
-    throw std::runtime_error("the client does not open the pad");
-  }
+  if (!pad.waitUntilOpen()) throw std::runtime_error("the client does not open the pad");
   std::size_t nextLine = lineCount();
   for (int n = 0; n < count; ++n) {
-    if (n >= kUnreadReports) {
-      nextLine = waitForSamples(1, nextLine);
-    }
+    if (n >= kUnreadReports) nextLine = waitForSamples(1, nextLine);
     pad.send(kind.report(first + n));
   }
   waitForSamples(std::min(count, kUnreadReports), nextLine);

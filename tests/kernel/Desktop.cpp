@@ -18,9 +18,7 @@ constexpr std::chrono::milliseconds kLookInterval{10};
 
 std::string titleOf(Display* display, Window window) {
   char* text = nullptr;
-  if (XFetchName(display, window, &text) == 0) {
-    return {};
-  }
+  if (XFetchName(display, window, &text) == 0) return {};
   std::string title = text;
   XFree(text);
   return title;
@@ -36,9 +34,7 @@ bool waitForEvent(Display* display, Clock::time_point limit) {
   while (XPending(display) == 0) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now()).count();
     pollfd connection{ConnectionNumber(display), POLLIN, 0};
-    if (left <= 0 || poll(&connection, 1, static_cast<int>(left)) == 0) {
-      return false;
-    }
+    if (left <= 0 || poll(&connection, 1, static_cast<int>(left)) == 0) return false;
   }
   return true;
 }
@@ -57,9 +53,7 @@ Desktop::Desktop()
   });
   m_name = ":" + m_server.lines()[number];
   m_display.reset(XOpenDisplay(m_name.c_str()));
-  if (m_display == nullptr) {
-    throw std::runtime_error("no connection to the X server");
-  }
+  if (m_display == nullptr) throw std::runtime_error("no connection to the X server");
   XSetErrorHandler(ignoreError);
   XSelectInput(m_display.get(), DefaultRootWindow(m_display.get()), SubstructureNotifyMask);
 }
@@ -110,9 +104,7 @@ QImage Desktop::picture(QRect part) const {
   XImage* const image =
       XGetImage(m_display.get(), m_window, part.x(), part.y(), static_cast<unsigned>(part.width()),
                 static_cast<unsigned>(part.height()), AllPlanes, ZPixmap);
-  if (image == nullptr) {
-    throw std::runtime_error("the window is not on the screen");
-  }
+  if (image == nullptr) throw std::runtime_error("the window is not on the screen");
   const QImage copy = QImage(reinterpret_cast<const uchar*>(image->data), image->width,
                              image->height, image->bytes_per_line, QImage::Format_RGB32)
                           .copy();
@@ -134,9 +126,7 @@ QImage Desktop::waitForPicture(const std::function<bool(const QImage&)>& wanted)
   const auto limit = Clock::now() + kWaitLimit;
   while (Clock::now() < limit) {
     QImage now = picture();
-    if (wanted(now)) {
-      return now;
-    }
+    if (wanted(now)) return now;
     std::this_thread::sleep_for(kLookInterval);
   }
   throw std::runtime_error("the picture did not come");

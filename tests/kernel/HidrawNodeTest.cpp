@@ -26,9 +26,7 @@ constexpr int kNoContainer = 77;
 bool enterContainer() {
   const std::string user = std::to_string(getuid());
   const std::string group = std::to_string(getgid());
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0) {
-    return false;
-  }
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0) return false;
   std::ofstream("/proc/self/setgroups") << "deny";
   std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
   std::ofstream("/proc/self/gid_map") << "0 " + group + " 1";
@@ -48,9 +46,7 @@ void makeNode() {
 // Waits for the node in a container. `before` happens first, `after` once the directory has been
 // searched in vain. Returns whether the node and its file exist in the end.
 int waitInContainer(void (*before)(), void (*after)()) {
-  if (!enterContainer()) {
-    return kNoContainer;
-  }
+  if (!enterContainer()) return kNoContainer;
   std::filesystem::create_directories("/sys/class/hidraw");
   before();
   const FileDescriptor looks(inotify_init1(IN_CLOEXEC));
@@ -66,15 +62,11 @@ int waitInContainer(void (*before)(), void (*after)()) {
 
 void expectFound(void (*before)(), void (*after)()) {
   const pid_t child = fork();
-  if (child == 0) {
-    _exit(waitInContainer(before, after));
-  }
+  if (child == 0) _exit(waitInContainer(before, after));
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFEXITED(status));
-  if (WEXITSTATUS(status) == kNoContainer) {
-    GTEST_SKIP() << "namespaces of its own are refused";
-  }
+  if (WEXITSTATUS(status) == kNoContainer) GTEST_SKIP() << "namespaces of its own are refused";
   EXPECT_EQ(WEXITSTATUS(status), kFound);
 }
 

@@ -68,9 +68,8 @@ int setFeature(const Device& device, const Bytes& report) {
 std::map<std::pair<int, std::wstring>, int> listed() {
   std::map<std::pair<int, std::wstring>, int> pads;
   hid_device_info* const all = hid_enumerate(kVendor, 0);
-  for (const hid_device_info* entry = all; entry != nullptr; entry = entry->next) {
+  for (const hid_device_info* entry = all; entry != nullptr; entry = entry->next)
     ++pads[{entry->product_id, entry->product_string}];
-  }
   hid_free_enumeration(all);
   return pads;
 }
@@ -186,14 +185,11 @@ TEST(UhidFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
 TEST(UhidFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
   const auto pad = plugged(PadKind::Usb);
   const Device device = openPad(*pad);
-  for (std::uint8_t i = 0; i < 100; ++i) {
-    ASSERT_TRUE(pad->send({0x20, i, 0, 0, 0, 0}));
-  }
+  for (std::uint8_t i = 0; i < 100; ++i) ASSERT_TRUE(pad->send({0x20, i, 0, 0, 0, 0}));
   std::vector<std::uint8_t> arrived;
   Bytes report(6);
-  while (hid_read_timeout(device.get(), report.data(), report.size(), 0) > 0) {
+  while (hid_read_timeout(device.get(), report.data(), report.size(), 0) > 0)
     arrived.push_back(report[1]);
-  }
   ASSERT_EQ(arrived.size(), 63u);
   EXPECT_EQ(arrived.front(), 0);
   EXPECT_EQ(arrived.back(), 62);
@@ -302,9 +298,7 @@ TEST(UhidFaceDeathTest, WithoutPermissionPlugSaysSo) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_EXIT(
       {
-        if (setuid(65534) != 0) {
-          _exit(1);
-        }
+        if (setuid(65534) != 0) _exit(1);
         UhidPad pad(makePad(PadKind::Usb));
         try {
           pad.plug();

@@ -42,9 +42,7 @@ void report(const char* what, const TestPad& kind, Face face, const std::vector<
             const std::vector<std::int64_t>& to) {
   ASSERT_EQ(from.size(), to.size());
   std::vector<std::int64_t> taken;
-  for (std::size_t i = 0; i < from.size(); ++i) {
-    taken.push_back(to[i] - from[i]);
-  }
+  for (std::size_t i = 0; i < from.size(); ++i) taken.push_back(to[i] - from[i]);
   std::ranges::sort(taken);
   const auto percentile = [&](std::size_t percent) {
     return static_cast<double>(taken[(taken.size() * percent + 99) / 100 - 1]) / 1000;
@@ -61,9 +59,7 @@ std::vector<std::int64_t> sendAtPace(KernelPad& pad, const TestPad& kind,
   std::vector<std::int64_t> sent;
   auto next = Clock::now();
   for (int n = 0; n < kSamples; ++n) {
-    if (n >= kUnreadReports) {
-      waitForNext();
-    }
+    if (n >= kUnreadReports) waitForNext();
     std::this_thread::sleep_until(next += kSampleInterval);
     sent.push_back(now());
     pad.send(kind.report(n));
@@ -106,9 +102,7 @@ TEST_P(LatencyTest, Callback) {
   const auto sent = sendAtPace(*pad, kind, [&] { nextLine = client.waitForSamples(1, nextLine); });
   client.waitForSamples(kUnreadReports, nextLine);
   std::vector<std::int64_t> called;
-  for (const Client::Received& received : client.received()) {
-    called.push_back(received.nanoseconds);
-  }
+  for (const Client::Received& received : client.received()) called.push_back(received.nanoseconds);
   report("to the callback", kind, face, sent, called);
 }
 
@@ -158,9 +152,8 @@ TEST_P(LatencyToTheWindowTest, Ink) {
     sent.push_back(now());
     moveTo(column);
     const auto limit = Clock::now() + kInkLimit;
-    while (desktop.pixel(end) != kInk) {
+    while (desktop.pixel(end) != kInk)
       ASSERT_TRUE(Clock::now() < limit) << "no ink in column " << column;
-    }
     seen.push_back(now());
   }
   report("to the ink", kind, GetParam(), sent, seen);

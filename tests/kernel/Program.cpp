@@ -26,9 +26,8 @@ constexpr std::chrono::milliseconds kLookInterval{10};
 struct Pipe {
   Pipe() {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    if (pipe2(ends, O_CLOEXEC) != 0)
       throw std::system_error(errno, std::generic_category(), "pipe");
-    }
     reading = virtualpads::FileDescriptor(ends[0]);
     writing = virtualpads::FileDescriptor(ends[1]);
   }
@@ -70,9 +69,8 @@ int copyInMemory(const std::string& path) {
     _exit(127);
   }
   std::vector<char*> arguments{const_cast<char*>(path.c_str())};
-  for (const std::string& argument : options.arguments) {
+  for (const std::string& argument : options.arguments)
     arguments.push_back(const_cast<char*>(argument.c_str()));
-  }
   arguments.push_back(nullptr);
   fexecve(program, arguments.data(), environ);
   std::perror(path.c_str());
@@ -91,9 +89,7 @@ Program::Program(const std::string& path, const ProgramOptions& options) {
   Pipe input;
   Pipe output;
   m_id = fork();
-  if (m_id < 0) {
-    throw std::system_error(errno, std::generic_category(), "fork");
-  }
+  if (m_id < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (m_id == 0) {
     ::signal(SIGPIPE, SIG_DFL);
     becomeProgram(path, options, input, output);
@@ -117,13 +113,11 @@ void Program::readOutput() {
   ssize_t count = 0;
   while ((count = read(m_output.get(), buffer.data(), buffer.size())) > 0) {
     const std::lock_guard lock(m_mutex);
-    for (const char character : std::string(buffer.data(), static_cast<std::size_t>(count))) {
-      if (character == '\n') {
+    for (const char character : std::string(buffer.data(), static_cast<std::size_t>(count)))
+      if (character == '\n')
         m_lines.push_back(std::exchange(line, {}));
-      } else {
+      else
         line += character;
-      }
-    }
     m_changed.notify_all();
   }
   const std::lock_guard lock(m_mutex);
@@ -154,22 +148,15 @@ std::size_t Program::waitForLine(const std::function<bool(const std::string&)>& 
                                  std::size_t from) const {
   std::size_t next = from;
   const auto found = [&] {
-    for (; next < m_lines.size(); ++next) {
-      if (wanted(m_lines[next])) {
-        return true;
-      }
-    }
+    for (; next < m_lines.size(); ++next)
+      if (wanted(m_lines[next])) return true;
     return false;
   };
   std::unique_lock lock(m_mutex);
   m_changed.wait_for(lock, kWaitLimit, [&] { return found() || m_ended; });
-  if (found()) {
-    return next;
-  }
+  if (found()) return next;
   std::string text = m_ended ? "the program ended without the line" : "the line did not come";
-  for (const std::string& line : m_lines) {
-    text += "\n  " + line;
-  }
+  for (const std::string& line : m_lines) text += "\n  " + line;
   throw std::runtime_error(text);
 }
 
@@ -189,18 +176,16 @@ std::string Program::ask(const std::string& command) {
 
 std::vector<pid_t> Program::threads() const {
   std::vector<pid_t> ids;
-  for (const auto& entry : std::filesystem::directory_iterator(taskDirectory(m_id))) {
+  for (const auto& entry : std::filesystem::directory_iterator(taskDirectory(m_id)))
     ids.push_back(std::stoi(entry.path().filename()));
-  }
   return ids;
 }
 
 std::chrono::nanoseconds Program::processorTime(pid_t thread) const {
   std::ifstream file(taskDirectory(m_id) / std::to_string(thread) / "schedstat");
   std::int64_t nanoseconds = 0;
-  if (!(file >> nanoseconds)) {
+  if (!(file >> nanoseconds))
     throw std::runtime_error("the kernel does not report the thread's processor time");
-  }
   return std::chrono::nanoseconds(nanoseconds);
 }
 
@@ -208,9 +193,8 @@ std::chrono::nanoseconds Program::processorTime(pid_t thread) const {
 void Program::waitForThreads(const std::function<bool(std::size_t)>& wanted) const {
   const auto limit = std::chrono::steady_clock::now() + kWaitLimit;
   while (!wanted(threads().size())) {
-    if (std::chrono::steady_clock::now() > limit) {
+    if (std::chrono::steady_clock::now() > limit)
       throw std::runtime_error("the program has another number of threads");
-    }
     std::this_thread::sleep_for(kLookInterval);
   }
 }
@@ -222,9 +206,7 @@ void Program::signal(int number) const {
 int Program::wait() {
   {
     std::unique_lock lock(m_mutex);
-    if (!m_changed.wait_for(lock, kWaitLimit, [&] { return m_ended; })) {
-      kill(m_id, SIGKILL);
-    }
+    if (!m_changed.wait_for(lock, kWaitLimit, [&] { return m_ended; })) kill(m_id, SIGKILL);
   }
   int status = 0;
   waitpid(m_id, &status, 0);

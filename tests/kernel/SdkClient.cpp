@@ -86,12 +86,8 @@ class Client {
  private:
   std::string serialNumber() {
     const std::unique_ptr<char, decltype(&std::free)> serial(m_facade.GetSerialNumber(), std::free);
-    if (serial == nullptr) {
-      return "none";
-    }
-    if (m_provider != kVisionProvider) {
-      return serial.get();
-    }
+    if (serial == nullptr) return "none";
+    if (m_provider != kVisionProvider) return serial.get();
     std::string text;
     for (int i = 0; i < 16; ++i) {
       char digits[3];
@@ -109,17 +105,13 @@ class Client {
       pollfd input{STDIN_FILENO, POLLIN, 0};
       if (poll(&input, 1, 0) > 0) {
         std::string command;
-        if (!std::getline(std::cin, command)) {
-          return;
-        }
+        if (!std::getline(std::cin, command)) return;
         if (command == "progress") {
           std::printf("progress %ld\n", rounds);
           continue;
         }
         obey(command);
-        if (command != "thread") {
-          return;
-        }
+        if (command != "thread") return;
       }
     }
   }
@@ -134,7 +126,5 @@ int main() {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Client client;
   std::string command;
-  while (std::getline(std::cin, command)) {
-    client.obey(command);
-  }
+  while (std::getline(std::cin, command)) client.obey(command);
 }

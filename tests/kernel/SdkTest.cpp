@@ -154,13 +154,9 @@ TEST_P(SdkTest, PadIsCountedOpenedReadAndClosed) {
 
   client->write(*pad, kind, 0, 1000);
   std::vector<Sample> samples;
-  for (const Client::Received& received : client->received()) {
-    samples.push_back(received.sample);
-  }
+  for (const Client::Received& received : client->received()) samples.push_back(received.sample);
   std::vector<Sample> sent;
-  for (int n = 0; n < 1000; ++n) {
-    sent.push_back(kind.sample(n));
-  }
+  for (int n = 0; n < 1000; ++n) sent.push_back(kind.sample(n));
   EXPECT_EQ(samples, sent);
 
   EXPECT_EQ(client->ask("size"), expected.size);
@@ -182,9 +178,8 @@ TEST_P(SdkTest, OfTwoPadsOneIsOpenedAndTheOtherServesAfterAnUnplug) {
   const auto second = plugged(kind.kind, faceOf(route));
   EXPECT_EQ(client->connect(kind), 2);
   // Each pad sends a different report, so the sample identifies the pad.
-  while (!pad->open() && !second->open()) {  // there is no wait for either
+  while (!pad->open() && !second->open())  // there is no wait for either
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
   const std::size_t from = client->lineCount();
   pad->send(kind.report(0));
   second->send(kind.report(1));
@@ -251,9 +246,7 @@ TEST_P(SdkTest, UnplugWhileConnected) {
 TEST_P(SdkTest, UnplugWithThePenDown) {
   client->connect(kind);
   client->write(*pad, kind, 0, 20);
-  for (int n = 20; n < 40; ++n) {
-    pad->send(kind.report(n));
-  }
+  for (int n = 20; n < 40; ++n) pad->send(kind.report(n));
   pad->unplug();
   expectToGoOn();
 }
@@ -278,11 +271,10 @@ TEST_P(SdkTest, UnplugDuringOpen) {
 TEST_P(SdkTest, UnplugDuringClear) {
   client->connect(kind);
   ASSERT_TRUE(pad->waitUntilOpen());
-  if (expected.duringClear) {
+  if (expected.duringClear)
     unplugAt(*pad, *expected.duringClear);
-  } else {
+  else
     pad->unplug();
-  }
   EXPECT_EQ(client->ask("clear"), "1");
   EXPECT_FALSE(pad->plugged());
   expectToGoOn();
@@ -352,18 +344,14 @@ TEST_P(SdkInkPadTest, LcdIsSetUpWhileConnectedAndResetByTheClose) {
     EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{2, 500}));
     EXPECT_EQ(model->backlight(), (InkPad::Backlight{1, true, 500}));
     EXPECT_EQ(model->inkingRegion(), (InkPad::Rectangle{0, 0, 319, 239}));
-    for (int layer = 0; layer < 3; ++layer) {
-      EXPECT_EQ(model->layerState(layer), 1);
-    }
+    for (int layer = 0; layer < 3; ++layer) EXPECT_EQ(model->layerState(layer), 1);
     EXPECT_NE(model->layer(1), InkPad::Picture{});
   });
   client.ask("clear");
   client.disconnect();
   EXPECT_EQ(model->inkTrace(), (InkPad::InkTrace{0, 300}));
   EXPECT_EQ(model->backlight(), (InkPad::Backlight{0, true, 500}));
-  for (int layer = 0; layer < 3; ++layer) {
-    EXPECT_EQ(model->layerState(layer), 0);
-  }
+  for (int layer = 0; layer < 3; ++layer) EXPECT_EQ(model->layerState(layer), 0);
   // The clear, then the clears of the three layers. The value only distinguishes layer 0 from the
   // others.
   EXPECT_THAT(model->clears(), testing::ElementsAre(0, 0, 1, 1));
@@ -397,9 +385,7 @@ INSTANTIATE_TEST_SUITE_P(Pads, SdkIiPadTest, ::testing::ValuesIn(routes()),
 
 // libusb takes the device from usbhid, which has it again after the close.
 TEST(SdkOnLibusbTest, PadHasNoNodeWhileItIsOpen) {
-  if (faces().size() == 1) {
-    GTEST_SKIP() << "this kernel has no vhci-hcd";
-  }
+  if (faces().size() == 1) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const auto pad = plugged(kTestPads[0].kind, Face::Usb);
   const std::string node = pad->waitForNode();
   Client client(Route::Libusb);

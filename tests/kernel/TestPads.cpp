@@ -100,17 +100,13 @@ std::shared_ptr<PadModel> makeOtherPad() {
 }
 
 std::vector<Face> faces() {
-  if (virtualpads::vhciIsThere()) {
-    return {Face::Uhid, Face::Usb};
-  }
+  if (virtualpads::vhciIsThere()) return {Face::Uhid, Face::Usb};
   std::fputs("SKIPPED: the USB face; this kernel has no vhci-hcd\n", stderr);
   return {Face::Uhid};
 }
 
 std::vector<Route> routes() {
-  if (faces().size() > 1) {
-    return {Route::Uhid, Route::Usb, Route::Libusb};
-  }
+  if (faces().size() > 1) return {Route::Uhid, Route::Usb, Route::Libusb};
   return {Route::Uhid};
 }
 
@@ -123,9 +119,7 @@ const char* nameOf(Route route) {
 }
 
 std::unique_ptr<KernelPad> makeOnFace(std::shared_ptr<PadModel> model, Face face) {
-  if (face == Face::Uhid) {
-    return std::make_unique<UhidPad>(std::move(model));
-  }
+  if (face == Face::Uhid) return std::make_unique<UhidPad>(std::move(model));
   return std::make_unique<VhciPad>(std::move(model));
 }
 
@@ -141,7 +135,5 @@ std::unique_ptr<KernelPad> plugged(PadKind kind, Face face) {
 
 void replug(KernelPad& pad) {
   pad.plug();
-  if (pad.waitForNode().empty()) {
-    throw std::runtime_error("the pad has no node");
-  }
+  if (pad.waitForNode().empty()) throw std::runtime_error("the pad has no node");
 }

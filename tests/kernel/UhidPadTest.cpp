@@ -39,9 +39,7 @@ class ToyPad : public PadModel {
     return reportId == 5 ? std::optional<Bytes>(feature) : std::nullopt;
   }
   bool setFeature(std::span<const std::uint8_t> report) override {
-    if (report[0] != 5) {
-      return false;
-    }
+    if (report[0] != 5) return false;
     feature.assign(report.begin(), report.end());
     return true;
   }
@@ -58,15 +56,12 @@ class FakeKernel {
  public:
   FileDescriptor device() {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
       throw std::system_error(errno, std::generic_category());
-    }
     const timeval limit{30, 0};
     setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     m_end = FileDescriptor(ends[0]);
-    if (startsDevices) {
-      sendEmpty(UHID_START);
-    }
+    if (startsDevices) sendEmpty(UHID_START);
     return FileDescriptor(ends[1]);
   }
 
@@ -223,9 +218,7 @@ TEST(UhidPadWithoutUhidTest, PlugReportsWhyUhidCannotBeOpened) {
   bool permitted = false;
   FakeKernel kernel;
   UhidPad pad(std::make_shared<ToyPad>(), [&] {
-    if (!permitted) {
-      throw std::system_error(EACCES, std::generic_category(), "/dev/uhid");
-    }
+    if (!permitted) throw std::system_error(EACCES, std::generic_category(), "/dev/uhid");
     return kernel.device();
   });
   try {

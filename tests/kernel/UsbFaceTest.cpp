@@ -42,9 +42,7 @@ std::string contents(const fs::path& file) {
 class UsbFaceTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!vhciIsThere()) {
-      GTEST_SKIP() << "this kernel has no vhci-hcd";
-    }
+    if (!vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
     plug(pad);
   }
 
@@ -76,9 +74,7 @@ class UsbFaceTest : public ::testing::Test {
     Bytes report(length);
     report[0] = id;
     const int count = ioctl(file.get(), HIDIOCGFEATURE(report.size()), report.data());
-    if (count < 0) {
-      return {static_cast<std::uint8_t>(errno)};
-    }
+    if (count < 0) return {static_cast<std::uint8_t>(errno)};
     report.resize(static_cast<std::size_t>(count));
     return report;
   }
@@ -99,9 +95,8 @@ class UsbFaceTest : public ::testing::Test {
   // There is no event for it.
   void waitForPowerStatus(const std::string& status) const {
     const auto limit = Clock::now() + std::chrono::seconds(30);
-    while (contents(device / "power/runtime_status") != status && Clock::now() < limit) {
+    while (contents(device / "power/runtime_status") != status && Clock::now() < limit)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     EXPECT_EQ(contents(device / "power/runtime_status"), status);
   }
 
@@ -224,12 +219,9 @@ TEST_F(UsbFaceTest, SlowIntervalRulesThePace) {
   open();
   ASSERT_TRUE(slow.waitUntilOpen());
   const auto begin = Clock::now();
-  for (std::uint8_t i = 0; i < 11; ++i) {
-    slow.send({1, 0x21, i, 0, 0, 0, 0, 0, 0, 0, 0});
-  }
-  for (std::uint8_t i = 0; i < 11; ++i) {
+  for (std::uint8_t i = 0; i < 11; ++i) slow.send({1, 0x21, i, 0, 0, 0, 0, 0, 0, 0, 0});
+  for (std::uint8_t i = 0; i < 11; ++i)
     EXPECT_THAT(read(), ElementsAre(1, 0x21, i, 0, 0, 0, 0, 0, 0, 0, 0));
-  }
   EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(99));
 }
 

@@ -51,17 +51,13 @@ std::string nodeOf(const Program& program, const std::string& pad) {
 class Node {
  public:
   explicit Node(const std::string& path) : m_file(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-    if (!m_file) {
-      throw std::runtime_error("cannot open " + path);
-    }
+    if (!m_file) throw std::runtime_error("cannot open " + path);
   }
 
   Bytes read() const {
     pollfd watched{m_file.get(), POLLIN, 0};
     std::array<std::uint8_t, 64> buffer;
-    if (poll(&watched, 1, kPatienceMilliseconds) != 1) {
-      throw std::runtime_error("no report came");
-    }
+    if (poll(&watched, 1, kPatienceMilliseconds) != 1) throw std::runtime_error("no report came");
     const auto count = ::read(m_file.get(), buffer.data(), buffer.size());
     return {buffer.begin(), buffer.begin() + std::max<ssize_t>(count, 0)};
   }
@@ -98,9 +94,7 @@ TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
   std::ofstream("usb.hid") << "R: 1 06\nN: Vela II\nI: 3 04df 001f\n"
                               "E: 000000.000000 11 01 21 00 40 00 20 40 00 00 00 00\n";
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ii", "--usb", "--replay", "usb.hid"}});
-  if (!virtualpads::vhciIsThere()) {
-    GTEST_SKIP() << "this kernel has no vhci-hcd";
-  }
+  if (!virtualpads::vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const std::string path = nodeOf(program, "Vela II");
   const std::filesystem::path interface =
       std::filesystem::canonical("/sys/class/hidraw" + path.substr(path.rfind('/')) + "/device/..");
@@ -142,9 +136,7 @@ TEST(Permission, IsMissedInOneClearLine) {
 }
 
 TEST(Permission, IsMissedForAUsbDeviceInOneClearLine) {
-  if (!virtualpads::vhciIsThere()) {
-    GTEST_SKIP() << "this kernel has no vhci-hcd";
-  }
+  if (!virtualpads::vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--usb"},
                                      .environment = {"QT_QPA_PLATFORM=offscreen"},
                                      .unprivileged = true});
@@ -174,9 +166,7 @@ TEST(Record, ReportsAFileThatCannotBeWritten) {
 class Mouse {
  public:
   explicit Mouse(const std::string& display) : m_display(XOpenDisplay(display.c_str())) {
-    if (m_display == nullptr) {
-      throw std::runtime_error("no connection to the X server");
-    }
+    if (m_display == nullptr) throw std::runtime_error("no connection to the X server");
   }
 
   void move(QPoint to) {
@@ -203,11 +193,8 @@ class Mouse {
 QRect findLcd(const QImage& picture) {
   QRect lcd;
   for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x) {
-      if (picture.pixel(x, y) == 0xFFE3EBD9) {
-        lcd |= QRect(x, y, 1, 1);
-      }
-    }
+    for (int x = 0; x < picture.width(); ++x)
+      if (picture.pixel(x, y) == 0xFFE3EBD9) lcd |= QRect(x, y, 1, 1);
   }
   return lcd;
 }
@@ -238,9 +225,7 @@ TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
     Mouse mouse(desktop.name());
     mouse.move(lcd.topLeft() + QPoint(80, 120));
     mouse.press();
-    for (int x = 80; x <= 240; x += 4) {
-      mouse.move(lcd.topLeft() + QPoint(x, 120));
-    }
+    for (int x = 80; x <= 240; x += 4) mouse.move(lcd.topLeft() + QPoint(x, 120));
     mouse.release();
     received = stroke.get();
 

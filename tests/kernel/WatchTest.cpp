@@ -56,9 +56,7 @@ TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
 }
 
 TEST(List, IsTheSameForAUsbDevice) {
-  if (faces().size() == 1) {
-    GTEST_SKIP() << "this kernel has no vhci-hcd";
-  }
+  if (faces().size() == 1) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const auto pad = plugged(PadKind::Ink, Face::Usb);
   Program program(VELA_PADINFO);
   EXPECT_EQ(program.wait(), 0);

@@ -402,9 +402,7 @@ int main(int argc, char** argv) {
   std::thread([] {}).join();  // the thread sanitizer starts its own thread with the first one
   bool ran = true;
   if (samples > 0) ran = forEachPad([&](const Pad& pad) { return runSamples(pad, samples); });
-  if (cycles > 0) {
-    ran = forEachPad([&](const Pad& pad) { return runCycles(pad, cycles); }) && ran;
-  }
+  if (cycles > 0) ran = forEachPad([&](const Pad& pad) { return runCycles(pad, cycles); }) && ran;
   if (stall > 0) ran = forEachPad([&](const Pad& pad) { return runStall(pad, stall); }) && ran;
   std::puts(ran ? "all as it should be" : "NOT as it should be");
   return ran ? 0 : 1;

@@ -79,11 +79,10 @@ class DriverWith : public AnyDriver {
   double height() override { return m_driver.GetPhysicalY(); }
   bool queueExists() const override { return queue != nullptr; }
   std::unique_ptr<PEN_DATA> takeQueued() override {
-    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>) {
+    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>)
       return std::unique_ptr<PEN_DATA>(queue->GetRecord(true));
-    } else {
+    else
       return nullptr;
-    }
   }
 
  private:
@@ -135,9 +134,8 @@ class DriverTest : public support::PadTest, public testing::WithParamInterface<P
 
   std::vector<Pen> pens() {
     std::vector<Pen> all;
-    for (const Sample& sample : recorder.samples()) {
+    for (const Sample& sample : recorder.samples())
       all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
-    }
     return all;
   }
 
@@ -180,9 +178,8 @@ TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestruction) {
   expected.push_back(called(HidCall::Close));
   expected.push_back(called(HidCall::Exit));
   Calls made = bus.calls();
-  for (CallRecord& call : made) {  // the rest of a band is the picture
+  for (CallRecord& call : made)  // the rest of a band is the picture
     if (call.argument == 2408) std::fill(call.bytes.begin() + 8, call.bytes.end(), 0);
-  }
   EXPECT_EQ(made, expected);
 }
 
@@ -297,9 +294,7 @@ TEST_P(DriverTest, TheRangesAndTheSizeAreThePads) {
 
 TEST_P(DriverTest, TheRangesWantAllSixPointers) {
   open();
-  for (std::size_t missing = 0; missing < 6; ++missing) {
-    EXPECT_THAT(ranges(missing), Each(-9));
-  }
+  for (std::size_t missing = 0; missing < 6; ++missing) EXPECT_THAT(ranges(missing), Each(-9));
 }
 
 // Samples.
@@ -308,9 +303,8 @@ TEST_P(DriverTest, ReadsAskForOneReport) {
   open();
   ASSERT_TRUE(bus.waitForReturned(HidCall::Read, 2));
   driver->close();
-  for (const CallRecord& read : bus.calls({HidCall::Read})) {
+  for (const CallRecord& read : bus.calls({HidCall::Read}))
     EXPECT_EQ(read.argument, pad.reportSize);
-  }
 }
 
 TEST_P(DriverTest, AStrokeArrivesAsItsSamples) {

@@ -328,9 +328,8 @@ TEST_F(FacadeTest, AnotherFacadeTakesTheDriversAway) {
   facade->RegisterEventHandler(recordPen);
   for (const int current : {kUsb, kIi, kInk, kVision}) {
     SCOPED_TRACE(current);
-    for (const int provider : {kUsb, kIi, kInk, kVision}) {
+    for (const int provider : {kUsb, kIi, kInk, kVision})
       if (provider != current) openProvider(provider);
-    }
     openProvider(current);
     const std::unique_ptr<velausb> usb(m_pvelausb);
     const std::unique_ptr<velaii> ii(m_pvelaii);

@@ -87,9 +87,8 @@ class MovingPen {
  public:
   MovingPen(support::VirtualBus& bus, support::VirtualBus::Port port)
       : m_thread([this, &bus, port] {
-          for (std::size_t i = 0; !m_stop; ++i) {
+          for (std::size_t i = 0; !m_stop; ++i)
             if (!bus.sendWhenRoom(port, known(i).report)) std::this_thread::yield();
-          }
         }) {}
   ~MovingPen() { stop(); }
   MovingPen(const MovingPen&) = delete;
@@ -110,9 +109,7 @@ TEST_F(FlowTest, AHundredThousandReportsArriveCompleteAndInOrder) {
   plugUsbPad();
   UsbDriver driver;
   ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  for (std::size_t i = 0; i < kReports; ++i) {
-    ASSERT_TRUE(bus.sendWhenRoom(port, known(i).report));
-  }
+  for (std::size_t i = 0; i < kReports; ++i) ASSERT_TRUE(bus.sendWhenRoom(port, known(i).report));
   ASSERT_TRUE(recorder.waitFor(kReports));
   driver.CloseConnection();
   const std::vector<Sample> samples = recorder.samples();
@@ -146,9 +143,8 @@ TEST_F(FlowTest, ASlowCallbackHoldsTheReadingUpNowhereAndTheCloseOnlyOnce) {
   plugUsbPad();
   UsbDriver driver;
   ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  for (int i = 0; i < kReports; ++i) {
+  for (int i = 0; i < kReports; ++i)
     ASSERT_TRUE(bus.sendWhenRoom(port, known(static_cast<std::size_t>(i)).report));
-  }
   ASSERT_TRUE(bus.waitUntilRead(port));  // the queue has grown
   driver.CloseConnection();
   const std::vector<Sample> samples = recorder.samples();
@@ -188,9 +184,8 @@ TEST_P(SharedFlowTest, TheFirstCallbackGetsTheSamplesOfBoth) {
   send("20 4E 02 27 01 05");
   ASSERT_TRUE(recorder.waitFor(2));
   const std::vector<Sample> samples = recorder.samples();
-  for (const Sample& sample : samples) {
+  for (const Sample& sample : samples)
     EXPECT_EQ(sample, (Sample{16383, 16383, 5, 1, sample.sequence}));
-  }
   EXPECT_TRUE(samples[1].sequence == following(samples[0].sequence) ||
               samples[0].sequence == following(samples[1].sequence));
   closedFirst().CloseConnection();

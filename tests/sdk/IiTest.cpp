@@ -107,9 +107,8 @@ TEST_F(IiSampleTest, SequenceGoesOnInTheNextConnection) {
   }
   support::penRecorder().waitFor(4);
   driver.CloseConnection();
-  for (const Sample& sample : support::penRecorder().samples()) {
+  for (const Sample& sample : support::penRecorder().samples())
     std::fprintf(stderr, "%u ", sample.sequence);
-  }
   std::exit(0);
 }
 

@@ -112,9 +112,8 @@ TEST_P(InkOpenFaultTest, TheOpenGoesOnInSilence) {
   EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }), kNothingWritten);
   EXPECT_EQ(opened, 1);
   std::vector<HidCall> requests;
-  for (const CallRecord& call : bus.calls({HidCall::GetFeature, HidCall::SendFeature})) {
+  for (const CallRecord& call : bus.calls({HidCall::GetFeature, HidCall::SendFeature}))
     requests.push_back(call.call);
-  }
   EXPECT_EQ(requests, GetParam().requests);
   EXPECT_TRUE(waitForThreads(3));
   bus.clearFaults();
@@ -175,9 +174,8 @@ LCD_SCREEN numberedPicture() {
   LCD_SCREEN picture{};
   picture.bScreen = 2;
   picture.rect = {0x1234, 0x56, 0x789A, 0xBC};
-  for (std::size_t i = 0; i < sizeof picture.bPicture; ++i) {
+  for (std::size_t i = 0; i < sizeof picture.bPicture; ++i)
     picture.bPicture[i] = static_cast<std::uint8_t>(i % 251);
-  }
   return picture;
 }
 

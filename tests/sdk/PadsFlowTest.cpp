@@ -121,23 +121,20 @@ TYPED_TEST(PadsFlowTest, FiftyThousandReportsArriveCompleteAndInOrder) {
   typename TypeParam::Driver driver;
   ASSERT_EQ(driver.OpenConnection(recordPen), 1);
   bool sent = true;
-  for (int i = 0; i < kReports; ++i) {
+  for (int i = 0; i < kReports; ++i)
     sent = this->bus.sendWhenRoom(this->port, TypeParam::report(i)) && sent;
-  }
   EXPECT_TRUE(sent);
   EXPECT_TRUE(this->recorder.waitFor(kReports));
   driver.CloseConnection();
   const std::vector<Sample> samples = this->recorder.samples();
   ASSERT_EQ(samples.size(), 50'000U);
   const unsigned first = samples[0].sequence;
-  for (int i = 0; i < kReports; ++i) {
+  for (int i = 0; i < kReports; ++i)
     ASSERT_EQ(samples[static_cast<std::size_t>(i)], TypeParam::sample(i, first)) << "sample " << i;
-  }
   if constexpr (requires { &TypeParam::timeStamp; }) {
     const std::vector<std::uint32_t> stamps = this->recorder.timeStamps();
-    for (int i = 0; i < kReports; ++i) {
+    for (int i = 0; i < kReports; ++i)
       ASSERT_EQ(stamps[static_cast<std::size_t>(i)], TypeParam::timeStamp(i)) << "sample " << i;
-    }
   }
 }
 

@@ -56,9 +56,8 @@ class UsbStreamTest : public UsbTest {
  protected:
   std::vector<Pen> pens() {
     std::vector<Pen> all;
-    for (const Sample& sample : recorder.samples()) {
+    for (const Sample& sample : recorder.samples())
       all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
-    }
     return all;
   }
 };

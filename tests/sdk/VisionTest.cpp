@@ -736,9 +736,7 @@ TEST_F(VisionSampleTest, OtherKindsOfReportsAreDropped) {
   velavision driver;
   driver.OpenConnection(recordPen);
   bus.sendWhenRoom(port, hex("01 80 00 00 00 00 00 00 00 00 00 01"));
-  for (int i = 0; i < 256; ++i) {
-    bus.sendWhenRoom(port, hex("01 80 00 01 00 02 00 03 00 00 00 02"));
-  }
+  for (int i = 0; i < 256; ++i) bus.sendWhenRoom(port, hex("01 80 00 01 00 02 00 03 00 00 00 02"));
   support::penRecorder().waitFor(257);
   driver.CloseConnection();
   const std::vector<Sample> samples = support::penRecorder().samples();

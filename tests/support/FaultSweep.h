@@ -189,9 +189,8 @@ class FaultSweep : public BusTest {
     std::istringstream lines(written.out + written.err);
     for (std::string line; std::getline(lines, line);) EXPECT_TRUE(isKnown(line)) << line;
     expectAfterUse();
-    if (m_record) {
+    if (m_record)
       for (const CallRecord& call : bus.calls()) ++m_calls[call.call];
-    }
     bus.reset();
     return written;
   }

@@ -167,9 +167,8 @@ void describeThreads(Text& text) {
     } else {
       text.add("%s", thread.what);
       if (thread.object != nullptr) text.add(" %p", thread.object);
-      if (thread.deadline != kForever) {
+      if (thread.deadline != kForever)
         text.add(" until %.3f ms", static_cast<double>(thread.deadline) / kMillisecond);
-      }
     }
   }
 }
@@ -192,9 +191,8 @@ void describeThreads(Text& text) {
 }
 
 void checkLimits() {
-  if (run.decisions > kMaxDecisions || run.now > kMaxTime) {
+  if (run.decisions > kMaxDecisions || run.now > kMaxTime)
     failWithThreads("livelock: the run does not come to an end");
-  }
 }
 
 // Sets the distance to the next decision at a basic block.
@@ -224,9 +222,8 @@ Time nextDeadline() {
   Time next = kForever;
   for (int i = 0; i < run.count; ++i) {
     const Thread& thread = run.threads[static_cast<std::size_t>(i)];
-    if (thread.state == Thread::State::Waiting && thread.deadline > run.now) {
+    if (thread.state == Thread::State::Waiting && thread.deadline > run.now)
       next = std::min(next, thread.deadline);
-    }
   }
   return next;
 }
@@ -253,9 +250,8 @@ Thread* chosen() {
         [](const Thread* one, const Thread* other) { return one->priority < other->priority; });
   }
   if (run.stay > 0 && self->state != Thread::State::Ended && canGoOn(*self) &&
-      run.choices.below(100) < run.stay) {
+      run.choices.below(100) < run.stay)
     return self;
-  }
   return candidates[run.choices.below(count)];
 }
 
@@ -439,11 +435,10 @@ Outcome runScheduled(std::uint64_t seed, void (*body)(), bool verbose) {
                   .time = shared->time,
                   .trace = shared->trace};
   if (!shared->finished) {
-    if (WIFSIGNALED(status)) {
+    if (WIFSIGNALED(status))
       outcome.report = std::string("ended by signal: ") + strsignal(WTERMSIG(status));
-    } else {
+    else
       outcome.report = "ended with status " + std::to_string(WEXITSTATUS(status));
-    }
     outcome.report += "\n" + tailOf(errors);
   }
   return outcome;
@@ -515,9 +510,8 @@ void sleepFor(Time time) {
 
 void nameThreads(std::initializer_list<const char*> names) {
   run.namesLeft = 0;
-  for (const char* const* name = names.end(); name != names.begin();) {
+  for (const char* const* name = names.end(); name != names.begin();)
     run.names[static_cast<std::size_t>(run.namesLeft++)] = *--name;
-  }
 }
 
 void failThreadStart(int n) {
@@ -533,9 +527,8 @@ const char* threadName() {
 }
 
 bool threadHasEnded(const char* name) {
-  for (int i = run.count - 1; i >= 0; --i) {
+  for (int i = run.count - 1; i >= 0; --i)
     if (std::strcmp(nameOf(i), name) == 0) return hasEnded(i);
-  }
   return false;
 }
 

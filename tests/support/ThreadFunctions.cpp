@@ -188,9 +188,8 @@ std::uint64_t bitOf(int signal) {
 
 std::uint64_t bitsOf(const sigset_t& set) {
   std::uint64_t bits = 0;
-  for (int signal = 1; signal <= 64; ++signal) {
+  for (int signal = 1; signal <= 64; ++signal)
     if (sigismember(&set, signal) == 1) bits |= bitOf(signal);
-  }
   return bits;
 }
 
@@ -211,9 +210,8 @@ int changeMask(int how, const sigset_t* set, sigset_t* old) {
   Signals& mine = mySignals();
   if (old != nullptr) {
     sigemptyset(old);
-    for (int signal = 1; signal <= 64; ++signal) {
+    for (int signal = 1; signal <= 64; ++signal)
       if ((mine.blocked & bitOf(signal)) != 0) sigaddset(old, signal);
-    }
   }
   if (set == nullptr) return 0;
   const std::uint64_t bits = bitsOf(*set);
@@ -336,13 +334,12 @@ int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
 int pthread_rwlock_unlock(pthread_rwlock_t* rwlock) noexcept {
   if (!inRun()) return ORIGINAL(pthread_rwlock_unlock)(rwlock);
   Lock& lock = lockAt(rwlock, kSharedLock);
-  if (lock.owner == currentThread()) {
+  if (lock.owner == currentThread())
     lock.owner = kNoThread;
-  } else if ((lock.readers & myBit()) != 0) {
+  else if ((lock.readers & myBit()) != 0)
     lock.readers &= ~myBit();
-  } else {
+  else
     fail("%s unlocks a shared lock that it has not locked", threadName());
-  }
   decide();
   return 0;
 }
@@ -372,9 +369,8 @@ int pthread_cond_signal(pthread_cond_t* condition) noexcept {
   std::uint64_t waiting = lock.waiting & ~lock.notified;
   if (waiting != 0) {
     for (auto skip = choices().below(static_cast<std::uint64_t>(std::popcount(waiting))); skip > 0;
-         --skip) {
+         --skip)
       waiting &= waiting - 1;
-    }
     lock.notified |= waiting & ~(waiting - 1);
   }
   decide();
@@ -411,9 +407,8 @@ int sigwait(const sigset_t* set, int* signal) {
   decide();
   const std::uint64_t awaited = bitsOf(*set);
   Signals& mine = mySignals();
-  if ((awaited & ~mine.blocked) != 0) {
+  if ((awaited & ~mine.blocked) != 0)
     fail("%s waits for a signal that it does not block", threadName());
-  }
   note("waits for a signal");
   waitUntil("waits for a signal",
             [&] { return ((mine.pending | pendingForProcess) & awaited) != 0; });
@@ -433,9 +428,8 @@ int pthread_kill(pthread_t thread, int signal) noexcept {
   note("signals %s", nameOf(target));
   if (hasEnded(target)) return 0;
   Signals& theirs = signals[static_cast<std::size_t>(target)];
-  if ((theirs.blocked & bitOf(signal)) == 0) {
+  if ((theirs.blocked & bitOf(signal)) == 0)
     fail("signal %d ends the process: %s does not block it", signal, nameOf(target));
-  }
   theirs.pending |= bitOf(signal);
   decide();
   return 0;
@@ -447,9 +441,8 @@ int kill(pid_t process, int signal) noexcept {
   for (int thread = 0; thread < kMaxThreads; ++thread) {
     // A thread that there is not blocks nothing.
     if ((signals[static_cast<std::size_t>(thread)].blocked & bitOf(signal)) == 0 &&
-        thread < threadCount() && !hasEnded(thread)) {
+        thread < threadCount() && !hasEnded(thread))
       fail("signal %d ends the process: %s does not block it", signal, nameOf(thread));
-    }
   }
   pendingForProcess |= bitOf(signal);
   decide();
@@ -508,9 +501,7 @@ int sched_yield() noexcept {
 int __cxa_guard_acquire(std::uint64_t* guard) noexcept;
 int __cxa_guard_acquire(std::uint64_t* guard) noexcept {
   auto* const bytes = reinterpret_cast<unsigned char*>(guard);
-  if (inRun()) {
-    waitUntil("waits for a static object", [&] { return bytes[1] == 0; });
-  }
+  if (inRun()) waitUntil("waits for a static object", [&] { return bytes[1] == 0; });
   if (bytes[0] != 0) return 0;
   bytes[1] = 1;
   return 1;

@@ -136,9 +136,8 @@ void startTracking() {
 
 void visitLiveBlocks(void (*visit)(const void* address, std::size_t size, void* argument),
                      void* argument) {
-  for (const Header* header = blocks.previous; header != &blocks; header = header->previous) {
+  for (const Header* header = blocks.previous; header != &blocks; header = header->previous)
     if (header->counted) visit(header + 1, header->size, argument);
-  }
 }
 
 #ifdef VELA_ADDRESS_SANITIZER
@@ -163,9 +162,8 @@ void checkReleasedMemory() {
     const auto* const header = reinterpret_cast<const Header*>(at);
     const auto* const bytes = reinterpret_cast<const unsigned char*>(header + 1);
     if (!header->live && !std::all_of(bytes, bytes + header->size,
-                                      [](unsigned char byte) { return byte == kReleased; })) {
+                                      [](unsigned char byte) { return byte == kReleased; }))
       fail("released memory was written to");
-    }
     at += wholeUnits(sizeof(Header) + header->size);
   }
 }

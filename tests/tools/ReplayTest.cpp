@@ -64,9 +64,8 @@ TEST(RecordingOf, ThePadIsTaken) {
 }
 
 TEST(RecordingOf, AnotherDeviceIsRefused) {
-  for (const Recording& recording : {recordingOf(0x04DF, 0x12), recordingOf(0x04DE, 0x30)}) {
+  for (const Recording& recording : {recordingOf(0x04DF, 0x12), recordingOf(0x04DE, 0x30)})
     EXPECT_THROW(requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recording), OtherPadError);
-  }
   try {
     requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recordingOf(0x04DF, 0x12));
     FAIL() << "it was accepted";

@@ -9,9 +9,7 @@
 namespace {
 
 void require(bool holds, const char* what) {
-  if (!holds) {
-    throw std::runtime_error(what);
-  }
+  if (!holds) throw std::runtime_error(what);
 }
 
 // Item prefixes without their two size bits.
@@ -40,9 +38,7 @@ class Parser {
       const std::size_t size = kSizes[prefix & 3U];
       require(at + size <= descriptor.size(), "an item runs over the end");
       std::uint32_t value = 0;
-      for (std::size_t i = 0; i < size; ++i) {
-        value |= std::uint32_t{descriptor[at + i]} << (8 * i);
-      }
+      for (std::size_t i = 0; i < size; ++i) value |= std::uint32_t{descriptor[at + i]} << (8 * i);
       at += size;
       take(prefix & 0xFCU, value, size);
     }

@@ -68,9 +68,7 @@ TEST(InkPad, EncodesPositionAndPressureAndCountsItsReports) {
 
 TEST(InkPad, CountsFrom255BackTo0) {
   InkPad pad;
-  for (int i = 0; i < 255; ++i) {
-    pad.inputReport(kLifted);
-  }
+  for (int i = 0; i < 255; ++i) pad.inputReport(kLifted);
   EXPECT_EQ(pad.inputReport(kLifted)[7], 255);
   EXPECT_EQ(pad.inputReport(kLifted)[7], 0);
 }
@@ -247,9 +245,8 @@ TEST(InkPad, RefusesUnknownIdsAndWrongLengths) {
   InkPad pad;
   pad.inputReport(kUpperLeft);
   const InkPad::Options options = pad.options();
-  for (const int id : {0, 1, 2, 4, 5, 7, 8, 9, 10}) {
+  for (const int id : {0, 1, 2, 4, 5, 7, 8, 9, 10})
     EXPECT_FALSE(pad.getFeature(static_cast<std::uint8_t>(id))) << id;
-  }
   EXPECT_FALSE(pad.setFeature({}));
   EXPECT_FALSE(pad.setFeature(Bytes(17, 0x04)));
   EXPECT_FALSE(pad.setFeature(Bytes{6, 1, 2, 3, 4, 5, 6, 7, 8}));

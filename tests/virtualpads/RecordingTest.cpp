@@ -83,9 +83,7 @@ TEST(Recording, TakesEventsAtTheSameTime) {
 
 TEST(Recording, TakesTheLongestReport) {
   std::string line = "E: 0.000000 4096";
-  for (int i = 0; i < 4096; ++i) {
-    line += " 5a";
-  }
+  for (int i = 0; i < 4096; ++i) line += " 5a";
   EXPECT_EQ(headWith(line).events.at(0).report, Bytes(4096, 0x5A));
 }
 

@@ -112,9 +112,7 @@ TEST(VisionPad, TakesAndReportsItsInkRegion) {
                                0x03, 0x04, 0x05, 0x01, 0xF4},
                               34)));
   Bytes region(34);
-  for (std::size_t i = 0; i < 34; ++i) {
-    region[i] = static_cast<std::uint8_t>(17 + i);
-  }
+  for (std::size_t i = 0; i < 34; ++i) region[i] = static_cast<std::uint8_t>(17 + i);
   ASSERT_TRUE(pad.setFeature(region));
   EXPECT_THAT(pad.getFeature(17), Optional(region));
   EXPECT_EQ(pad.inkRegion().front(), 18);
@@ -130,17 +128,14 @@ TEST(VisionPad, CountsResetsClearsAndKeepAlives) {
   ASSERT_TRUE(pad.setFeature(report({18}, 17)));
   ASSERT_TRUE(pad.setFeature(report({18}, 17)));
   EXPECT_EQ(pad.clears(), 2);
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_TRUE(pad.setFeature(report({26}, 17)));
-  }
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(pad.setFeature(report({26}, 17)));
   EXPECT_EQ(pad.keepAlives(), 3);
 }
 
 TEST(VisionPad, RefusesUnknownIdsAndWrongLengths) {
   VisionPad pad;
-  for (const int id : {0, 1, 5, 11, 13, 16, 18, 26}) {
+  for (const int id : {0, 1, 5, 11, 13, 16, 18, 26})
     EXPECT_FALSE(pad.getFeature(static_cast<std::uint8_t>(id))) << id;
-  }
   EXPECT_FALSE(pad.setFeature({}));
   EXPECT_FALSE(pad.setFeature(report({5}, 17)));
   EXPECT_FALSE(pad.setFeature(report({2, 9}, 34)));

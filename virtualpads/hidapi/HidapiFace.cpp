@@ -52,11 +52,8 @@ struct Call {
 
   // For a call that names no pad: an Unplug fault unplugs all pads.
   void unplugAllIfTold() {
-    if (begun.unplug) {
-      for (const auto& [number, port] : bus.ports) {
-        bus.unplug(*port);
-      }
-    }
+    if (begun.unplug)
+      for (const auto& [number, port] : bus.ports) bus.unplug(*port);
   }
 
   // Calls a model while the bus is not locked, so that a slow model does not delay the reports of
@@ -93,9 +90,7 @@ struct Call {
 // hidapi frees an error text whenever it is about to set another one. Any other call in flight that
 // uses the same text may do the same, and the text is then freed twice.
 void freeErrorText(FaceAccess::State& bus, ErrorText& error) {
-  if (error.text && error.callsInFlight > 1) {
-    ++bus.misuses;
-  }
+  if (error.text && error.callsInFlight > 1) ++bus.misuses;
   error.text = nullptr;
 }
 
@@ -110,28 +105,18 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
   const int argument = static_cast<int>(length);
   Call call(kind, argument, std::move(bytes));
   const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev);
-  if (!handle) {
-    return call.end(kFailed);
-  }
+  if (!handle) return call.end(kFailed);
   const bool readsHaveTheirs = call.bus.errorTexts == ErrorTexts::ReadsHaveTheirs;
   ErrorText& error = kind == HidCall::Read && readsHaveTheirs ? handle->readError : handle->error;
   ++error.callsInFlight;
-  if (oldText == OldText::FreedAtStart) {
-    freeErrorText(call.bus, error);
-  }
-  if (call.begun.unplug) {
-    call.bus.unplug(*handle->port);
-  }
+  if (oldText == OldText::FreedAtStart) freeErrorText(call.bus, error);
+  if (call.begun.unplug) call.bus.unplug(*handle->port);
   const int result = call.begun.returns
                          ? *call.begun.returns
                          : call.begun.limited(work(call, *handle, call.begun.limited(argument)));
   call.holdBackIfLate();
-  if (result < 0 || oldText == OldText::FreedAtEnd) {
-    freeErrorText(call.bus, error);
-  }
-  if (result < 0) {
-    error.text = L"the call failed";
-  }
+  if (result < 0 || oldText == OldText::FreedAtEnd) freeErrorText(call.bus, error);
+  if (result < 0) error.text = L"the call failed";
   --error.callsInFlight;
   return call.end(result);
 }
@@ -144,12 +129,8 @@ bool isFeatureRequest(const unsigned char* data, std::size_t length) {
 int readReport(Call& call, hid_device_& handle, unsigned char* data, int capacity,
                std::chrono::milliseconds timeout) {
   const auto gone = [&] { return !handle.open || !handle.port->plugged; };
-  if (!call.waitFor(timeout, [&] { return gone() || !handle.unread.empty(); })) {
-    return 0;
-  }
-  if (gone()) {
-    return kFailed;
-  }
+  if (!call.waitFor(timeout, [&] { return gone() || !handle.unread.empty(); })) return 0;
+  if (gone()) return kFailed;
   const Bytes report = std::move(handle.unread.front());
   handle.unread.pop_front();
   call.bus.changed.notify_all();
@@ -183,12 +164,10 @@ bool matches(const PadModel::Identity& identity, unsigned short vendor, unsigned
 // The first pad, in the order of plugging, that shows a node and has exactly these ids.
 std::shared_ptr<PortState> firstMatch(const FaceAccess::State& bus, unsigned short vendor,
                                       unsigned short product) {
-  for (const auto& [number, port] : bus.ports) {
+  for (const auto& [number, port] : bus.ports)
     if (port->plugged && port->interfaces > 0 && port->identity.vendor == vendor &&
-        port->identity.product == product) {
+        port->identity.product == product)
       return port;
-    }
-  }
   return nullptr;
 }
 
@@ -217,9 +196,8 @@ hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_
   hid_device_info** end = &first;
   int entries = 0;
   for (const auto& [number, port] : call.bus.ports) {
-    if (call.begun.returns || !port->plugged || !matches(port->identity, vendor_id, product_id)) {
+    if (call.begun.returns || !port->plugged || !matches(port->identity, vendor_id, product_id))
       continue;
-    }
     for (int index = 0; index < port->interfaces && entries < call.begun.limited(entries + 1);
          ++index) {
       *end = enumerationEntry(port->identity, number, index);
@@ -251,9 +229,7 @@ hid_device* hid_open(unsigned short vendor_id, unsigned short product_id,
   Call call(HidCall::Open, product_id);
   hid_device* opened = nullptr;
   const std::shared_ptr<PortState> port = firstMatch(call.bus, vendor_id, product_id);
-  if (port && call.begun.unplug) {
-    call.bus.unplug(*port);
-  }
+  if (port && call.begun.unplug) call.bus.unplug(*port);
   // The pads have no serial number string on the bus.
   const bool serialFits = !serial_number || *serial_number == L'\0';
   if (port && port->plugged && port->accessible && serialFits && !call.begun.returns) {
@@ -276,12 +252,8 @@ void hid_close(hid_device* dev) {
     return;
   }
   if (const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev)) {
-    if (handle->error.callsInFlight + handle->readError.callsInFlight > 0) {
-      ++call.bus.misuses;
-    }
-    if (call.begun.unplug) {
-      call.bus.unplug(*handle->port);
-    }
+    if (handle->error.callsInFlight + handle->readError.callsInFlight > 0) ++call.bus.misuses;
+    if (call.begun.unplug) call.bus.unplug(*handle->port);
     handle->open = false;
     call.bus.discardUnread(*handle);
     std::erase(handle->port->open, dev);
@@ -294,12 +266,8 @@ void hid_close(hid_device* dev) {
 int hid_set_nonblocking(hid_device* dev, int nonblock) {
   Call call(HidCall::SetNonblocking, nonblock);
   const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev);
-  if (!handle) {
-    return call.end(kFailed);
-  }
-  if (call.begun.unplug) {
-    call.bus.unplug(*handle->port);
-  }
+  if (!handle) return call.end(kFailed);
+  if (call.begun.unplug) call.bus.unplug(*handle->port);
   call.holdBackIfLate();
   return call.end(call.begun.returns.value_or(0));
 }
@@ -323,14 +291,10 @@ int hid_write(hid_device* dev, const unsigned char* data, size_t length) {
 int hid_get_feature_report(hid_device* dev, unsigned char* data, size_t length) {
   return exchange(HidCall::GetFeature, OldText::FreedAtStart, dev, length, copied(data, length),
                   [&](Call& call, const hid_device_& handle, int capacity) {
-                    if (!isFeatureRequest(data, length) || !handle.port->plugged) {
-                      return kFailed;
-                    }
+                    if (!isFeatureRequest(data, length) || !handle.port->plugged) return kFailed;
                     const std::optional<Bytes> reply = call.askModel(
                         handle, [&](PadModel& model) { return model.getFeature(data[0]); });
-                    if (!reply || !handle.port->plugged) {
-                      return kFailed;
-                    }
+                    if (!reply || !handle.port->plugged) return kFailed;
                     const std::size_t delivered =
                         std::min(reply->size(), static_cast<std::size_t>(capacity));
                     std::copy_n(reply->begin(), delivered, data);
@@ -341,9 +305,7 @@ int hid_get_feature_report(hid_device* dev, unsigned char* data, size_t length) 
 int hid_send_feature_report(hid_device* dev, const unsigned char* data, size_t length) {
   return exchange(HidCall::SendFeature, OldText::FreedAtStart, dev, length, copied(data, length),
                   [&](Call& call, const hid_device_& handle, int) {
-                    if (!isFeatureRequest(data, length) || !handle.port->plugged) {
-                      return kFailed;
-                    }
+                    if (!isFeatureRequest(data, length) || !handle.port->plugged) return kFailed;
                     const bool accepted = call.askModel(handle, [&](PadModel& model) {
                       return model.setFeature({data, length});
                     });
@@ -353,9 +315,8 @@ int hid_send_feature_report(hid_device* dev, const unsigned char* data, size_t l
 
 const wchar_t* hid_error(hid_device* dev) {
   constexpr const wchar_t* kNone = L"Success";
-  if (!dev) {  // asks for the error of the calls without a handle
+  if (!dev)  // asks for the error of the calls without a handle
     return kNone;
-  }
   FaceAccess::State& bus = FaceAccess::state();
   std::lock_guard lock(bus.mutex);
   const std::shared_ptr<hid_device_> handle = openHandle(bus, dev);

@@ -43,9 +43,7 @@ BegunCall VirtualBus::State::begin(HidCall kind, int argument, Bytes bytes) {
                  .cut = {}};
   for (const FaultRule& rule : faults) {
     const long counted = rule.call ? ordinalOfKind : ordinal;
-    if ((rule.call && *rule.call != kind) || counted < rule.first || counted > rule.last) {
-      continue;
-    }
+    if ((rule.call && *rule.call != kind) || counted < rule.first || counted > rule.last) continue;
     switch (rule.fault.kind) {
       case Fault::Kind::Return:
         call.returns = rule.fault.value;
@@ -69,15 +67,12 @@ BegunCall VirtualBus::State::begin(HidCall kind, int argument, Bytes bytes) {
 
 void VirtualBus::State::holdBackLateCall(std::unique_lock<std::mutex>& lock,
                                          const BegunCall& call) {
-  if (call.late) {
-    changed.wait(lock, [&] { return lateEpoch != call.lateEpoch; });
-  }
+  if (call.late) changed.wait(lock, [&] { return lateEpoch != call.lateEpoch; });
 }
 
 void VirtualBus::State::end(const BegunCall& call, int result) {
-  if (call.number >= firstLogged) {
+  if (call.number >= firstLogged)
     log[static_cast<std::size_t>(call.number - firstLogged)].result = result;
-  }
   ++returned[indexOf(call.kind)];
   changed.notify_all();
 }
@@ -87,9 +82,7 @@ PortState& VirtualBus::State::portAt(Port port) const {
 }
 
 bool VirtualBus::State::send(PortState& port, const Bytes& report) {
-  if (!port.plugged || report.empty()) {
-    return false;
-  }
+  if (!port.plugged || report.empty()) return false;
   bool taken = false;
   for (hid_device_* handle : port.open) {
     if (hasRoom(handle)) {
@@ -103,9 +96,7 @@ bool VirtualBus::State::send(PortState& port, const Bytes& report) {
 
 void VirtualBus::State::unplug(PortState& port) {
   port.plugged = false;
-  for (hid_device_* handle : port.open) {
-    discardUnread(*handle);
-  }
+  for (hid_device_* handle : port.open) discardUnread(*handle);
   changed.notify_all();
 }
 
@@ -141,9 +132,7 @@ VirtualBus::~VirtualBus() = default;
 
 void VirtualBus::reset() {
   std::lock_guard lock(m_state->mutex);
-  for (const auto& [number, port] : m_state->ports) {
-    m_state->unplug(*port);
-  }
+  for (const auto& [number, port] : m_state->ports) m_state->unplug(*port);
   m_state->ports.clear();
   m_state->handles.clear();
   m_state->readTimeout = std::chrono::milliseconds{0};
@@ -155,9 +144,7 @@ void VirtualBus::reset() {
 }
 
 VirtualBus::Port VirtualBus::plug(std::shared_ptr<PadModel> pad, int interfaces) {
-  if (!pad || interfaces < 0) {
-    throw std::invalid_argument("VirtualBus::plug");
-  }
+  if (!pad || interfaces < 0) throw std::invalid_argument("VirtualBus::plug");
   auto state = std::make_shared<PortState>();
   state->identity = pad->identity();
   state->model = std::move(pad);
@@ -200,9 +187,7 @@ bool VirtualBus::sendPen(Port port, const PenState& pen) {
 bool VirtualBus::waitUntilRead(Port port) {
   std::unique_lock lock(m_state->mutex);
   const std::shared_ptr<PortState> state = m_state->ports.at(port);
-  if (!state->plugged || state->open.empty()) {
-    return false;
-  }
+  if (!state->plugged || state->open.empty()) return false;
   const long discarded = state->discarded;
   m_state->changed.wait(lock, [&] {
     return std::ranges::all_of(state->open,
@@ -239,9 +224,8 @@ long lastOrdinal(long first, int times) {
 
 void check(const Fault& fault, int nth, int times) {
   const bool impossible = fault.kind == Fault::Kind::Short && fault.value < 0;
-  if (impossible || nth < 1 || (times < 1 && times != VirtualBus::kAlways)) {
+  if (impossible || nth < 1 || (times < 1 && times != VirtualBus::kAlways))
     throw std::invalid_argument("VirtualBus::fail");
-  }
 }
 
 }  // namespace

@@ -19,9 +19,7 @@ class FileDescriptor {
     return *this;
   }
   ~FileDescriptor() {
-    if (m_descriptor >= 0) {
-      close(m_descriptor);
-    }
+    if (m_descriptor >= 0) close(m_descriptor);
   }
 
   int get() const { return m_descriptor; }  // negative when there is none

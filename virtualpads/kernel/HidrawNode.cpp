@@ -12,22 +12,17 @@ namespace {
 bool hasPhysicalPath(const std::filesystem::path& device, const std::string& physicalPath) {
   std::ifstream properties(device / "uevent");
   std::string line;
-  while (std::getline(properties, line)) {
-    if (line == "HID_PHYS=" + physicalPath) {
-      return true;
-    }
-  }
+  while (std::getline(properties, line))
+    if (line == "HID_PHYS=" + physicalPath) return true;
   return false;
 }
 
 std::string findNode(const std::string& physicalPath) {
   std::error_code
       missing;  // no class directory, or an entry that goes during the search: no node yet
-  for (const auto& node : std::filesystem::directory_iterator("/sys/class/hidraw", missing)) {
-    if (hasPhysicalPath(node.path() / "device", physicalPath)) {
+  for (const auto& node : std::filesystem::directory_iterator("/sys/class/hidraw", missing))
+    if (hasPhysicalPath(node.path() / "device", physicalPath))
       return "/dev/" + node.path().filename().string();
-    }
-  }
   return {};
 }
 

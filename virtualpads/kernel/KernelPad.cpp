@@ -26,11 +26,8 @@ void waitForEvents(std::span<pollfd> watched,
     const auto whole = duration_cast<seconds>(time);
     left = {whole.count(), duration_cast<nanoseconds>(time - whole).count()};
   }
-  if (ppoll(watched.data(), watched.size(), until ? &left : nullptr, nullptr) < 0) {
-    for (pollfd& one : watched) {
-      one.revents = 0;
-    }
-  }
+  if (ppoll(watched.data(), watched.size(), until ? &left : nullptr, nullptr) < 0)
+    for (pollfd& one : watched) one.revents = 0;
 }
 
 }  // namespace
@@ -39,14 +36,10 @@ KernelPad::KernelPad(std::shared_ptr<PadModel> model) : m_model(std::move(model)
 
 void KernelPad::plug() {
   std::lock_guard plugLock(m_plugMutex);
-  if (plugged()) {
-    return;
-  }
+  if (plugged()) return;
   takeAway();
   m_wake = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!m_wake) {
-    throw std::system_error(errno, std::generic_category(), "making an event counter");
-  }
+  if (!m_wake) throw std::system_error(errno, std::generic_category(), "making an event counter");
   {
     std::lock_guard lock(m_mutex);
     m_connection = connect();
@@ -92,9 +85,7 @@ std::string KernelPad::waitForNode() const {
   std::string physicalPath;
   {
     std::lock_guard lock(m_mutex);
-    if (!m_plugged) {
-      return {};
-    }
+    if (!m_plugged) return {};
     physicalPath = m_connection.physicalPath;
   }
   return waitForHidrawNode(physicalPath, kWaitLimit);
@@ -140,9 +131,7 @@ void KernelPad::clearFaults() {
 
 void KernelPad::releaseLateAnswers() {
   std::lock_guard lock(m_mutex);
-  for (const auto& [requestId, send] : m_lateAnswers) {
-    send();
-  }
+  for (const auto& [requestId, send] : m_lateAnswers) send();
   m_lateAnswers.clear();
 }
 
@@ -175,19 +164,11 @@ void KernelPad::eventLoop() {
       eventfd_read(m_wake.get(), &count);
     }
     std::function<void()> handle;
-    if (watched[0].revents != 0) {
-      handle = readEvent();
-    }
+    if (watched[0].revents != 0) handle = readEvent();
     std::lock_guard lock(m_mutex);
-    if (handle) {
-      handle();
-    }
-    if (m_plugged) {
-      onTime();
-    }
-    if (m_ending) {
-      return;
-    }
+    if (handle) handle();
+    if (m_plugged) onTime();
+    if (m_ending) return;
     time = nextTime();
     m_changed.notify_all();
   }
@@ -201,9 +182,7 @@ void KernelPad::setOpen(bool open) {
 }
 
 void KernelPad::breakConnection() {
-  if (!m_plugged) {
-    return;
-  }
+  if (!m_plugged) return;
   disconnect();
   m_plugged = false;
   m_open = false;
@@ -226,24 +205,21 @@ void KernelPad::takeFeatureRequest(FeatureCall call, std::uint32_t requestId, st
   }
   std::optional<Bytes> reply;
   if (!meets(FeatureFault::Kind::Refuse) && !meets(FeatureFault::Kind::Babble)) {
-    if (call == FeatureCall::Get) {
+    if (call == FeatureCall::Get)
       reply = m_model->getFeature(reportId);
-    } else if (m_model->setFeature(bytes)) {
+    else if (m_model->setFeature(bytes))
       reply.emplace();
-    }
   }
-  if (reply && meets(FeatureFault::Kind::Short)) {
+  if (reply && meets(FeatureFault::Kind::Short))
     reply->resize(std::min(reply->size(), fault->bytes));
-  }
   log({call, bytes, reply.has_value()});
   const auto send = [=, this, babble = meets(FeatureFault::Kind::Babble)] {
     answer(call, requestId, reply, babble);
   };
-  if (meets(FeatureFault::Kind::Late)) {
+  if (meets(FeatureFault::Kind::Late))
     m_lateAnswers[requestId] = send;
-  } else {
+  else
     send();
-  }
 }
 
 void KernelPad::forgetLateAnswer(std::uint32_t requestId) {
@@ -252,20 +228,14 @@ void KernelPad::forgetLateAnswer(std::uint32_t requestId) {
 
 std::optional<FeatureFault> KernelPad::takeFault(FeatureCall call, std::uint8_t reportId) {
   const auto planned = m_faults.find({call, reportId});
-  if (planned == m_faults.end()) {
-    return std::nullopt;
-  }
+  if (planned == m_faults.end()) return std::nullopt;
   const FeatureFault fault = planned->second.fault;
-  if (planned->second.times != kAlways && --planned->second.times == 0) {
-    m_faults.erase(planned);
-  }
+  if (planned->second.times != kAlways && --planned->second.times == 0) m_faults.erase(planned);
   return fault;
 }
 
 void KernelPad::log(FeatureRequest request) {
-  if (m_requests.size() == kLoggedRequests) {
-    m_requests.pop_front();
-  }
+  if (m_requests.size() == kLoggedRequests) m_requests.pop_front();
   m_requests.push_back(std::move(request));
 }
 

@@ -81,9 +81,7 @@ uhid_event setAnswer(std::uint32_t requestId, bool accepted) {
 
 FileDescriptor openUhid() {
   FileDescriptor device(::open("/dev/uhid", O_RDWR | O_CLOEXEC));
-  if (!device) {
-    throw systemError("/dev/uhid");
-  }
+  if (!device) throw systemError("/dev/uhid");
   return device;
 }
 
@@ -98,9 +96,7 @@ KernelPad::Connection UhidPad::connect() {
   std::string physicalPath = newPhysicalPath();
   const uhid_event create = createEvent(model(), physicalPath);
   FileDescriptor device = m_openDevice();
-  if (!write(device.get(), create)) {
-    throw systemError("making a HID device");
-  }
+  if (!write(device.get(), create)) throw systemError("making a HID device");
   return {std::move(device), std::move(physicalPath)};
 }
 
@@ -113,9 +109,7 @@ void UhidPad::disconnect() {
 bool UhidPad::sendReport(const Bytes& report) {
   uhid_event event{};
   auto& input = event.u.input2;
-  if (report.size() > sizeof input.data) {
-    return false;
-  }
+  if (report.size() > sizeof input.data) return false;
   event.type = UHID_INPUT2;
   input.size = static_cast<std::uint16_t>(report.size());
   std::ranges::copy(report, input.data);
@@ -124,16 +118,12 @@ bool UhidPad::sendReport(const Bytes& report) {
 
 std::function<void()> UhidPad::readEvent() {
   uhid_event event{};
-  if (read(device(), &event, sizeof event) <= 0) {
-    return {};
-  }
+  if (read(device(), &event, sizeof event) <= 0) return {};
   return [this, event] { handle(event); };
 }
 
 void UhidPad::handle(const uhid_event& event) {
-  if (!isPlugged()) {
-    return;
-  }
+  if (!isPlugged()) return;
   switch (event.type) {
     case UHID_START:
       setStarted();
@@ -146,11 +136,10 @@ void UhidPad::handle(const uhid_event& event) {
       break;
     case UHID_GET_REPORT: {
       const auto& request = event.u.get_report;
-      if (request.rtype == UHID_FEATURE_REPORT) {
+      if (request.rtype == UHID_FEATURE_REPORT)
         takeFeatureRequest(FeatureCall::Get, request.id, request.rnum, {request.rnum});
-      } else {
+      else
         answer(FeatureCall::Get, request.id, std::nullopt, false);
-      }
       break;
     }
     case UHID_SET_REPORT: {

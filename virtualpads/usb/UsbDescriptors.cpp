@@ -107,17 +107,12 @@ Bytes hidDescriptor(const PadModel& pad) {
 }
 
 std::optional<Bytes> stringDescriptor(const PadModel& pad, std::uint8_t index) {
-  if (index == kLanguages) {
-    return Bytes{4, USB_DT_STRING, low(kEnglish), high(kEnglish)};
-  }
-  if (index != kProductName) {
-    return std::nullopt;
-  }
+  if (index == kLanguages) return Bytes{4, USB_DT_STRING, low(kEnglish), high(kEnglish)};
+  if (index != kProductName) return std::nullopt;
   const std::string name = pad.identity().name.substr(0, USB_MAX_STRING_LEN);
   Bytes bytes = {low(2 + 2 * name.size()), USB_DT_STRING};
-  for (const char character : name) {  // plain ASCII, in UTF-16LE
+  for (const char character : name)  // plain ASCII, in UTF-16LE
     bytes.insert(bytes.end(), {static_cast<std::uint8_t>(character), 0});
-  }
   return bytes;
 }
 

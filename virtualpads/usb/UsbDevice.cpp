@@ -110,18 +110,15 @@ std::optional<Bytes> UsbDevice::descriptor(const SetupPacket& setup) const {
 }
 
 std::optional<Bytes> UsbDevice::setConfiguration(std::uint8_t configuration) {
-  if (configuration > kConfiguration) {
-    return kStall;
-  }
+  if (configuration > kConfiguration) return kStall;
   m_configuration = configuration;
   m_halted = false;
   return kDone;
 }
 
 std::optional<Bytes> UsbDevice::setHalted(const SetupPacket& setup, bool halted) {
-  if (setup.value != USB_ENDPOINT_HALT || setup.index != (USB_DIR_IN | kInputEndpoint)) {
+  if (setup.value != USB_ENDPOINT_HALT || setup.index != (USB_DIR_IN | kInputEndpoint))
     return kStall;
-  }
   m_halted = halted;
   return kDone;
 }

@@ -44,9 +44,7 @@ bool receiveAll(int socket, std::span<std::uint8_t> bytes) {
 bool sendAll(int socket, std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent < 0) {
-      return false;
-    }
+    if (sent < 0) return false;
     bytes = bytes.subspan(static_cast<std::size_t>(sent));
   }
   return true;
@@ -64,9 +62,7 @@ Bytes returnHeader(std::uint32_t command, std::uint32_t sequence, int status) {
 
 std::optional<UsbipCommand> receiveCommand(int socket) {
   std::array<std::uint8_t, kHeaderSize> header;
-  if (!receiveAll(socket, header)) {
-    return std::nullopt;
-  }
+  if (!receiveAll(socket, header)) return std::nullopt;
   UsbipCommand command{};
   command.kind = UsbipCommand::Kind{be32(header, kCommand)};
   command.sequence = be32(header, kSequence);
@@ -77,16 +73,13 @@ std::optional<UsbipCommand> receiveCommand(int socket) {
     return command;
   }
   command.length = be32(header, kTransferLength);
-  if (command.kind != UsbipCommand::Kind::Submit || command.length > kLongestTransfer) {
+  if (command.kind != UsbipCommand::Kind::Submit || command.length > kLongestTransfer)
     return std::nullopt;
-  }
   command.setup = {header[kSetup], header[kSetup + 1], le16(header, kSetup + 2),
                    le16(header, kSetup + 4), le16(header, kSetup + 6)};
   if (!command.in) {
     command.data.resize(command.length);
-    if (!receiveAll(socket, command.data)) {
-      return std::nullopt;
-    }
+    if (!receiveAll(socket, command.data)) return std::nullopt;
   }
   return command;
 }

@@ -45,12 +45,8 @@ KernelPad::Connection VhciPad::connect() {
 }
 
 void VhciPad::disconnect() {
-  for (const auto& [sequence, command] : m_controls) {
-    returnNoResponse(sequence);
-  }
-  if (m_poll) {
-    returnNoResponse(m_poll->sequence);
-  }
+  for (const auto& [sequence, command] : m_controls) returnNoResponse(sequence);
+  if (m_poll) returnNoResponse(m_poll->sequence);
   // It takes the drivers from the device, which they may ask for something until then.
   m_removal = std::thread(m_port.remove);
   m_controls.clear();
@@ -119,9 +115,7 @@ void VhciPad::control(const UsbipCommand& command) {
   if (!request) {
     const bool wasConfigured = m_device->configured();
     returnControl(command.sequence, m_device->control(command.setup), false);
-    if (m_device->configured() && !wasConfigured) {
-      setStarted();
-    }
+    if (m_device->configured() && !wasConfigured) setStarted();
   } else if (request->type != ReportRequest::Type::Feature) {
     returnControl(command.sequence, std::nullopt, false);
   } else if (request->direction == ReportRequest::Direction::Get) {
@@ -139,9 +133,7 @@ void VhciPad::answer(FeatureCall /*call*/, std::uint32_t requestId,
 void VhciPad::returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply,
                             bool babble) {
   const auto found = m_controls.extract(sequence);
-  if (found.empty()) {
-    return;
-  }
+  if (found.empty()) return;
   const UsbipCommand& command = found.mapped();
   if (babble) {
     returnSubmit(device(), sequence, kBabble, command.in ? command.length : 0,
@@ -178,9 +170,7 @@ bool VhciPad::sendReport(const Bytes& report) {
 // Answers the host's poll when it is time for it and the pad has a report.
 void VhciPad::pollEndpoint() {
   const auto now = Clock::now();
-  if (!m_poll || now < m_nextPoll || (m_reports.empty() && !m_device->halted())) {
-    return;
-  }
+  if (!m_poll || now < m_nextPoll || (m_reports.empty() && !m_device->halted())) return;
   const Transfer poll = *std::exchange(m_poll, std::nullopt);
   m_lastPoll = now;
   m_nextPoll = now + std::chrono::milliseconds(m_interval);
@@ -196,9 +186,7 @@ void VhciPad::pollEndpoint() {
 }
 
 std::optional<KernelPad::Clock::time_point> VhciPad::nextTime() const {
-  if (m_poll) {
-    return m_reports.empty() ? std::nullopt : std::optional(m_nextPoll);
-  }
+  if (m_poll) return m_reports.empty() ? std::nullopt : std::optional(m_nextPoll);
   return isOpen() ? std::optional(m_lastPoll + kEndOfPolling) : std::nullopt;
 }
 

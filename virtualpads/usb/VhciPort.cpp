@@ -45,9 +45,8 @@ std::vector<unsigned> freePorts() {
     std::string hub;
     unsigned port = 0;
     unsigned status = 0;
-    if (words >> hub >> port >> status && hub == "hs" && status == VDEV_ST_NULL) {
+    if (words >> hub >> port >> status && hub == "hs" && status == VDEV_ST_NULL)
       ports.push_back(port);
-    }
   }
   return ports;
 }
@@ -58,9 +57,8 @@ fs::path deviceIn(unsigned port) {
   for (const auto& entry : fs::directory_iterator(kController, missing)) {
     const std::string name = entry.path().filename();
     unsigned speed = 0;
-    if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480) {
+    if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480)
       return "/sys/bus/usb/devices/" + name.substr(3) + "-" + std::to_string(port + 1);
-    }
   }
   return {};
 }
@@ -92,22 +90,18 @@ void loadVhci() {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t child = 0;
-  if (posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) == 0) {
+  if (posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) == 0)
     waitpid(child, nullptr, 0);
-  }
   posix_spawn_file_actions_destroy(&actions);
 }
 
 UsbPort openVhciPort() {
   const std::string path = kController / "attach";
   const FileDescriptor attach(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-  if (!attach) {
-    throw systemError(errno, path);
-  }
+  if (!attach) throw systemError(errno, path);
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw systemError(errno, "making a socket");
-  }
   FileDescriptor device(ends[0]);
   const FileDescriptor host(ends[1]);  // the kernel keeps its own reference
   for (const unsigned port : freePorts()) {
@@ -119,9 +113,7 @@ UsbPort openVhciPort() {
               [path = deviceIn(port)] { waitUntilGone(path); }};
     }
     // Another program may have taken the port in the meantime.
-    if (errno != EBUSY) {
-      throw systemError(errno, path);
-    }
+    if (errno != EBUSY) throw systemError(errno, path);
   }
   throw systemError(EBUSY, path);
 }

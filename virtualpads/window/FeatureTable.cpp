@@ -34,9 +34,7 @@ FeatureTable::FeatureTable(const std::vector<NamedReport>& reports)
   horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
   horizontalHeader()->setHighlightSections(false);
   horizontalHeader()->setMinimumSectionSize(kNarrowestColumn);
-  for (const NamedReport& report : reports) {
-    addRow(report);
-  }
+  for (const NamedReport& report : reports) addRow(report);
 }
 
 void FeatureTable::take(const WatchedPad::FeatureReport& report) {
@@ -66,9 +64,7 @@ int FeatureTable::rowOf(const WatchedPad::FeatureReport& report) {
   const auto known = std::ranges::find_if(m_reports, [&](const NamedReport& named) {
     return named.id == id && named.direction == report.direction;
   });
-  if (known != m_reports.end()) {
-    return static_cast<int>(std::distance(m_reports.begin(), known));
-  }
+  if (known != m_reports.end()) return static_cast<int>(std::distance(m_reports.begin(), known));
   return addRow({id, report.direction, "(not of this pad)"});
 }
 
@@ -80,9 +76,8 @@ int FeatureTable::addRow(const NamedReport& report) {
   const bool get = report.direction == WatchedPad::FeatureReport::Direction::Get;
   const QString texts[Column::Columns] = {QString::number(report.id), get ? "get" : "set",
                                           report.name, "0", ""};
-  for (int column = 0; column < Column::Columns; ++column) {
+  for (int column = 0; column < Column::Columns; ++column)
     setItem(row, column, new QTableWidgetItem(texts[column]));
-  }
   item(row, Column::LastBytes)->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   return row;
 }

@@ -17,9 +17,7 @@ inline QString hexText(std::span<const std::uint8_t> bytes) {
   const QByteArray raw(reinterpret_cast<const char*>(shown.data()),
                        static_cast<qsizetype>(shown.size()));
   QString text = QString::fromLatin1(raw.toHex(' '));
-  if (shown.size() < bytes.size()) {
-    text += QString(" … (%1 bytes)").arg(bytes.size());
-  }
+  if (shown.size() < bytes.size()) text += QString(" … (%1 bytes)").arg(bytes.size());
   return text;
 }
 

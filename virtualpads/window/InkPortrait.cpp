@@ -66,9 +66,8 @@ InkPortrait::InkPortrait(const PadModel& pad)
     bitmaps->addWidget(bitmap.thumbnail, place / 2 * 2 + 1, place % 2);
     ++place;
   };
-  for (int layer = 0; layer < InkPad::kLayers; ++layer) {
+  for (int layer = 0; layer < InkPad::kLayers; ++layer)
     add(m_layers.at(static_cast<std::size_t>(layer)), QString("layer%1").arg(layer));
-  }
   add(m_ink, "ink");
   bitmaps->setColumnStretch(2, 1);
   addBelow(bitmaps);
@@ -117,9 +116,7 @@ void InkPortrait::showState(const PadModel& pad) {
   m_surface = {.picture = lcdImage(inkPad.lcdImage(), backlight.on ? kLitLcd : kUnlitLcd),
                .pixels = true};
   const QRect whole(0, 0, InkPad::kLcdWidth, InkPad::kLcdHeight);
-  if (toQRect(region) != whole) {
-    m_surface.region = toQRect(region);
-  }
+  if (toQRect(region) != whole) m_surface.region = toQRect(region);
 }
 
 SurfaceView InkPortrait::surface() const {

@@ -32,11 +32,10 @@ void InkSheet::movePen(const PenState& pen, bool inking) {
     painter.setPen(QPen(m_ink, kThinnest + pen.pressure * (kThickest - kThinnest), Qt::SolidLine,
                         Qt::RoundCap));
     const QPointF from = m_penDownAt.value_or(to);
-    if (from == to) {
+    if (from == to)
       painter.drawPoint(to);
-    } else {
+    else
       painter.drawLine(from, to);
-    }
   }
   m_penDownAt = to;
 }

@@ -49,15 +49,9 @@ void PadPortrait::addBelow(QLayout* layout) {
 }
 
 std::unique_ptr<PadPortrait> makePortrait(const PadModel& pad) {
-  if (dynamic_cast<const InkPad*>(&pad) != nullptr) {
-    return std::make_unique<InkPortrait>(pad);
-  }
-  if (dynamic_cast<const VisionPad*>(&pad) != nullptr) {
-    return std::make_unique<VisionPortrait>(pad);
-  }
-  if (dynamic_cast<const IiPad*>(&pad) != nullptr) {
-    return std::make_unique<IiPortrait>(pad);
-  }
+  if (dynamic_cast<const InkPad*>(&pad) != nullptr) return std::make_unique<InkPortrait>(pad);
+  if (dynamic_cast<const VisionPad*>(&pad) != nullptr) return std::make_unique<VisionPortrait>(pad);
+  if (dynamic_cast<const IiPad*>(&pad) != nullptr) return std::make_unique<IiPortrait>(pad);
   return std::make_unique<PlainPortrait>(pad);
 }
 

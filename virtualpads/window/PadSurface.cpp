@@ -70,9 +70,7 @@ QRectF PadSurface::surfaceRect() const {
   const QRectF room = QRectF(rect().marginsRemoved(kCase));
   const QSizeF picture = m_view.picture.size();
   double scale = ratio * std::min(room.width() / picture.width(), room.height() / picture.height());
-  if (m_view.pixels && scale > 1) {
-    scale = std::floor(scale);
-  }
+  if (m_view.pixels && scale > 1) scale = std::floor(scale);
   const double width = std::round(picture.width() * scale);
   const double height = std::round(picture.height() * scale);
   const double left = std::round(room.center().x() * ratio - width / 2);
@@ -127,9 +125,7 @@ void PadSurface::paintEvent(QPaintEvent*) {
 }
 
 void PadSurface::mousePressEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton) {
-    press(*event, kMousePressure);
-  }
+  if (event->button() == Qt::LeftButton) press(*event, kMousePressure);
 }
 
 void PadSurface::mouseMoveEvent(QMouseEvent* event) {
@@ -138,9 +134,7 @@ void PadSurface::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void PadSurface::mouseReleaseEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton) {
-    release(*event);
-  }
+  if (event->button() == Qt::LeftButton) release(*event);
 }
 
 // Accepts all tablet events, because Qt turns unaccepted ones into mouse events.
@@ -164,24 +158,17 @@ void PadSurface::hideEvent(QHideEvent*) {
 
 void PadSurface::showPointer(const QSinglePointEvent& event) {
   const bool pen = surfaceRect().contains(event.position());
-  if (pen == m_pointerIsPen) {
-    return;
-  }
+  if (pen == m_pointerIsPen) return;
   m_pointerIsPen = pen;
-  if (pen) {
+  if (pen)
     setCursor(penCursor(devicePixelRatioF()));
-  } else {
+  else
     unsetCursor();
-  }
 }
 
 void PadSurface::press(const QSinglePointEvent& event, double pressure) {
-  if (m_writer == event.pointingDevice()) {
-    lift();  // the desktop did not deliver the lift
-  }
-  if (m_writer != nullptr || !surfaceRect().contains(event.position())) {
-    return;
-  }
+  if (m_writer == event.pointingDevice()) lift();  // the desktop did not deliver the lift
+  if (m_writer != nullptr || !surfaceRect().contains(event.position())) return;
   m_writer = event.pointingDevice();
   m_writerGone = connect(m_writer, &QObject::destroyed, this, &PadSurface::lift);
   sendAll(m_sampler.press(pointerState(event, pressure), now()));
@@ -189,15 +176,11 @@ void PadSurface::press(const QSinglePointEvent& event, double pressure) {
 }
 
 void PadSurface::move(const QSinglePointEvent& event, double pressure) {
-  if (m_writer == event.pointingDevice()) {
-    m_sampler.move(pointerState(event, pressure));
-  }
+  if (m_writer == event.pointingDevice()) m_sampler.move(pointerState(event, pressure));
 }
 
 void PadSurface::release(const QSinglePointEvent& event) {
-  if (m_writer == event.pointingDevice()) {
-    lift();
-  }
+  if (m_writer == event.pointingDevice()) lift();
 }
 
 void PadSurface::lift() {
@@ -219,9 +202,7 @@ std::uint32_t PadSurface::now() const {
 }
 
 void PadSurface::sendAll(const std::vector<PenState>& samples) const {
-  for (const PenState& sample : samples) {
-    m_send(sample);
-  }
+  for (const PenState& sample : samples) m_send(sample);
 }
 
 }  // namespace virtualpads

@@ -69,9 +69,7 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   m_inputReport->setTextInteractionFlags(Qt::TextSelectableByMouse);
   const std::vector<NamedReport> reports = m_portrait->featureReports();
   m_features = new FeatureTable(reports);
-  if (reports.empty()) {
-    m_features->hide();
-  }
+  if (reports.empty()) m_features->hide();
 
   auto* penForm = new QFormLayout;
   penForm->addRow("Pen", m_pen);
@@ -101,9 +99,7 @@ PadWindow::~PadWindow() {
 // Called on any thread. The first event after the inbox was emptied asks for the next frame.
 void PadWindow::receive(const WatchedPad::Event& event) {
   std::lock_guard lock(m_inboxMutex);
-  if (m_inbox.empty()) {
-    QMetaObject::invokeMethod(&m_nextFrame, "start", Qt::QueuedConnection);
-  }
+  if (m_inbox.empty()) QMetaObject::invokeMethod(&m_nextFrame, "start", Qt::QueuedConnection);
   m_inbox.push_back(event);
 }
 
@@ -113,9 +109,7 @@ void PadWindow::catchUp() {
     std::lock_guard lock(m_inboxMutex);
     events.swap(m_inbox);
   }
-  for (const auto& event : events) {
-    std::visit([this](const auto& report) { take(report); }, event);
-  }
+  for (const auto& event : events) std::visit([this](const auto& report) { take(report); }, event);
   m_pad->look([this](const PadModel& model) { m_portrait->showState(model); });
   m_surface->setView(m_portrait->surface());
 }

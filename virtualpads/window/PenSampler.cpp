@@ -33,9 +33,7 @@ void PenSampler::move(const PointerState& pointer) {
 std::vector<PenState> PenSampler::sample(std::uint32_t now) {
   std::vector<PenState> samples;
   const std::uint32_t periods = (now - m_at) / kPeriod;
-  if (!m_down || periods == 0) {
-    return samples;
-  }
+  if (!m_down || periods == 0) return samples;
   const std::uint32_t kept = std::min(periods, kMostPeriods);
   m_at += (periods - kept) * kPeriod;
   for (std::uint32_t i = 1; i <= kept; ++i) {
@@ -48,12 +46,8 @@ std::vector<PenState> PenSampler::sample(std::uint32_t now) {
 
 std::vector<PenState> PenSampler::lift(std::uint32_t now) {
   std::vector<PenState> samples = sample(now);
-  if (!m_down) {
-    return samples;
-  }
-  if (m_sampled != m_pointer) {
-    samples.push_back(touching(m_pointer, now));
-  }
+  if (!m_down) return samples;
+  if (m_sampled != m_pointer) samples.push_back(touching(m_pointer, now));
   samples.push_back({m_pointer.x, m_pointer.y, 0, false, now});
   m_down = false;
   return samples;

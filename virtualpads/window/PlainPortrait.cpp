@@ -19,9 +19,7 @@ std::vector<NamedReport> PlainPortrait::featureReports() const {
 }
 
 void PlainPortrait::penMoved(const PenState& pen) {
-  if (pen.touch && !m_down) {
-    m_lastStroke.wipe();
-  }
+  if (pen.touch && !m_down) m_lastStroke.wipe();
   m_down = pen.touch;
   m_lastStroke.movePen(pen, true);
 }

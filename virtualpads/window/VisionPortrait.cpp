@@ -99,9 +99,7 @@ void VisionPortrait::penMoved(const PenState& pen) {
 
 void VisionPortrait::featureReport(const WatchedPad::FeatureReport& report) {
   using enum WatchedPad::FeatureReport::Direction;
-  if (!report.accepted) {
-    return;
-  }
+  if (!report.accepted) return;
   switch (report.bytes.front()) {
     case kResetId:
     case kClearId:

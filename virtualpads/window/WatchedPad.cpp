@@ -59,9 +59,7 @@ bool WatchedPad::setFeature(std::span<const std::uint8_t> report) {
 }
 
 void WatchedPad::notify(const Event& event) const {
-  if (m_observer) {
-    m_observer(event);
-  }
+  if (m_observer) m_observer(event);
 }
 
 }  // namespace virtualpads

@@ -161,9 +161,8 @@ int main(int argc, char** argv) {
   auto& progress = *new (memory) Progress;
   const auto begin = Clock::now();
   const auto end = begin + std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
-  if (options.jobs == 0) {
+  if (options.jobs == 0)
     options.jobs = options.verbose ? 1 : static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
-  }
   int failedWorkers = 0;
   for (int worker = 0; worker < options.jobs; ++worker) {
     if (const pid_t child = fork(); child == 0) {
@@ -175,9 +174,8 @@ int main(int argc, char** argv) {
     }
   }
   int status = 0;
-  while (wait(&status) > 0) {
+  while (wait(&status) > 0)
     if (status != 0) ++failedWorkers;
-  }
   const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
   const auto runs = static_cast<double>(progress.runs.load());
   std::printf("%.0f runs, %" PRIu64

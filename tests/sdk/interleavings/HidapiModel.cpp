@@ -37,9 +37,8 @@ void replaceText(TextPlace& place, bool fails) {
   decide();
   if (old != nullptr) {
     if (old->freed) fail("%s frees an error text of hidapi a second time", support::threadName());
-    if (place.calls > 1) {
+    if (place.calls > 1)
       fail("%s frees an error text beside a call that may free it, too", support::threadName());
-    }
     old->freed = true;
     --thePad->texts;
     decide();
@@ -57,9 +56,8 @@ class Call {
     decide();
     const auto known = std::find_if(thePad->handles.begin(), thePad->handles.end(),
                                     [&](const auto& one) { return one.get() == handle; });
-    if (known == thePad->handles.end() || !handle->open) {
+    if (known == thePad->handles.end() || !handle->open)
       fail("%s calls %s on a handle that is not open", support::threadName(), name);
-    }
     m_handle = handle;
     m_alone =
         handle->failed &&
@@ -132,9 +130,8 @@ int feature(hid_device* handle, const char* name, int id, Exchange exchange) {
   ++thePad->features;
   if (thePad->featuresUnderWay++ == 0) thePad->featureBegin = idleTime();
   if (duration > 0) support::sleepFor(duration);
-  if (--thePad->featuresUnderWay == 0) {
+  if (--thePad->featuresUnderWay == 0)
     thePad->finishedFeatures += idleTime() - thePad->featureBegin;
-  }
   return call.end(fails || !call.padIsThere() ? -1 : exchange());
 }
 
@@ -142,9 +139,8 @@ void checkReadRate(hid_device& handle) {
   handle.pauseEnd = idleTime() + kPause;
   handle.failedReads.push_back(support::now());
   while (handle.failedReads.front() + kSecond < support::now()) handle.failedReads.pop_front();
-  if (handle.failedReads.size() >= kMaxFailedReads) {
+  if (handle.failedReads.size() >= kMaxFailedReads)
     fail("%zu reads of a failing pad within a second", handle.failedReads.size());
-  }
 }
 
 // After a failed call, a read waits for the feature report under way.
@@ -175,9 +171,8 @@ void Pad::send(int index, const Bytes& report) {
   if (!plugged) return;
   for (const auto& handle : handles) {
     if (!handle->open || handle->plug != plugs) continue;
-    if (handle->unread.size() >= kUnreadReports) {
+    if (handle->unread.size() >= kUnreadReports)
       fail("a report is lost: %zu have not been read", handle->unread.size());
-    }
     handle->unread.push_back({index, report, idleTime()});
   }
 }
@@ -196,9 +191,8 @@ bool Pad::failsAfter(Time begin) const {
 
 Time Pad::longReadEnd(Time begin) const {
   Time end = begin;
-  for (const auto& handle : handles) {
+  for (const auto& handle : handles)
     if (handle->failures > 0) end = std::max(end, handle->failing + kReadTimeout);
-  }
   return end;
 }
 

@@ -399,9 +399,8 @@ class Play {
 
   void deliver(const Sample& sample) {
     note("callback: %d, %d, number %u", sample.x, sample.y, sample.sequence);
-    if (std::strncmp(support::threadName(), "processing", 10) != 0) {
+    if (std::strncmp(support::threadName(), "processing", 10) != 0)
       fail("the callback runs on the %s thread", support::threadName());
-    }
     if (!m_open) fail("the callback is called after the close");
     if (m_twoAreOpen) {
       deliverOfTwo(sample);
@@ -561,9 +560,8 @@ class Play {
     if (m_random.oneIn(4)) operate("GetNumDevices", 0, [&] { driver->GetNumDevices(); });
     const std::string_view failing = std::exchange(m_plan.failingThread, {});
     const auto* const position = std::find(Kind::kThreads.begin(), Kind::kThreads.end(), failing);
-    if (!failing.empty()) {
+    if (!failing.empty())
       support::failThreadStart(static_cast<int>(position - Kind::kThreads.begin()));
-    }
     m_open = true;
     m_twoAreOpen = two;
     open(*driver, false);
@@ -576,11 +574,10 @@ class Play {
     const bool stops = m_random.oneIn(16);
     if (stops) driver->SetRunningFalse();
     for (auto requests = m_random.below(6); requests > 0; --requests) {
-      if (m_random.oneIn(3)) {
+      if (m_random.oneIn(3))
         support::sleepFor(m_random.below(20 * kMillisecond));
-      } else if (const Time end = m_pad.pauseEnd(); m_random.oneIn(2) && end > idleTime()) {
+      else if (const Time end = m_pad.pauseEnd(); m_random.oneIn(2) && end > idleTime())
         support::sleepFor(end - idleTime());  // meets the next read
-      }
       operate("request", 0, [&] { Kind::request(*driver, m_random); });
     }
     if (m_random.oneIn(2) && failing.empty() && !stops && Kind::kQueue != nullptr) settle();
@@ -604,9 +601,8 @@ class Play {
       m_last.x = kAnywhere;  // either reader was the last
     }
     if (Kind::kLeftSample == 0) return;
-    for (std::size_t i = handlesBefore; i < m_pad.handles.size(); ++i) {
+    for (std::size_t i = handlesBefore; i < m_pad.handles.size(); ++i)
       m_left += m_expected[m_pad.handles[i].get()].size();
-    }
   }
 
   // Once the pen is gone and the callback has had its time, every report has become a sample.
@@ -654,9 +650,8 @@ class Play {
           ++*static_cast<std::size_t*>(count);
         },
         &left);
-    if (m_leftIsExact ? left != m_left : left > m_left) {
+    if (m_leftIsExact ? left != m_left : left > m_left)
       fail("%zu samples are left instead of %zu", left, m_left);
-    }
   }
 
   static inline Play* s_play = nullptr;

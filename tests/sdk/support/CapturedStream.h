@@ -16,9 +16,8 @@ class CapturedStream {
   explicit CapturedStream(std::FILE* stream) : m_stream(stream), m_file(std::tmpfile()) {
     std::fflush(m_stream);
     m_saved = dup(fileno(m_stream));
-    if (m_file == nullptr || m_saved < 0 || dup2(fileno(m_file), fileno(m_stream)) < 0) {
+    if (m_file == nullptr || m_saved < 0 || dup2(fileno(m_file), fileno(m_stream)) < 0)
       throw std::runtime_error("CapturedStream");
-    }
   }
 
   ~CapturedStream() {
@@ -37,10 +36,8 @@ class CapturedStream {
     std::string text;
     char part[256];
     ssize_t length = 0;
-    while ((length = pread(fileno(m_file), part, sizeof part, static_cast<off_t>(text.size()))) >
-           0) {
+    while ((length = pread(fileno(m_file), part, sizeof part, static_cast<off_t>(text.size()))) > 0)
       text.append(part, static_cast<std::size_t>(length));
-    }
     return text;
   }
 

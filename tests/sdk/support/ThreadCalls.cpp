@@ -24,9 +24,8 @@ ThreadCalls* current = nullptr;
 // For example "block SIGUSR1".
 std::string maskChange(int how, const sigset_t* set, const sigset_t* old) {
   std::string text = how == SIG_BLOCK ? "block" : "other change of";
-  for (int signal = 1; signal < NSIG; ++signal) {
+  for (int signal = 1; signal < NSIG; ++signal)
     if (sigismember(set, signal) == 1) text += signal == SIGUSR1 ? " SIGUSR1" : " another";
-  }
   return old == nullptr ? text : text + " and tell the old mask";
 }
 
@@ -127,9 +126,8 @@ struct ReplacedThreadCalls {
 
   static void noteMaskChange(const char* function, int how, const sigset_t* set,
                              const sigset_t* old) {
-    if (current != nullptr && set != nullptr) {
+    if (current != nullptr && set != nullptr)
       current->note(std::string(function) + ": " + maskChange(how, set, old));
-    }
   }
 
   static int wait(const sigset_t* set, int* signal) {

@@ -25,9 +25,7 @@ constexpr Fault kUnplug{.kind = Fault::Kind::Unplug};
 class FaultTest : public BusTest {
  protected:
   ~FaultTest() override {
-    if (dev) {
-      hid_close(dev);
-    }
+    if (dev) hid_close(dev);
   }
 
   int mode() {
@@ -124,9 +122,7 @@ TEST_F(FaultTest, ShortLeavesEntriesOutOfAnEnumeration) {
 TEST_F(FaultTest, LateDoesItsWorkAndReturnsWhenItIsLet) {
   bus.fail(HidCall::SendFeature, kLate);
   auto caller = inBackground([&] { return setFeature(dev, {4, 1}, 17); });
-  while (mode() != 1) {
-    std::this_thread::yield();
-  }
+  while (mode() != 1) std::this_thread::yield();
   EXPECT_EQ(setFeature(dev, {4, 2}, 17), 17);  // other calls are not delayed
   EXPECT_EQ(bus.count(HidCall::SendFeature), 1);
   bus.releaseLateCalls();
@@ -254,9 +250,7 @@ TEST_F(FaultTest, MeetsTheRequestedNumberOfCalls) {
 TEST_F(FaultTest, MeetsAllCallsFromTheNthOnUntilItIsCleared) {
   bus.fail(HidCall::GetFeature, returning(-5), 2, VirtualBus::kAlways);
   EXPECT_EQ(getFeature(dev, 4, 17), 17);
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_EQ(getFeature(dev, 4, 17), -5);
-  }
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(getFeature(dev, 4, 17), -5);
   bus.clearFaults();
   EXPECT_EQ(getFeature(dev, 4, 17), 17);
 }

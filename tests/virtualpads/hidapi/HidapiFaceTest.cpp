@@ -165,15 +165,11 @@ TEST_F(HidapiFace, ReturnsZeroWhenNothingCameInTime) {
 TEST_F(HidapiFace, KeepsSixtyThreeUnreadReportsAndDropsTheRest) {
   const auto port = bus.plug(makePad(PadKind::Usb));
   hid_device* const dev = hid_open(kVendor, kUsbPad, nullptr);
-  for (int i = 0; i < 63; ++i) {
-    EXPECT_TRUE(bus.send(port, numbered(i)));
-  }
+  for (int i = 0; i < 63; ++i) EXPECT_TRUE(bus.send(port, numbered(i)));
   EXPECT_FALSE(bus.send(port, numbered(63)));
   EXPECT_EQ(read(dev, 0).bytes, numbered(0));
   EXPECT_TRUE(bus.send(port, numbered(65)));
-  for (int i = 1; i < 63; ++i) {
-    EXPECT_EQ(read(dev, 0).bytes, numbered(i));
-  }
+  for (int i = 1; i < 63; ++i) EXPECT_EQ(read(dev, 0).bytes, numbered(i));
   EXPECT_EQ(read(dev, 0).bytes, numbered(65));
   EXPECT_EQ(read(dev, 0).result, 0);
   hid_close(dev);

@@ -65,9 +65,7 @@ TEST_F(BusTest, LosesAReportThatNobodyCanRead) {
 TEST_F(BusTest, SendsAReportAsLongAsOneOfTheHandlesHasRoom) {
   const auto port = bus.plug(makePad(PadKind::Usb));
   hid_device* const idle = hid_open(kVendor, kUsbPad, nullptr);
-  for (int i = 0; i < 63; ++i) {
-    bus.send(port, numbered(i));
-  }
+  for (int i = 0; i < 63; ++i) bus.send(port, numbered(i));
   hid_device* const reader = hid_open(kVendor, kUsbPad, nullptr);
   EXPECT_TRUE(bus.send(port, numbered(63)));
   EXPECT_EQ(read(reader, 0).bytes, numbered(63));
@@ -81,14 +79,10 @@ TEST_F(BusTest, LosesNothingWhenTheSenderWaitsForRoom) {
   hid_device* const dev = hid_open(kVendor, kUsbPad, nullptr);
   auto sender = inBackground([&] {
     int sent = 0;
-    for (int i = 0; i < kReports; ++i) {
-      sent += bus.sendWhenRoom(port, numbered(i)) ? 1 : 0;
-    }
+    for (int i = 0; i < kReports; ++i) sent += bus.sendWhenRoom(port, numbered(i)) ? 1 : 0;
     return sent;
   });
-  for (int i = 0; i < kReports; ++i) {
-    ASSERT_EQ(read(dev, kForEver).bytes, numbered(i));
-  }
+  for (int i = 0; i < kReports; ++i) ASSERT_EQ(read(dev, kForEver).bytes, numbered(i));
   EXPECT_EQ(sender.get(), kReports);
   hid_close(dev);
 }
@@ -243,9 +237,7 @@ TEST_F(BusTest, CountsAndWaitsForCalls) {
   hid_device* const dev = hid_open(kVendor, kUsbPad, nullptr);
   EXPECT_EQ(bus.count(HidCall::Read), 0);
   auto program = inBackground([&] {
-    for (int i = 0; i < 3; ++i) {
-      read(dev, 0);
-    }
+    for (int i = 0; i < 3; ++i) read(dev, 0);
   });
   EXPECT_TRUE(bus.waitForBegun(HidCall::Read, 3));
   EXPECT_TRUE(bus.waitForReturned(HidCall::Read, 3));

@@ -36,9 +36,7 @@ class ToyPad : public PadModel {
     return reportId == 5 ? std::optional<Bytes>(feature) : std::nullopt;
   }
   bool setFeature(std::span<const std::uint8_t> report) override {
-    if (report.empty() || report[0] != 5) {
-      return false;
-    }
+    if (report.empty() || report[0] != 5) return false;
     feature.assign(report.begin(), report.end());
     return true;
   }
@@ -50,13 +48,11 @@ class ToyPad : public PadModel {
 // Bytes written as hexadecimal digits, with blanks anywhere.
 Bytes hex(const std::string& text) {
   std::string digits;
-  for (const char character : text) {
+  for (const char character : text)
     if (character != ' ') digits += character;
-  }
   Bytes bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
+  for (std::size_t i = 0; i < digits.size(); i += 2)
     bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-  }
   return bytes;
 }
 
@@ -76,15 +72,12 @@ class FakeHost {
  public:
   UsbPort open() {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
       throw std::system_error(errno, std::generic_category());
-    }
     const timeval limit{30, 0};
     setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     m_end = FileDescriptor(ends[0]);
-    if (configures) {
-      send(kSetConfiguration);
-    }
+    if (configures) send(kSetConfiguration);
     return {FileDescriptor(ends[1]), "usb-toy-1", [this] { ++removals; },
             [this] { EXPECT_EQ(removals, ++waits); }};
   }
@@ -97,9 +90,7 @@ class FakeHost {
 
   // The pad's next `count` bytes; fewer when it closes the connection.
   std::string receive(std::size_t count) {
-    if (count == 0) {
-      return {};  // recv would wait for a byte
-    }
+    if (count == 0) return {};  // recv would wait for a byte
     Bytes bytes(count);
     const ssize_t size = recv(m_end.get(), bytes.data(), count, MSG_WAITALL);
     bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
@@ -306,9 +297,7 @@ TEST_F(VhciPadTest, FeatureReportsAreSetInTheModel) {
 TEST_F(VhciPadTest, LongFeatureReportsAreSet) {
   plug();
   std::string report = "05";
-  for (int i = 1; i < 2408; ++i) {
-    report += "a5";
-  }
+  for (int i = 1; i < 2408; ++i) report += "a5";
   host.control("00000002", "out", "00000968", "21 09 0503 0000 6809", report);
   EXPECT_EQ(host.receive(48), ret("00000002", kOk, "00000968"));
   EXPECT_EQ(toHex(model->feature), report);
@@ -364,9 +353,7 @@ TEST_F(VhciPadTest, ReportsBeyond64AreLost) {
   ASSERT_TRUE(pad.waitUntilOpen());
   pad.send({0xFF});
   host.receive(49);
-  for (std::uint8_t i = 1; i <= 70; ++i) {
-    pad.send({i});
-  }
+  for (std::uint8_t i = 1; i <= 70; ++i) pad.send({i});
   std::string last;
   for (int i = 0; i < 64; ++i) {
     host.poll("00000011");

@@ -44,9 +44,7 @@ bool waitUntil(Condition condition) {
   timer.setSingleShot(true);
   QObject::connect(&timer, &QTimer::timeout, [&late] { late = true; });
   timer.start(kPatience);
-  while (!condition() && !late) {
-    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-  }
+  while (!condition() && !late) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
   return condition();
 }
 
@@ -67,18 +65,14 @@ class PadWindowTest : public testing::Test {
   template <class Widget>
   Widget* find(const QString& name) const {
     auto* widget = window->findChild<Widget*>(name);
-    if (widget == nullptr) {
-      throw std::runtime_error("the window has no " + name.toStdString());
-    }
+    if (widget == nullptr) throw std::runtime_error("the window has no " + name.toStdString());
     return widget;
   }
 
   std::string text(const QString& name) const { return find<QLabel>(name)->text().toStdString(); }
 
   testing::AssertionResult shows(const QString& name, const std::string& wanted) const {
-    if (waitUntil([&] { return text(name) == wanted; })) {
-      return testing::AssertionSuccess();
-    }
+    if (waitUntil([&] { return text(name) == wanted; })) return testing::AssertionSuccess();
     return testing::AssertionFailure()
            << name.toStdString() << " is \"" << text(name) << "\", not \"" << wanted << "\"";
   }
@@ -353,9 +347,8 @@ class IiPadWindow : public PadWindowTest {
   std::vector<std::string> row(int row) const {
     const auto* table = find<FeatureTable>("featureTable");
     std::vector<std::string> texts;
-    for (int column = 0; column < table->columnCount(); ++column) {
+    for (int column = 0; column < table->columnCount(); ++column)
       texts.push_back(table->item(row, column)->text().toStdString());
-    }
     return texts;
   }
 };
@@ -479,9 +472,7 @@ TEST_F(InkPadWindow, MarksAnInkingRegionThatIsNotTheWholeLcd) {
     const int y = 22 + 2 * 51;
     for (int x = 22 + 2 * 20; x < 22 + 2 * 295; ++x) {
       const QColor color = picture.pixelColor(x, y);
-      if (color.blue() > color.red() + 40) {
-        return true;
-      }
+      if (color.blue() > color.red() + 40) return true;
     }
     return false;
   };
@@ -629,9 +620,7 @@ TEST_F(VisionPadWindow, HearsOfWhatOtherThreadsDo) {
   std::thread program([this] {
     Bytes keepAlive(17);
     keepAlive[0] = 26;
-    for (int i = 0; i < 1000; ++i) {
-      pad->setFeature(keepAlive);
-    }
+    for (int i = 0; i < 1000; ++i) pad->setFeature(keepAlive);
   });
   EXPECT_TRUE(shows("keepAlives", "1000"));
   program.join();

@@ -97,9 +97,7 @@ TEST_F(WatchedPadTest, SerialisesItsCallers) {
   Bytes keepAlive(17);
   keepAlive[0] = 26;
   const auto send = [&] {
-    for (int i = 0; i < 1000; ++i) {
-      pad.setFeature(keepAlive);
-    }
+    for (int i = 0; i < 1000; ++i) pad.setFeature(keepAlive);
   };
   std::thread first(send);
   std::thread second(send);
