@@ -64,6 +64,7 @@ class Call {
         std::any_of(handle->failureOf.begin(), handle->failureOf.end(), [](const auto& failure) {
           return failure.first == support::threadName() || failure.second < idleTime();
         });
+    m_failedBefore = handle->failedCalls;
     ++handle->calls;
     ++text().calls;
   }
@@ -84,6 +85,7 @@ class Call {
       replaceText(text(), true);
       m_failed = true;
       --text().calls;
+      ++m_handle->failedCalls;
       m_handle->failureOf[support::threadName()] = idleTime();
       if (!m_handle->failed || m_handle->mayHaveRecovered) {
         m_handle->failed = true;
@@ -91,7 +93,7 @@ class Call {
         m_handle->failing = idleTime();
         ++m_handle->failures;
       }
-    } else if (m_side == Side::Control && m_alone) {
+    } else if (m_side == Side::Control && m_alone && m_handle->failedCalls == m_failedBefore) {
       m_handle->failed = false;
       m_handle->mayHaveRecovered = false;
       m_handle->failureOf.clear();
@@ -112,8 +114,10 @@ class Call {
 
   hid_device* m_handle = nullptr;
   Side m_side;
-  bool m_alone = false;   // began when the SDK had noted a failure
+  // Began when the SDK had noted a failure; not so, if another call fails beside it.
+  bool m_alone = false;
   bool m_failed = false;  // and has stored its text
+  int m_failedBefore;     // failedCalls when it began
 };
 
 // A feature report; `exchange` does it on the pad, and returns its length or -1.

@@ -71,6 +71,7 @@ struct hid_device_ {
   std::map<std::string_view, interleavings::Time> failureOf;
   // A call has failed, and no feature report has begun and succeeded since.
   bool failed = false;
+  int failedCalls = 0;                // all of them
   bool mayHaveRecovered = false;      // a feature report succeeded that may not have begun alone
   int failures = 0;                   // how often that began
   interleavings::Time failing = 0;    // when it last began
