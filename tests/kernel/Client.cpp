@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -53,24 +54,24 @@ std::size_t Client::waitForSamples(int count, std::size_t from) const {
 Client::Load Client::percentOfCore() {
   constexpr std::chrono::milliseconds kInterval{500};
   const pid_t processing = std::stoi(ask("thread"));
-  std::vector<pid_t> others = threads();
-  std::erase_if(others, [&](pid_t thread) { return thread == id() || thread == processing; });
-  const auto timeOfOthers = [&] {
-    std::chrono::nanoseconds sum{0};
-    for (const pid_t thread : others) sum += processorTime(thread);
-    return sum;
-  };
+  const std::vector<pid_t> all = threads();
   Load least{100, 100};
   for (int i = 0; i < 3; ++i) {
     const auto begin = Clock::now();
-    const auto processingBefore = processorTime(processing);
-    const auto othersBefore = timeOfOthers();
+    std::map<pid_t, std::chrono::nanoseconds> before;
+    for (const pid_t thread : all)
+      if (const auto time = processorTime(thread)) before[thread] = *time;
     std::this_thread::sleep_for(kInterval);
     const std::chrono::duration<double> taken = Clock::now() - begin;
-    const auto percent = [&](std::chrono::nanoseconds time) { return time / taken * 100; };
-    least.processing =
-        std::min(least.processing, percent(processorTime(processing) - processingBefore));
-    least.others = std::min(least.others, percent(timeOfOthers() - othersBefore));
+    Load load{0, 0};
+    for (const auto& [thread, time] : before) {
+      // The reading thread of hidapi-libusb ends when the pad is unplugged.
+      const auto after = processorTime(thread);
+      if (!after || thread == id()) continue;
+      (thread == processing ? load.processing : load.others) += (*after - time) / taken * 100;
+    }
+    least.processing = std::min(least.processing, load.processing);
+    least.others = std::min(least.others, load.others);
   }
   return least;
 }

@@ -181,11 +181,10 @@ std::vector<pid_t> Program::threads() const {
   return ids;
 }
 
-std::chrono::nanoseconds Program::processorTime(pid_t thread) const {
+std::optional<std::chrono::nanoseconds> Program::processorTime(pid_t thread) const {
   std::ifstream file(taskDirectory(m_id) / std::to_string(thread) / "schedstat");
   std::int64_t nanoseconds = 0;
-  if (!(file >> nanoseconds))
-    throw std::runtime_error("the kernel does not report the thread's processor time");
+  if (!(file >> nanoseconds)) return std::nullopt;
   return std::chrono::nanoseconds(nanoseconds);
 }
 

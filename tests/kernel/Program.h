@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -57,9 +58,10 @@ class Program {
   // and returns the rest of that line. Throws like waitForLine.
   std::string ask(const std::string& command);
 
-  // The program's threads, and the processor time that one of them has used.
+  // The program's threads, and the processor time that one of them has used; nothing when that
+  // thread has ended.
   std::vector<pid_t> threads() const;
-  std::chrono::nanoseconds processorTime(pid_t thread) const;
+  std::optional<std::chrono::nanoseconds> processorTime(pid_t thread) const;
   // Waits until their number is as wanted. Throws std::runtime_error on a time-out.
   void waitForThreads(const std::function<bool(std::size_t)>& wanted) const;
 
