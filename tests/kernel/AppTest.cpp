@@ -259,10 +259,9 @@ class AppUnplugTest : public AppTest {
   void unplugWhileItWaitsForThePen(const std::function<void()>& close) {
     const MovingPen pen = movingPen(*pad);
     look("moving", hasInk);
-    const std::size_t threads = app.program().threads().size();
+    const std::vector<pid_t> threads = app.program().threads();
     close();
-    app.program().waitForThreads(
-        [&](std::size_t left) { return left <= threads - (kConnectionThreads - 1); });
+    app.program().waitUntilEnded(threads, kConnectionThreads - 1);
     EXPECT_TRUE(pad->open());
     pad->unplug();
   }

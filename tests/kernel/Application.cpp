@@ -51,13 +51,11 @@ void Application::choose(const TestPad& kind) {
 }
 
 void Application::open() {
-  m_idleThreads = m_program.threads().size();
   pressButton(1);
 }
 
 void Application::waitUntilConnected() const {
-  m_program.waitForThreads(
-      [this](std::size_t threads) { return threads >= m_idleThreads + kConnectionThreads; });
+  m_desktop.waitForPicture(resetIsEnabled);
 }
 
 void Application::clear() {

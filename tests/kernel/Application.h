@@ -4,7 +4,6 @@
 
 #include <QImage>
 #include <QRect>
-#include <cstddef>
 
 #include "Desktop.h"
 #include "Program.h"
@@ -36,7 +35,6 @@ class Application {
 
   Desktop& m_desktop;
   Program m_program;
-  std::size_t m_idleThreads = 0;
   bool m_resetting = false;
 };
 

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -189,11 +190,14 @@ std::optional<std::chrono::nanoseconds> Program::processorTime(pid_t thread) con
 }
 
 // The kernel has no event for another process's threads.
-void Program::waitForThreads(const std::function<bool(std::size_t)>& wanted) const {
+void Program::waitUntilEnded(const std::vector<pid_t>& threads, std::ptrdiff_t count) const {
   const auto limit = std::chrono::steady_clock::now() + kWaitLimit;
-  while (!wanted(threads().size())) {
+  const auto hasEnded = [this](pid_t thread) {
+    return !std::filesystem::exists(taskDirectory(m_id) / std::to_string(thread));
+  };
+  while (std::ranges::count_if(threads, hasEnded) < count) {
     if (std::chrono::steady_clock::now() > limit)
-      throw std::runtime_error("the program has another number of threads");
+      throw std::runtime_error("the program's threads do not end");
     std::this_thread::sleep_for(kLookInterval);
   }
 }

@@ -19,7 +19,7 @@
 constexpr uid_t kNobody = 65534;
 
 // The number of threads that a program has for an open pad: one reads, one calls back, one waits.
-constexpr std::size_t kConnectionThreads = 3;
+constexpr std::ptrdiff_t kConnectionThreads = 3;
 
 struct ProgramOptions {
   std::vector<std::string> arguments = {};
@@ -62,8 +62,8 @@ class Program {
   // thread has ended.
   std::vector<pid_t> threads() const;
   std::optional<std::chrono::nanoseconds> processorTime(pid_t thread) const;
-  // Waits until their number is as wanted. Throws std::runtime_error on a time-out.
-  void waitForThreads(const std::function<bool(std::size_t)>& wanted) const;
+  // Waits until that many of these threads have ended. Throws std::runtime_error on a time-out.
+  void waitUntilEnded(const std::vector<pid_t>& threads, std::ptrdiff_t count) const;
 
   void signal(int number) const;
   // Waits for the end and returns the exit code, or 128 + the signal that killed it. One thread

@@ -291,10 +291,9 @@ TEST_P(SdkTest, UnplugDuringClose) {
     // Closing sends no request to the other pads. But it lasts until the pen rests, and by then
     // only the reading thread of the connection is left.
     const MovingPen pen([this](int n) { pad->send(kind.report(n)); });
-    const std::size_t threads = client->threads().size();
+    const std::vector<pid_t> threads = client->threads();
     client->send("disconnect");
-    client->waitForThreads(
-        [&](std::size_t left) { return left <= threads - (kConnectionThreads - 1); });
+    client->waitUntilEnded(threads, kConnectionThreads - 1);
     pad->unplug();
   }
   const auto start = Clock::now();

@@ -78,10 +78,15 @@ TEST(Watch, ReportsThePadsOfOneNameOnly) {
   EXPECT_EQ(program.lineCount(), 2U);
 }
 
-TEST(Watch, NamesANodeThatMayNotBeOpened) {
+TEST(Watch, NamesANodeInTheListThatMayNotBeOpened) {
   const auto usb = plugged(PadKind::Usb);
   Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
   waitForEnd(program, "Vela USB present at " + usb->waitForNode() + ", no permission to open it");
+}
+
+TEST(Watch, NamesANewNodeThatMayNotBeOpened) {
+  Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
+  program.waitForLine("vela-padinfo: no pad is attached");  // the list of what is there has ended
   const auto ink = plugged(PadKind::Ink);
   waitForEnd(program, "Vela Ink attached at " + ink->waitForNode() + ", no permission to open it");
 }
