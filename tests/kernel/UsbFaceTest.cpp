@@ -52,6 +52,8 @@ class UsbFaceTest : public ::testing::Test {
     interface = fs::canonical("/sys/class/hidraw/" + fs::path(node).filename().string() + "/device")
                     .parent_path();
     device = interface.parent_path();
+    // The kernel describes the endpoint last.
+    waitUntil([this] { return fs::exists(interface / "ep_81/type"); });
   }
 
   void open() {
@@ -92,12 +94,17 @@ class UsbFaceTest : public ::testing::Test {
     return name;
   }
 
-  // There is no event for it.
   void waitForPowerStatus(const std::string& status) const {
-    const auto limit = Clock::now() + std::chrono::seconds(30);
-    while (contents(device / "power/runtime_status") != status && Clock::now() < limit)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    waitUntil([&] { return contents(device / "power/runtime_status") == status; });
     EXPECT_EQ(contents(device / "power/runtime_status"), status);
+  }
+
+  // For what the kernel has no event for.
+  template <class Condition>
+  static void waitUntil(Condition condition) {
+    const auto limit = Clock::now() + std::chrono::seconds(30);
+    while (!condition() && Clock::now() < limit)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 
   VhciPad pad{makePad(PadKind::Ii)};
