@@ -13,7 +13,7 @@
 namespace virtualpads {
 namespace {
 
-constexpr std::chrono::seconds kStartLimit{5};
+constexpr std::chrono::seconds kStartLimit{15};
 constexpr std::chrono::seconds kWaitLimit{30};
 
 // Waits for events of the descriptors, no longer than until that time.

@@ -64,7 +64,7 @@ class KernelPad {
   // Creates the device and returns when the kernel has started it; the node may appear slightly
   // later (see waitForNode). Does nothing when the pad is plugged. Throws std::system_error, and
   // leaves the pad unplugged, when the kernel's interface can't be opened, the process has too many
-  // open files, or the kernel does not start the device within 5 s.
+  // open files, or the kernel does not start the device within 15 s.
   void plug();
   // Removes the device, at any moment: its node is gone when this returns, and requests that wait
   // for an answer fail. Programs that have the node open notice at their next call. Does nothing
