@@ -320,8 +320,8 @@ TEST_P(SdkTest, UnpluggedPadTakesNoProcessorTime) {
       "processing takes %.1f %%, then %.1f %%\n",
       kind.name, nameOf(route), idle.others, unplugged.others, idle.processing,
       unplugged.processing);
-  // A thread that spins takes a whole core; one that polls takes more on a busy machine.
-  EXPECT_LT(unplugged.others, 25);
+  EXPECT_LT(unplugged.others, 5);
+  // A thread that spins takes a whole core; this one polls, which takes more on a busy machine.
   EXPECT_LT(unplugged.processing - idle.processing, 25);
 }
 
