@@ -76,7 +76,7 @@ package() { # NAME
   dpkg-deb --build "$1" "$1_1_all.deb" >/dev/null
 }
 try_split_kernel() {
-  local modules=linux-modules-1/usr/lib/modules/1.0.0-vela tool
+  local modules=linux-modules-1/usr/lib/modules/1.0.0-vela tool aborts
   rm bin/{cpio,modprobe,xz,zstd}
   PATH=$PATH:/usr/sbin:/sbin
   for tool in "${CC:-cc}" dpkg-deb depmod modprobe xz zstd cpio; do
@@ -126,6 +126,23 @@ try_split_kernel() {
     sh -c 'cd seen/modules && echo *'
   expect "what was compressed by xz" 0 "" cmp packages/9p.plain seen/modules/9p.ko
   expect "what was compressed by zstd" 0 "" cmp packages/hid.plain seen/modules/hid.ko
+
+  # shellcheck disable=SC2016
+  aborts='echo boot >>boots; : >console.log; echo Assertion >&2; ulimit -c 0; kill -ABRT $$'
+  # shellcheck disable=SC2016
+  stand_in qemu-system-x86_64 "[ ! -f boots ] || [ \$(wc -l <boots) -lt 2 ] || { echo 5 >status; exit 0; }; $aborts"
+  expect "QEMU aborts twice before the command starts" 5 \
+    "run-on-kernel: QEMU aborted before the command started, attempt 2 of 3: Assertion" "$program" . 5 echo ran
+
+  rm boots
+  stand_in qemu-system-x86_64 "$aborts"
+  expect "QEMU aborts at every start" 1 Assertion "$program" . 5 echo ran
+  expect "the starts" 0 3 sh -c 'wc -l <boots'
+
+  rm boots
+  stand_in qemu-system-x86_64 "touch started; $aborts"
+  expect "QEMU aborts while the command runs" 1 Assertion "$program" . 5 echo ran
+  expect "the one start" 0 1 sh -c 'wc -l <boots'
 }
 try_split_kernel
 
