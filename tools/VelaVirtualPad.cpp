@@ -146,11 +146,11 @@ int run(int argc, char** argv) {
     line = parseCommandLine({argv + 1, static_cast<std::size_t>(argc - 1)});
   } catch (const UsageError& error) {
     fail(error.what());
-    std::fputs(kUsage, stderr);
+    std::fputs(usageText().c_str(), stderr);
     return kUsageError;
   }
   if (line.help) {
-    std::fputs(kHelp, stdout);
+    std::fputs(helpText().c_str(), stdout);
     return 0;
   }
   if (line.version) {

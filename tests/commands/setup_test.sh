@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests the decisions of scripts/setup.sh: which packages are missing, and which pads are attached. Installs
-# nothing: the package managers are stand-ins.
+# Tests the decisions of scripts/setup.sh about releases and missing packages. Installs nothing: the package
+# managers are stand-ins.
 set -u
 cd "$(dirname "$0")/../.." || exit
 command_name=name
@@ -19,43 +19,6 @@ trap 'rm -rf "$scratch"' EXIT
 expect "nothing is missing" "" "$(without "a b" "b
 a c")"
 expect "a part of a name is not the name" "libb " "$(without "a libb" "a libb-dev xlibb")"
-
-hidraw() { # NODE HID_ID
-  mkdir -p "$scratch/hidraw/$1/device"
-  printf 'DRIVER=hid-generic\nHID_ID=%s\nHID_NAME=x\n' "$2" >"$scratch/hidraw/$1/device/uevent"
-}
-expect "no hidraw at all" "" "$(attached_pads "$scratch/hidraw")"
-hidraw hidraw0 0003:000004DF:00000020
-hidraw hidraw1 0003:00001234:00000012
-expect "strange devices only" "" "$(attached_pads "$scratch/hidraw")"
-hidraw hidraw2 0003:000004DF:00000012
-hidraw hidraw3 0003:000004DF:0000001F
-hidraw hidraw4 0003:000004DF:00000030
-hidraw hidraw5 0003:000004DF:00000038
-expect "all four pads" "/dev/hidraw2 /dev/hidraw3 /dev/hidraw4 /dev/hidraw5 " \
-  "$(attached_pads "$scratch/hidraw")"
-
-expect "no device on macOS" "" "$(pads_in_ioreg </dev/null)"
-expect "two of three devices on macOS are pads" "18 56 " "$(pads_in_ioreg <<'END'
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "ProductID" = 18
-      "VendorID" = 1247
-    }
-
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "VendorID" = 4660
-      "ProductID" = 48
-    }
-
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "VendorID" = 1247
-      "ProductID" = 56
-    }
-END
-)"
 
 # refused NAME VERSION: the message on that release.
 refused() {
