@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "virtualpads/VisionPad.h"
@@ -35,7 +36,7 @@ TEST_F(WatchedPadTest, IsThePadBehind) {
   EXPECT_EQ(pad.identity().name, "Vela Vision");
   EXPECT_EQ(pad.widthInches(), 4.5);
   EXPECT_EQ(pad.heightInches(), 2.8);
-  EXPECT_EQ(pad.reportDescriptor().data(), model->reportDescriptor().data());
+  EXPECT_TRUE(std::ranges::equal(pad.reportDescriptor(), model->reportDescriptor()));
   EXPECT_THAT(events, IsEmpty());
 }
 
