@@ -13,9 +13,6 @@ extern "C" int callAllFromC(void);
 
 namespace {
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
-
 // A facade whose operations only log their arguments and return a distinct value each.
 class RecordingFacade : public gIIVela {
  public:
@@ -139,29 +136,6 @@ TEST_F(ForwardingTest, DeleteRunsTheVirtualDestructor) {
 TEST_F(ForwardingTest, DeletingNullDoesNothing) {
   deletegIIVela(nullptr);
   EXPECT_TRUE(RecordingFacade::log.empty());
-}
-
-class FacadeTest : public testing::Test {
- protected:
-  ~FacadeTest() override { deletegIIVela(vela); }
-
-  void* vela = newgIIVela();
-};
-
-TEST_F(FacadeTest, NewFacadeHasItsProviders) {
-  EXPECT_EQ(GetNumProviders(vela), 4);
-  EXPECT_STREQ(GetProviderClassID(vela, 3), "3F2DE94B14D448719DFE5359EF03652A");
-  EXPECT_STREQ(GetProviderDescription(vela, 0), "Vela USB");
-  EXPECT_EQ(GetProviderClassID(vela, 4), nullptr);
-  EXPECT_EQ(GetProviderClassID(vela, -1), nullptr);
-}
-
-TEST_F(FacadeTest, ConnectionDoesNotOpenBeforeAHandlerIsRegistered) {
-  ASSERT_TRUE(OpenProvider(vela, GetProviderClassID(vela, 2)));
-  CaptureStdout();
-  EXPECT_FALSE(OpenConnection(vela));
-  EXPECT_EQ(GetCapturedStdout(), "no call back function!!!\n");
-  CloseProvider(vela);
 }
 
 TEST(VelaWrapInCTest, EveryFunctionCanBeCalledFromC) {

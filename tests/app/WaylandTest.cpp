@@ -108,14 +108,6 @@ class WaylandTest : public testing::TestWithParam<Scale> {
     return environment;
   }
 
-  // The line from a quarter to three quarters of the USB pad's width, in the middle of its height.
-  void writeLine(const std::string& port) {
-    desk.order("pen " + port + " 0.25 0.5 1");
-    desk.order("pen " + port + " 0.75 0.5 1");
-    desk.order("pen " + port + " 0.75 0.5 0");
-    ASSERT_EQ(desk.order("wait-points 3"), "done");
-  }
-
   // Waits until the screen shows ink (or none) and returns its rectangle.
   testing::AssertionResult waitForInk(bool wanted) {
     for (int i = 0; i < 300; ++i) {
@@ -155,16 +147,13 @@ class WaylandTest : public testing::TestWithParam<Scale> {
 };
 
 TEST_P(WaylandTest, PersonSignsClearsSignsAgainResetsAndQuits) {
-  const std::string port = desk.order("plug 0");
-  desk.order("click m_OpenButton");
-  ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
-  writeLine(port);
+  const std::string port = desk.connectPad();
   ASSERT_TRUE(waitForInk(true));
   expectLine();
 
   desk.order("click m_ClearButton");
   ASSERT_TRUE(waitForInk(false));
-  writeLine(port);
+  desk.writeLine(port);
   ASSERT_TRUE(waitForInk(true));
   expectLine();
 
@@ -173,11 +162,7 @@ TEST_P(WaylandTest, PersonSignsClearsSignsAgainResetsAndQuits) {
   ASSERT_TRUE(waitForInk(false));
 
   desk.order("quit");
-  const auto end = desk.end();
-  EXPECT_FALSE(end.crashed);
-  EXPECT_EQ(end.status, 0);
-  EXPECT_EQ(end.printed, "");
-  EXPECT_EQ(end.lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
+  desk.expectQuietEnd("opened 1, closed 1, open 0, providers 0");
 }
 
 INSTANTIATE_TEST_SUITE_P(Scales, WaylandTest,

@@ -1,20 +1,10 @@
 #!/usr/bin/env bash
 # Tests the decisions of scripts/setup.sh about releases and missing packages. Installs nothing: the package
 # managers are stand-ins.
-set -u
 cd "$(dirname "$0")/../.." || exit
+. tests/testing.sh
 command_name=name
 . scripts/setup.sh
-
-failures=0
-expect() { # WHAT EXPECTED ACTUAL
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
-}
-
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
 
 expect "nothing is missing" "" "$(without "a b" "b
 a c")"
@@ -22,8 +12,8 @@ expect "a part of a name is not the name" "libb " "$(without "a libb" "a libb-de
 
 # refused NAME VERSION: the message on that release.
 refused() {
-  printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$scratch/os-release"
-  (refuse_old_release "$scratch/os-release" && echo goes on) 2>&1
+  printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$work/os-release"
+  (refuse_old_release "$work/os-release" && echo goes on) 2>&1
 }
 needed="name: this needs Debian 12 or Ubuntu 24.04, or a later release; here is"
 expect "Debian 11" "$needed debian 11" "$(refused debian 11)"
@@ -36,7 +26,7 @@ expect "Ubuntu 23.10" "$needed ubuntu 23.10" "$(refused ubuntu 23.10)"
 expect "Ubuntu 24.04" "goes on" "$(refused ubuntu 24.04)"
 expect "another system" "goes on" "$(refused other 1)"
 expect "a system that does not name itself" "goes on" \
-  "$( (refuse_old_release "$scratch/none" && echo goes on) 2>&1)"
+  "$( (refuse_old_release "$work/none" && echo goes on) 2>&1)"
 
 # apt on a machine where only one package is missing, as root and as a user without sudo.
 dpkg-query() { printf 'installed alpha\nconfig-files beta\ninstalled gamma\n'; }
@@ -59,4 +49,4 @@ user_id=0
 expect "no network" "name: installing: beta 
 name: apt-get update failed; still missing: beta " "$(install_with_apt "alpha beta" 2>&1)"
 
-[ $failures = 0 ]
+finish

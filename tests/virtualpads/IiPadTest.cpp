@@ -3,28 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "DeclaredReports.h"
-
 namespace virtualpads {
 namespace {
 
 using testing::ElementsAre;
 using testing::Optional;
-
-TEST(IiPad, ReportsItsIdentityAndSize) {
-  const IiPad pad;
-  EXPECT_EQ(pad.identity().vendor, 1247);
-  EXPECT_EQ(pad.identity().product, 31);
-  EXPECT_EQ(pad.identity().name, "Vela II");
-  EXPECT_EQ(pad.widthInches(), 3.685);
-  EXPECT_EQ(pad.heightInches(), 2.23);
-}
-
-TEST(IiPad, DeclaresItsReports) {
-  EXPECT_THAT(declaredReports(IiPad().reportDescriptor()),
-              ElementsAre(::DeclaredReport{'f', 2, 17}, ::DeclaredReport{'f', 10, 55},
-                          ::DeclaredReport{'i', 1, 11}));
-}
 
 TEST(IiPad, EncodesPositionPressureAndClock) {
   IiPad pad;

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-#include "DeclaredReports.h"
-
 namespace virtualpads {
 namespace {
 
@@ -38,22 +36,6 @@ Bytes pictureBand(std::uint8_t layer, std::uint8_t firstRow, std::uint8_t fillin
   report[1] = layer;
   report[3] = firstRow;
   return report;
-}
-
-TEST(InkPad, ReportsItsIdentityAndSize) {
-  const InkPad pad;
-  EXPECT_EQ(pad.identity().vendor, 1247);
-  EXPECT_EQ(pad.identity().product, 48);
-  EXPECT_EQ(pad.identity().name, "Vela Ink");
-  EXPECT_EQ(pad.widthInches(), 3.11);
-  EXPECT_EQ(pad.heightInches(), 2.28);
-}
-
-TEST(InkPad, DeclaresItsReports) {
-  EXPECT_THAT(declaredReports(InkPad().reportDescriptor()),
-              ElementsAre(::DeclaredReport{'f', 3, 17}, ::DeclaredReport{'f', 6, 9},
-                          ::DeclaredReport{'f', 7, 2408}, ::DeclaredReport{'f', 9, 3},
-                          ::DeclaredReport{'i', 1, 8}));
 }
 
 TEST(InkPad, EncodesPositionAndPressureAndCountsItsReports) {

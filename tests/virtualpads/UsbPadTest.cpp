@@ -5,26 +5,10 @@
 
 #include <limits>
 
-#include "DeclaredReports.h"
-
 namespace virtualpads {
 namespace {
 
 using testing::ElementsAre;
-
-TEST(UsbPad, ReportsItsIdentityAndSize) {
-  const UsbPad pad;
-  EXPECT_EQ(pad.identity().vendor, 1247);
-  EXPECT_EQ(pad.identity().product, 18);
-  EXPECT_EQ(pad.identity().name, "Vela USB");
-  EXPECT_EQ(pad.widthInches(), 3.685);
-  EXPECT_EQ(pad.heightInches(), 2.23);
-}
-
-TEST(UsbPad, DeclaresOneInputReportWithoutANumber) {
-  EXPECT_THAT(declaredReports(UsbPad().reportDescriptor()),
-              ElementsAre(::DeclaredReport{'i', 0, 6}));
-}
 
 TEST(UsbPad, MapsTheSurfaceOntoItsRawCoordinates) {
   UsbPad pad;

@@ -3,35 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "DeclaredReports.h"
-
 namespace virtualpads {
 namespace {
 
-using testing::ElementsAre;
 using testing::Optional;
 
 // A report that starts with these bytes and is zero from there on.
 Bytes report(Bytes start, std::size_t length) {
   start.resize(length);
   return start;
-}
-
-TEST(VisionPad, ReportsItsIdentityAndSize) {
-  const VisionPad pad;
-  EXPECT_EQ(pad.identity().vendor, 1247);
-  EXPECT_EQ(pad.identity().product, 56);
-  EXPECT_EQ(pad.identity().name, "Vela Vision");
-  EXPECT_EQ(pad.widthInches(), 4.5);
-  EXPECT_EQ(pad.heightInches(), 2.8);
-}
-
-TEST(VisionPad, DeclaresItsReports) {
-  EXPECT_THAT(declaredReports(VisionPad().reportDescriptor()),
-              ElementsAre(::DeclaredReport{'f', 2, 34}, ::DeclaredReport{'f', 3, 17},
-                          ::DeclaredReport{'f', 4, 17}, ::DeclaredReport{'f', 12, 65},
-                          ::DeclaredReport{'f', 17, 34}, ::DeclaredReport{'f', 18, 17},
-                          ::DeclaredReport{'f', 26, 17}, ::DeclaredReport{'i', 1, 17}));
 }
 
 TEST(VisionPad, EncodesPositionPressureAndClock) {
