@@ -14,9 +14,8 @@
 #include <utility>
 
 #include "tools/CommandLine.h"
+#include "tools/PlugTrouble.h"
 #include "tools/Replay.h"
-#include "tools/UhidTrouble.h"
-#include "tools/VhciTrouble.h"
 #include "virtualpads/Recording.h"
 #include "virtualpads/kernel/UhidPad.h"
 #include "virtualpads/usb/VhciPad.h"

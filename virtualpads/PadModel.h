@@ -28,10 +28,10 @@ struct PenState {
 struct PadDescription {
   std::uint16_t vendor = 0x04DF;
   std::uint16_t product = 0;
-  std::string name;        // the product string
+  std::string name{};      // the product string
   double widthInches = 0;  // of the writing surface, for a window that shows it
   double heightInches = 0;
-  std::vector<PadReport> reports;  // in the order of the report descriptor, features by id
+  std::vector<PadReport> reports{};  // in the order of the report descriptor, features by id
 };
 
 // A pad in software. A model is not thread-safe: its user (a face, a window) serialises the calls.

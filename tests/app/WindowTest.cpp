@@ -4,14 +4,10 @@
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
-#include <QLabel>
 #include <QMenuBar>
 #include <QMouseEvent>
-#include <QPainter>
-#include <QRawFont>
 #include <QScrollBar>
 #include <QTest>
-#include <algorithm>
 
 #include "ControllerFixture.h"
 #include "PadArea.h"
@@ -276,51 +272,6 @@ TEST_F(WindowTest, WindowHasATitleAndAnIconInEverySize) {
     EXPECT_EQ(icon.size(), QSize(size, size));
     EXPECT_EQ(icon.pixelColor(size / 2, size / 2).alpha(), 255);
     EXPECT_EQ(icon.pixelColor(0, 0).alpha(), 0);
-  }
-}
-
-// Each text in the window, without mnemonic marks, and the widget that shows it.
-std::vector<std::pair<const QWidget*, QString>> texts(const QWidget& window) {
-  std::vector<std::pair<const QWidget*, QString>> found;
-  const auto add = [&](const QWidget* widget, QString text) {
-    found.emplace_back(widget, text.remove('&'));
-  };
-  for (const auto* label : window.findChildren<QLabel*>()) add(label, label->text());
-  for (const auto* button : window.findChildren<QPushButton*>()) add(button, button->text());
-  for (const auto* list : window.findChildren<QComboBox*>())
-    for (int i = 0; i < list->count(); ++i) add(list, list->itemText(i));
-  for (const auto* bar : window.findChildren<QMenuBar*>()) {
-    for (const auto* menu : bar->actions()) {
-      add(bar, menu->text());
-      for (const auto* action : menu->menu()->actions()) add(menu->menu(), action->text());
-    }
-  }
-  return found;
-}
-
-QImage drawn(QChar character, const QFont& font) {
-  QImage picture(40, 40, QImage::Format_RGB32);
-  picture.fill(Qt::white);
-  QPainter painter(&picture);
-  painter.setFont(font);
-  painter.drawText(10, 30, character);
-  return picture;
-}
-
-// Without a font, Qt draws boxes or nothing.
-TEST_F(WindowTest, TextsAreLegible) {
-  const auto found = texts(*window);
-  EXPECT_EQ(found.size(), 10);  // a label, three buttons, four providers, a menu and its item
-  for (const auto& [widget, text] : found) {
-    const QRawFont font = QRawFont::fromFont(widget->font());
-    std::vector<QImage> seen{drawn(' ', widget->font())};
-    for (const QChar character : text)
-      EXPECT_TRUE(font.supportsCharacter(character)) << text.toStdString();
-    for (const QChar character : QString("aeginpt")) {
-      const QImage picture = drawn(character, widget->font());
-      EXPECT_FALSE(std::ranges::count(seen, picture) > 0) << character.toLatin1();
-      seen.push_back(picture);
-    }
   }
 }
 

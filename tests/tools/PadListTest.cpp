@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(PadList, HasTheProvidersInTheirOrder) {
+TEST(PadListTest, HasTheProvidersInTheirOrder) {
   gIIVela vela;
   ASSERT_EQ(std::ssize(kPadList), vela.GetNumProviders());
   for (short row = 0; row < vela.GetNumProviders(); ++row) {
@@ -19,7 +19,7 @@ TEST(PadList, HasTheProvidersInTheirOrder) {
   }
 }
 
-TEST(PadList, HasTheModelsInTheirOrder) {
+TEST(PadListTest, HasTheModelsInTheirOrder) {
   for (std::size_t row = 0; row < std::size(kPadList); ++row) {
     const auto pad = virtualpads::makePad(virtualpads::PadKind(row));
     EXPECT_EQ(kPadList[row].product, pad->identity().product);

@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(
                                0x85, 18, 0x09, 0x08, 0x96, 16, 0, 0xB1, 0x02,  //
                                0x85, 26, 0x09, 0x09, 0x96, 16, 0, 0xB1, 0x02}}));
 
-TEST(MakePad, MakesANewPadEachTime) {
+TEST(MakePadTest, MakesANewPadEachTime) {
   const auto one = makePad(PadKind::Vision);
   const auto other = makePad(PadKind::Vision);
   Bytes setMode(17);
@@ -83,8 +83,8 @@ TEST(MakePad, MakesANewPadEachTime) {
   EXPECT_EQ((*other->getFeature(4))[1], 0);
 }
 
-TEST(MakePad, ThrowsForAKindThatIsNone) {
-  EXPECT_THROW(makePad(static_cast<PadKind>(4)), std::invalid_argument);
+TEST(MakePadTest, ThrowsForAKindThatIsNone) {
+  EXPECT_THROW(makePad(static_cast<PadKind>(-1)), std::invalid_argument);
 }
 
 }  // namespace
