@@ -1,13 +1,15 @@
-// Turns the application into its demonstration: once its window is on the screen, plugs the four
+// Turns the application into its demonstration: once its window is on the screen, plugs the
 // virtual pads and operates the window. The application itself is not changed.
 #include <QApplication>
 #include <QEvent>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <optional>
 
 #include "ApplicationWindow.h"
 #include "PadBeside.h"
+#include "PadList.h"
 #include "SigningPen.h"
 #include "UnattendedRun.h"
 #include "virtualpads/PadModel.h"
@@ -40,8 +42,8 @@ class Demonstration : public QObject {
   void begin(DrawView& view) {
     m_window.emplace(view);
     std::vector<DemonstrationPad> pads;
-    for (auto kind : {PadKind::Usb, PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
-      auto pad = std::make_shared<WatchedPad>(virtualpads::makePad(kind));
+    for (std::size_t row = 0; row < std::size(kPadList); ++row) {
+      auto pad = std::make_shared<WatchedPad>(virtualpads::makePad(PadKind(row)));
       pads.push_back({VirtualBus::instance().plug(pad), pad});
     }
     const QStringList arguments = QCoreApplication::arguments();

@@ -128,34 +128,3 @@ build() {
   say "building in build/$preset"
   cmake --build --preset "$preset" ${1:+--target "$@"} || stop "building failed"
 }
-
-# Prints the product ids of the pads in packaging/pads.list: four upper-case hexadecimal digits each.
-pad_products() { sed -n 's/^\([0-9A-F]\{4\}\) .*/\1/p' packaging/pads.list; }
-
-# attached_pads DIRECTORY: prints the hidraw nodes of the pads found in a tree like /sys/class/hidraw.
-attached_pads() {
-  local node products
-  products=$(pad_products | paste -s -d '|' -)
-  for node in "$1"/*/device/uevent; do
-    if grep -qsE "^HID_ID=[0-9A-F]{4}:000004DF:0000($products)\$" "$node"; then
-      node=${node%/device/uevent}
-      printf '%s ' "/dev/${node##*/}"
-    fi
-  done
-}
-
-# pads_in_ioreg: reads the output of "ioreg -r -c IOHIDDevice -d 1 -w 0" and prints the product ids of the pads,
-# in decimal as in that output.
-pads_in_ioreg() {
-  local products
-  products=$(for product in $(pad_products); do printf ' %d ' "0x$product"; done)
-  awk -v products="$products" '
-    function device() {
-      if (vendor == 1247 && index(products, " " product " ")) printf "%d ", product
-      vendor = product = 0
-    }
-    /\+-o / { device() }
-    /"VendorID" = / { vendor = $NF }
-    /"ProductID" = / { product = $NF }
-    END { device() }'
-}

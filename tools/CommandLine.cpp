@@ -1,23 +1,21 @@
 #include "tools/CommandLine.h"
 
-#include <array>
+#include <algorithm>
 #include <cstddef>
+#include <cstdio>
+#include <iterator>
 #include <string_view>
-#include <utility>
+
+#include "PadList.h"
 
 namespace virtualpads {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, PadKind>, 4> kPads{{{"usb", PadKind::Usb},
-                                                                     {"ii", PadKind::Ii},
-                                                                     {"ink", PadKind::Ink},
-                                                                     {"vision", PadKind::Vision}}};
-
-std::optional<PadKind> padNamed(std::string_view name) {
-  for (const auto& [known, kind] : kPads)
-    if (known == name) return kind;
-  return std::nullopt;
+std::optional<PadKind> padNamed(std::string_view word) {
+  const auto* const found = std::ranges::find(kPadList, word, &ListedPad::word);
+  if (found == std::end(kPadList)) return std::nullopt;
+  return static_cast<PadKind>(found - std::begin(kPadList));
 }
 
 }  // namespace
@@ -57,38 +55,45 @@ CommandLine parseCommandLine(std::span<const char* const> arguments) {
   return line;
 }
 
-const char* const kUsage =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n";
+std::string usageText() {
+  std::string words;
+  for (const ListedPad& pad : kPadList) words.append(words.empty() ? "" : "|").append(pad.word);
+  return "usage: vela-virtual-pad " + words + " [--usb] [--replay FILE | --record FILE]\n";
+}
 
-const char* const kHelp =
-    "usage: vela-virtual-pad usb|ii|ink|vision [--usb] [--replay FILE | --record FILE]\n"
-    "\n"
-    "Plugs a virtual pad into this computer. Until vela-virtual-pad ends, every\n"
-    "program finds it like a real pad.\n"
-    "\n"
-    "  usb     the USB pad, 04df:0012\n"
-    "  ii      the pad II, 04df:001f\n"
-    "  ink     the ink pad, 04df:0030\n"
-    "  vision  the vision pad, 04df:0038\n"
-    "\n"
-    "A window shows the pad and what a program displays on it. Write in the window\n"
-    "with the mouse or a tablet. Closing the window unplugs the pad.\n"
-    "\n"
-    "  --usb          plug in a USB device, not only a HID device: lsusb lists it, and\n"
-    "                 the kernel's USB driver reads it; requires root\n"
-    "  --record FILE  also write the reports that the pad sends to FILE\n"
-    "  --replay FILE  show no window; wait until a program has opened the pad, send\n"
-    "                 the reports of the recording at their original pace, and unplug\n"
-    "                 the pad when the program has closed it\n"
-    "  -h, --help     print this help\n"
-    "  --version      print the version\n"
-    "\n"
-    "Exit status: 0 on success; 1 if there is no display for the window, the pad could\n"
-    "not be plugged in, a file could not be read or written, or reports of the\n"
-    "recording were lost; 2 if the arguments are invalid.\n"
-    "\n"
-    "The pad is created through /dev/uhid (Linux only). This requires the kernel's\n"
-    "uhid module, and permission to read and write that file. With --usb it is created\n"
-    "through the kernel's virtual USB host controller, in the module vhci-hcd.\n";
+std::string helpText() {
+  std::string pads;
+  for (const ListedPad& pad : kPadList) {
+    char line[80];
+    std::snprintf(line, sizeof line, "  %-6s  %s, 04df:%04x\n", pad.word, pad.name, pad.product);
+    pads += line;
+  }
+  return usageText() +
+         "\n"
+         "Plugs a virtual pad into this computer. Until vela-virtual-pad ends, every\n"
+         "program finds it like a real pad.\n"
+         "\n" +
+         pads +
+         "\n"
+         "A window shows the pad and what a program displays on it. Write in the window\n"
+         "with the mouse or a tablet. Closing the window unplugs the pad.\n"
+         "\n"
+         "  --usb          plug in a USB device, not only a HID device: lsusb lists it, and\n"
+         "                 the kernel's USB driver reads it; requires root\n"
+         "  --record FILE  also write the reports that the pad sends to FILE\n"
+         "  --replay FILE  show no window; wait until a program has opened the pad, send\n"
+         "                 the reports of the recording at their original pace, and unplug\n"
+         "                 the pad when the program has closed it\n"
+         "  -h, --help     print this help\n"
+         "  --version      print the version\n"
+         "\n"
+         "Exit status: 0 on success; 1 if there is no display for the window, the pad could\n"
+         "not be plugged in, a file could not be read or written, or reports of the\n"
+         "recording were lost; 2 if the arguments are invalid.\n"
+         "\n"
+         "The pad is created through /dev/uhid (Linux only). This requires the kernel's\n"
+         "uhid module, and permission to read and write that file. With --usb it is created\n"
+         "through the kernel's virtual USB host controller, in the module vhci-hcd.\n";
+}
 
 }  // namespace virtualpads

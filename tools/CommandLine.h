@@ -30,8 +30,8 @@ class UsageError : public std::runtime_error {
 // `arguments` without the program's name. Throws UsageError.
 CommandLine parseCommandLine(std::span<const char* const> arguments);
 
-extern const char* const kUsage;  // one line
-extern const char* const kHelp;
+std::string usageText();  // one line
+std::string helpText();
 
 }  // namespace virtualpads
 

@@ -5,23 +5,34 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
-#include <string_view>
+#include <iterator>
+
+#include "PadList.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// The HID devices of the pads as sysfs names them, by provider. An instance number follows.
-constexpr std::array<std::string_view, 4> kDevices{"0003:04DF:0012.", "0003:04DF:001F.",
-                                                   "0003:04DF:0030.", "0003:04DF:0038."};
-
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
 
 constexpr const char* kRuleFile = "udev/rules.d/70-vela-pads.rules";
-constexpr const char* kRule =
-    R"(SUBSYSTEM=="hidraw", KERNELS=="0003:04DF:0012.*|0003:04DF:001F.*|0003:04DF:0030.*|)"
-    R"(0003:04DF:0038.*", TAG+="uaccess")";
+
+// How sysfs names the HID devices of a pad; an instance number follows.
+std::string deviceName(const ListedPad& pad) {
+  char name[16];
+  std::snprintf(name, sizeof name, "0003:04DF:%04X.", pad.product);
+  return name;
+}
+
+// The installed rule in one line.
+std::string rule() {
+  std::string devices;
+  for (const ListedPad& pad : kPadList)
+    devices += (devices.empty() ? "" : "|") + deviceName(pad) + "*";
+  return R"(SUBSYSTEM=="hidraw", KERNELS==")" + devices + R"(", TAG+="uaccess")";
+}
 
 bool ruleIsInstalled() {
   const auto exists = [](const char* folder) { return fs::exists(fs::path(folder) / kRuleFile); };
@@ -35,7 +46,7 @@ std::string Pads::refusal() const {
   for (const std::string& node : refused) nodesRefused += " " + node;
   std::string line = name + ": no permission to open" + nodesRefused + "; to get it, run: ";
   if (!ruleIsInstalled()) {
-    line += "echo '" + std::string(kRule) + "' | sudo tee /etc/" + kRuleFile +
+    line += "echo '" + rule() + "' | sudo tee /etc/" + kRuleFile +
             " && sudo udevadm control --reload && ";
   }
   return line + "sudo udevadm trigger" + nodesRefused;
@@ -57,11 +68,10 @@ std::string absence(const std::string& name) {
 }
 
 std::optional<short> providerOf(const std::string& device) {
-  const auto found = std::find_if(kDevices.begin(), kDevices.end(), [&](std::string_view known) {
-    return device.starts_with(known);
-  });
-  if (found == kDevices.end()) return std::nullopt;
-  return static_cast<short>(found - kDevices.begin());
+  const auto* const found = std::ranges::find_if(
+      kPadList, [&](const ListedPad& pad) { return device.starts_with(deviceName(pad)); });
+  if (found == std::end(kPadList)) return std::nullopt;
+  return static_cast<short>(found - std::begin(kPadList));
 }
 
 std::vector<std::string> nodesOf(short provider) {

@@ -27,18 +27,19 @@ std::vector<std::vector<Sample>> strokesOf(const Signature& signature) {
 }
 
 bool writeSvg(const Signature& signature, std::FILE* file) {
-  const Axis& x = signature.x;
-  const Axis& y = signature.y;
+  const auto x = [&signature](const Sample& sample) { return signature.x.points(sample.x); };
+  const auto y = [&signature](const Sample& sample) { return signature.y.points(sample.y); };
+  const double width = signature.x.points();
+  const double height = signature.y.points();
   std::fprintf(file,
                "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.2fpt\" height=\"%.2fpt\" "
                "viewBox=\"0 0 %.2f %.2f\">\n<path fill=\"none\" stroke=\"#00f\" "
                "stroke-width=\"%g\" stroke-linecap=\"round\" stroke-linejoin=\"round\" d=\"",
-               x.points(), y.points(), x.points(), y.points(), kLineWidth);
+               width, height, width, height, kLineWidth);
   for (const auto& stroke : strokesOf(signature)) {
     // The path starts with a line of zero length, which shows as a dot.
-    std::fprintf(file, "M%.2f %.2f", x.points(stroke.front().x), y.points(stroke.front().y));
-    for (const Sample& sample : stroke)
-      std::fprintf(file, "L%.2f %.2f\n", x.points(sample.x), y.points(sample.y));
+    std::fprintf(file, "M%.2f %.2f", x(stroke.front()), y(stroke.front()));
+    for (const Sample& sample : stroke) std::fprintf(file, "L%.2f %.2f\n", x(sample), y(sample));
   }
   std::fputs("\"/>\n</svg>\n", file);
   return std::ferror(file) == 0;

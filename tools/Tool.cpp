@@ -2,6 +2,18 @@
 
 #include <cstdio>
 
+#include "PadList.h"
+
+namespace {
+
+std::string padNames() {
+  std::string names;
+  for (const ListedPad& pad : kPadList) names.append(names.empty() ? "" : ", ").append(pad.name);
+  return names;
+}
+
+}  // namespace
+
 std::optional<int> Tool::parse(int argc, char** argv, std::vector<option> own,
                                std::string& pad) const {
   argv[0] = const_cast<char*>(name);  // getopt_long begins its messages with it
@@ -18,7 +30,9 @@ std::optional<int> Tool::parse(int argc, char** argv, std::vector<option> own,
         if (pad.empty()) return failUsage("the name of the pad is empty");
         break;
       case 'h':
-        std::printf("%s\n%s", usage, options);
+        std::printf("%s\n%s  --pad NAME  %s:\n              %s\n", usage, options, padOption,
+                    padNames().c_str());
+        std::printf("  -h, --help  print this help\n  --version   print the version\n%s", rest);
         return 0;
       case 'v':
         std::printf("%s " VELA_VERSION "\n", name);

@@ -12,8 +12,12 @@ struct Tool {
   static constexpr int kUsageError = 2;
 
   const char* name;
-  const char* usage;    // one line
-  const char* options;  // the rest of the help text
+  const char* usage;  // one line
+  // The help text says what the tool does and lists the tool's own options, then --pad, for which
+  // pads it is, and the other common options, then the rest.
+  const char* options;
+  const char* padOption;
+  const char* rest;
 
   // Parses these options, which set their flags, and those that all tools have: --pad, whose value
   // is stored in `pad`, --help and --version. Returns the exit status if the program is to end, and

@@ -14,9 +14,8 @@
 #include <utility>
 
 #include "tools/CommandLine.h"
+#include "tools/PlugTrouble.h"
 #include "tools/Replay.h"
-#include "tools/UhidTrouble.h"
-#include "tools/VhciTrouble.h"
 #include "virtualpads/Recording.h"
 #include "virtualpads/kernel/UhidPad.h"
 #include "virtualpads/usb/VhciPad.h"
@@ -146,11 +145,11 @@ int run(int argc, char** argv) {
     line = parseCommandLine({argv + 1, static_cast<std::size_t>(argc - 1)});
   } catch (const UsageError& error) {
     fail(error.what());
-    std::fputs(kUsage, stderr);
+    std::fputs(usageText().c_str(), stderr);
     return kUsageError;
   }
   if (line.help) {
-    std::fputs(kHelp, stdout);
+    std::fputs(helpText().c_str(), stdout);
     return 0;
   }
   if (line.version) {

@@ -29,13 +29,9 @@ constexpr Tool kTool{
         "  .png        the same drawing as pixels, 300 per inch, on white\n"
         "  .inkml      the strokes with pressure and time, as digital ink (W3C)\n"
         "  .csv        a table of all samples\n"
-        "\n"
-        "  --pad NAME  the pad to sign on, if several are attached:\n"
-        "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
-        "  -h, --help  print this help\n"
-        "  --version   print the version\n"
-        "\n"
-        "Ctrl+C ends the program without writing a file.\n"};
+        "\n",
+    .padOption = "the pad to sign on, if several are attached",
+    .rest = "\nCtrl+C ends the program without writing a file.\n"};
 
 // Filled on the SDK's thread, read after the connection has been closed.
 Signature signature;

@@ -27,11 +27,9 @@ constexpr Tool kTool{
         "\n"
         "  --watch     print a line whenever a pad is attached or detached, until Ctrl+C\n"
         "  --samples   print the samples of the first pad, until Ctrl+C\n"
-        "  --json      print JSON\n"
-        "  --pad NAME  use only the pads of that name:\n"
-        "              Vela USB, Vela II, Vela Ink, Vela Vision\n"
-        "  -h, --help  print this help\n"
-        "  --version   print the version\n"};
+        "  --json      print JSON\n",
+    .padOption = "use only the pads of that name",
+    .rest = ""};
 
 constexpr short kVision = 3;
 

@@ -39,15 +39,10 @@ class IiPad : public PadModel {
 
   IiPad();
 
-  Identity identity() const override;
-  double widthInches() const override;
-  double heightInches() const override;
-  std::span<const std::uint8_t> reportDescriptor() const override;
   Bytes inputReport(const PenState& pen) override;
   // The pen state of such a report, which has all its bytes.
   static PenState penOf(const Bytes& report);
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
-  bool setFeature(std::span<const std::uint8_t> report) override;
 
   const PadInformation& padInformation() const { return m_padInformation; }
   void setPadInformation(const PadInformation& information) { m_padInformation = information; }
@@ -58,7 +53,6 @@ class IiPad : public PadModel {
 
  private:
   Bytes padInformationReport() const;
-  Bytes serialNumberReport() const;
 
   PadInformation m_padInformation;
   SerialNumber m_serialNumber;

@@ -5,39 +5,29 @@
 #include <cstdlib>
 #include <functional>
 
-#include "virtualpads/ReportDescriptor.h"
 #include "virtualpads/Wire.h"
 
 namespace virtualpads {
 
 namespace {
 
-constexpr double kWidthInches = 3.11;
-constexpr double kHeightInches = 2.28;
-
 constexpr std::uint16_t kMaxCoordinate = 32767;
 constexpr std::uint8_t kMaxPressure = 255;
 
-// Input report, little-endian.
+using enum PadReport::Way;
+
+// The pen, then a sequence number.
+constexpr PadReport kInput{Input, 1, 8, "Pen"};
 namespace input {
-constexpr std::uint8_t kId = 1;
-constexpr std::size_t kPenState = 1;
-constexpr std::size_t kX = 2;
-constexpr std::size_t kY = 4;
-constexpr std::size_t kPressure = 6;
+constexpr std::size_t kPen = 1;
 constexpr std::size_t kSequence = 7;
-constexpr std::size_t kLength = 8;
 
 constexpr std::uint8_t kTouch = 0x01;
 constexpr std::uint8_t kInRange = 0x20;
 }  // namespace input
 
-// Feature report: the option block. Get and set.
-namespace optionsReport {
-constexpr std::uint8_t kId = 3;
-constexpr std::size_t kBlock = 1;
-constexpr std::size_t kLength = 17;
-}  // namespace optionsReport
+constexpr PadReport kOptions{GetAndSet, 3, 17, "Options"};
+constexpr std::size_t kOptionBlock = 1;
 
 // The option block, little-endian. Bits without a name here have a meaning of the pad's own.
 namespace option {
@@ -55,31 +45,23 @@ constexpr int kTwoBits = 0x03;
 constexpr int kBacklightSwitch = 0x04;
 }  // namespace option
 
-// Feature report: the serial number. Get only.
-namespace serial {
-constexpr std::uint8_t kId = 6;
-constexpr std::size_t kNumber = 1;
-constexpr std::size_t kLength = 9;
-}  // namespace serial
+constexpr PadReport kSerial{Get, 6, 9, "Serial number"};
+constexpr std::size_t kSerialNumber = 1;
 
-// Feature report: sixty rows of a layer's picture. Set only.
+// Sixty rows of a layer's picture.
+constexpr PadReport kPictureBand{Set, 7, 2408, "Picture band"};
 namespace pictureBand {
-constexpr std::uint8_t kId = 7;
 constexpr std::size_t kLayer = 1;
 constexpr std::size_t kFirstRow = 3;
 constexpr std::size_t kRows = 8;
-constexpr std::size_t kLength = 2408;
 
 constexpr int kRowCount = 60;
-static_assert(kRows + kRowCount * InkPad::kLcdRowBytes == kLength);
+static_assert(kRows + kRowCount * InkPad::kLcdRowBytes == kPictureBand.length);
 }  // namespace pictureBand
 
-// Feature report: clear the ink, little-endian. Set only.
-namespace clearReport {
-constexpr std::uint8_t kId = 9;
-constexpr std::size_t kValue = 1;
-constexpr std::size_t kLength = 3;
-}  // namespace clearReport
+// Clears the ink.
+constexpr PadReport kClear{Set, 9, 3, "Clear"};
+constexpr std::size_t kClearValue = 1;  // 16 bits, little-endian
 
 // Ink trace off (300), inking region the whole LCD, backlight on in mode 0 (500), all layers
 // hidden.
@@ -98,95 +80,57 @@ std::uint8_t bitOfPixel(int x) {
 
 }  // namespace
 
-InkPad::InkPad() : m_options(kFactoryOptions), m_serialNumber(kFactorySerial) {}
-
-PadModel::Identity InkPad::identity() const {
-  return {0x04DF, 0x30, "Vela Ink"};
-}
-
-double InkPad::widthInches() const {
-  return kWidthInches;
-}
-
-double InkPad::heightInches() const {
-  return kHeightInches;
-}
-
-std::span<const std::uint8_t> InkPad::reportDescriptor() const {
-  using enum DeclaredReport::Kind;
-  static const Bytes descriptor =
-      virtualpads::reportDescriptor({{Input, input::kId, input::kLength},
-                                     {Feature, optionsReport::kId, optionsReport::kLength},
-                                     {Feature, serial::kId, serial::kLength},
-                                     {Feature, pictureBand::kId, pictureBand::kLength},
-                                     {Feature, clearReport::kId, clearReport::kLength}});
-  return descriptor;
-}
+InkPad::InkPad()
+    : PadModel({.product = 0x30,
+                .name = "Vela Ink",
+                .widthInches = 3.11,
+                .heightInches = 2.28,
+                .reports = {kInput, kOptions, kSerial, kPictureBand, kClear}}),
+      m_options(kFactoryOptions),
+      m_serialNumber(kFactorySerial) {}
 
 Bytes InkPad::inputReport(const PenState& pen) {
   movePen(pen);
-  Bytes report(input::kLength);
-  report[0] = input::kId;
-  report[input::kPenState] = input::kInRange | (pen.touch ? input::kTouch : 0);
-  putLe16(report, input::kX, scaled(pen.x, 0, kMaxCoordinate));
-  putLe16(report, input::kY, scaled(pen.y, 0, kMaxCoordinate));
-  report[input::kPressure] = pressureByte(pen, kMaxPressure);
+  Bytes report = kInput.blank();
+  putPen(report, input::kPen, input::kInRange | (pen.touch ? input::kTouch : 0),
+         scaled(pen.x, 0, kMaxCoordinate), scaled(pen.y, 0, kMaxCoordinate),
+         pressureByte(pen, kMaxPressure));
   report[input::kSequence] = m_sequence++;
   return report;
 }
 
 std::optional<Bytes> InkPad::getFeature(std::uint8_t reportId) {
   switch (reportId) {
-    case optionsReport::kId: {
-      Bytes report(optionsReport::kLength);
-      report[0] = optionsReport::kId;
-      std::ranges::copy(m_options, report.begin() + optionsReport::kBlock);
-      return report;
-    }
-    case serial::kId: {
-      Bytes report(serial::kLength);
-      report[0] = serial::kId;
-      std::ranges::copy(m_serialNumber, report.begin() + serial::kNumber);
-      return report;
-    }
+    case kOptions.id:
+      return kOptions.with(kOptionBlock, m_options);
+    case kSerial.id:
+      return kSerial.with(kSerialNumber, m_serialNumber);
     default:
       return std::nullopt;
   }
 }
 
 bool InkPad::setFeature(std::span<const std::uint8_t> report) {
-  switch (report.empty() ? 0 : report[0]) {
-    case optionsReport::kId:
-      return setOptions(report);
-    case pictureBand::kId:
-      return setPictureBand(report);
-    case clearReport::kId:
-      return clear(report);
-    default:
-      return false;
+  if (kOptions.matches(report)) {
+    std::ranges::copy(report.subspan(kOptionBlock), m_options.begin());
+    return true;
   }
-}
-
-bool InkPad::setOptions(std::span<const std::uint8_t> report) {
-  if (report.size() != optionsReport::kLength) return false;
-  std::ranges::copy(report.subspan(optionsReport::kBlock), m_options.begin());
-  return true;
+  if (kPictureBand.matches(report)) return setPictureBand(report);
+  if (kClear.matches(report)) {
+    m_clears.push_back(le16(report, kClearValue));
+    m_ink = {};
+    return true;
+  }
+  return false;
 }
 
 bool InkPad::setPictureBand(std::span<const std::uint8_t> report) {
-  if (report.size() != pictureBand::kLength || report[pictureBand::kLayer] >= kLayers ||
+  if (report[pictureBand::kLayer] >= kLayers ||
       report[pictureBand::kFirstRow] > kLcdHeight - pictureBand::kRowCount)
     return false;
   std::ranges::copy(report.subspan(pictureBand::kRows),
                     m_layers[report[pictureBand::kLayer]].begin() +
                         report[pictureBand::kFirstRow] * kLcdRowBytes);
-  return true;
-}
-
-bool InkPad::clear(std::span<const std::uint8_t> report) {
-  if (report.size() != clearReport::kLength) return false;
-  m_clears.push_back(le16(report, clearReport::kValue));
-  m_ink = {};
   return true;
 }
 

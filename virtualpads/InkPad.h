@@ -48,10 +48,6 @@ class InkPad : public PadModel {
 
   InkPad();
 
-  Identity identity() const override;
-  double widthInches() const override;
-  double heightInches() const override;
-  std::span<const std::uint8_t> reportDescriptor() const override;
   // Also draws the pad's own ink.
   Bytes inputReport(const PenState& pen) override;
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
@@ -83,9 +79,7 @@ class InkPad : public PadModel {
     int y;
   };
 
-  bool setOptions(std::span<const std::uint8_t> report);
   bool setPictureBand(std::span<const std::uint8_t> report);
-  bool clear(std::span<const std::uint8_t> report);
   void movePen(const PenState& pen);
   void drawInkLine(Pixel from, Pixel to);
   void drawInkPixel(Pixel pixel);

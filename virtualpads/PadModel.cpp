@@ -1,6 +1,7 @@
 #include "virtualpads/PadModel.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "virtualpads/IiPad.h"
 #include "virtualpads/InkPad.h"
@@ -8,6 +9,22 @@
 #include "virtualpads/VisionPad.h"
 
 namespace virtualpads {
+
+PadModel::PadModel(PadDescription description)
+    : m_description(std::move(description)),
+      m_reportDescriptor(virtualpads::reportDescriptor(m_description.reports)) {}
+
+PadModel::Identity PadModel::identity() const {
+  return {m_description.vendor, m_description.product, m_description.name};
+}
+
+std::optional<Bytes> PadModel::getFeature(std::uint8_t) {
+  return std::nullopt;
+}
+
+bool PadModel::setFeature(std::span<const std::uint8_t>) {
+  return false;
+}
 
 std::shared_ptr<PadModel> makePad(PadKind kind) {
   switch (kind) {

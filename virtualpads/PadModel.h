@@ -1,5 +1,5 @@
-// What all virtual pads have in common: their identity on the bus, the format of their reports, and
-// their answers to feature reports. The faces (hidapi, the kernel, the USB) put any model behind
+// What all virtual pads have in common: their description, the format of their reports, and their
+// answers to feature reports. The faces (hidapi, the kernel, the USB) put any model behind
 // a real interface; they know nothing of a particular pad.
 #ifndef VIRTUALPADS_PADMODEL_H
 #define VIRTUALPADS_PADMODEL_H
@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace virtualpads {
+#include "virtualpads/PadReport.h"
 
-using Bytes = std::vector<std::uint8_t>;
+namespace virtualpads {
 
 // The pen over the writing surface at one moment.
 struct PenState {
@@ -24,25 +24,34 @@ struct PenState {
   std::uint32_t milliseconds = 0;  // the pad's own clock
 };
 
+// What a kind of pad is, apart from the state that one of them is in.
+struct PadDescription {
+  std::uint16_t vendor = 0x04DF;
+  std::uint16_t product = 0;
+  std::string name{};      // the product string
+  double widthInches = 0;  // of the writing surface, for a window that shows it
+  double heightInches = 0;
+  std::vector<PadReport> reports{};  // in the order of the report descriptor, features by id
+};
+
 // A pad in software. A model is not thread-safe: its user (a face, a window) serialises the calls.
 class PadModel {
  public:
   struct Identity {
     std::uint16_t vendor;
     std::uint16_t product;
-    std::string name;  // the product string
+    std::string name;
   };
 
   virtual ~PadModel() = default;
 
-  virtual Identity identity() const = 0;
+  const PadDescription& description() const { return m_description; }
 
-  // The width and the height of the writing surface in inches, for a window that shows it.
-  virtual double widthInches() const = 0;
-  virtual double heightInches() const = 0;
-
-  // The HID report descriptor: exactly the pad's reports, with their ids and lengths.
-  virtual std::span<const std::uint8_t> reportDescriptor() const = 0;
+  // What the description says.
+  virtual Identity identity() const;
+  virtual double widthInches() const { return m_description.widthInches; }
+  virtual double heightInches() const { return m_description.heightInches; }
+  virtual std::span<const std::uint8_t> reportDescriptor() const { return m_reportDescriptor; }
 
   // The input report for a pen state, as a read of the hidraw node delivers it (the report id first
   // where the pad numbers its reports). Advances any counter that the pad puts into its reports.
@@ -50,11 +59,19 @@ class PadModel {
 
   // The answer to a get-feature request, report id first; nothing when the pad has no such report
   // (the request stalls).
-  virtual std::optional<Bytes> getFeature(std::uint8_t reportId) = 0;
+  virtual std::optional<Bytes> getFeature(std::uint8_t reportId);
 
   // Takes a set-feature report, report id first. False when the pad refuses it (unknown id, wrong
   // length); its state is then unchanged.
-  virtual bool setFeature(std::span<const std::uint8_t> report) = 0;
+  virtual bool setFeature(std::span<const std::uint8_t> report);
+
+ protected:
+  PadModel() = default;
+  explicit PadModel(PadDescription description);
+
+ private:
+  PadDescription m_description;
+  Bytes m_reportDescriptor;
 };
 
 enum class PadKind { Usb, Ii, Ink, Vision };

@@ -9,13 +9,9 @@ namespace virtualpads {
 
 class UsbPad : public PadModel {
  public:
-  Identity identity() const override;
-  double widthInches() const override;
-  double heightInches() const override;
-  std::span<const std::uint8_t> reportDescriptor() const override;
+  UsbPad();
+
   Bytes inputReport(const PenState& pen) override;
-  std::optional<Bytes> getFeature(std::uint8_t reportId) override;
-  bool setFeature(std::span<const std::uint8_t> report) override;
 };
 
 }  // namespace virtualpads

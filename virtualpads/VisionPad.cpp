@@ -2,52 +2,34 @@
 
 #include <algorithm>
 
-#include "virtualpads/ReportDescriptor.h"
 #include "virtualpads/Wire.h"
 
 namespace virtualpads {
 
 namespace {
 
-constexpr double kWidthInches = 4.5;
-constexpr double kHeightInches = 2.8;
+using enum PadReport::Way;
 
-// Input report, big-endian. A lifted pen is reported by x, y and pressure all zero.
+// Big-endian. A lifted pen is reported by x, y and pressure all zero.
+constexpr PadReport kInput{Input, 1, 17, "Pen"};
 namespace input {
-constexpr std::uint8_t kId = 1;
 constexpr std::size_t kKind = 1;
 constexpr std::size_t kX = 2;
 constexpr std::size_t kY = 4;
 constexpr std::size_t kPressure = 6;
 constexpr std::size_t kClock = 8;  // 32 bits, milliseconds
-constexpr std::size_t kLength = 17;
 
 constexpr std::uint8_t kPenData = 0x80;
 }  // namespace input
 
-// Feature report: the serial number. Get only.
-namespace serial {
-constexpr std::uint8_t kId = 2;
-constexpr std::size_t kNumber = 1;
-constexpr std::size_t kLength = 34;
-}  // namespace serial
+constexpr PadReport kSerial{Get, 2, 34, "Serial number"};
+constexpr std::size_t kSerialNumber = 1;
 
-// Feature report: reading it resets the pad. Get only.
-namespace resetReport {
-constexpr std::uint8_t kId = 3;
-constexpr std::size_t kLength = 17;
-}  // namespace resetReport
+constexpr std::size_t kModeValue = 1;  // in kMode
 
-// Feature report: the mode. Get and set.
-namespace modeReport {
-constexpr std::uint8_t kId = 4;
-constexpr std::size_t kMode = 1;
-constexpr std::size_t kLength = 17;
-}  // namespace modeReport
-
-// Feature report: the pad information, big-endian. Get only.
+// Big-endian.
+constexpr PadReport kInformation{Get, 12, 65, "Pad information"};
 namespace information {
-constexpr std::uint8_t kId = 12;
 constexpr std::size_t kMaxX = 1;
 constexpr std::size_t kMaxY = 3;
 constexpr std::size_t kMaxPressure = 5;
@@ -57,28 +39,11 @@ constexpr std::size_t kMinPressure = 11;
 constexpr std::size_t kAspect = 13;  // 32 bits each: numerator, divisor
 constexpr std::size_t kWidth = 21;   // 16 bits each: numerator, divisor
 constexpr std::size_t kHeight = 25;
-constexpr std::size_t kLength = 65;
 }  // namespace information
 
-// Feature report: the ink region. Get and set.
-namespace inkRegionReport {
-constexpr std::uint8_t kId = 17;
+constexpr PadReport kInkRegion{GetAndSet, 17, 34, "Ink region"};
 constexpr std::size_t kRegion = 1;
-constexpr std::size_t kLength = 34;
-static_assert(kRegion + VisionPad::kInkRegionBytes == kLength);
-}  // namespace inkRegionReport
-
-// Feature report: clear the ink. Set only.
-namespace clearReport {
-constexpr std::uint8_t kId = 18;
-constexpr std::size_t kLength = 17;
-}  // namespace clearReport
-
-// Feature report: keep-alive, sent while the program listens. Set only.
-namespace keepAlive {
-constexpr std::uint8_t kId = 26;
-constexpr std::size_t kLength = 17;
-}  // namespace keepAlive
+static_assert(kRegion + VisionPad::kInkRegionBytes == kInkRegion.length);
 
 constexpr VisionPad::PadInformation kFactoryInformation{.x = {0, 1300},
                                                         .y = {0, 1400},
@@ -93,12 +58,6 @@ constexpr VisionPad::SerialNumber kFactorySerial{0x01, 0x23, 0x45, 0x67, 0x89, 0
 constexpr VisionPad::InkRegion kFactoryInkRegion{0x10, 0x00, 0x0A, 0x00, 0x14, 0x05, 0x0A, 0x05,
                                                  0x64, 0x01, 0x02, 0x03, 0x04, 0x05, 0x01, 0xF4};
 
-Bytes emptyReport(std::uint8_t id, std::size_t length) {
-  Bytes report(length);
-  report[0] = id;
-  return report;
-}
-
 void putRatio16(Bytes& report, std::size_t at, VisionPad::Ratio ratio) {
   putBe16(report, at, static_cast<std::uint16_t>(ratio.numerator));
   putBe16(report, at + 2, static_cast<std::uint16_t>(ratio.divisor));
@@ -107,38 +66,18 @@ void putRatio16(Bytes& report, std::size_t at, VisionPad::Ratio ratio) {
 }  // namespace
 
 VisionPad::VisionPad()
-    : m_padInformation(kFactoryInformation),
+    : PadModel({.product = 0x38,
+                .name = "Vela Vision",
+                .widthInches = 4.5,
+                .heightInches = 2.8,
+                .reports = {kInput, kSerial, kReset, kMode, kInformation, kInkRegion, kClear,
+                            kKeepAlive}}),
+      m_padInformation(kFactoryInformation),
       m_serialNumber(kFactorySerial),
       m_inkRegion(kFactoryInkRegion) {}
 
-PadModel::Identity VisionPad::identity() const {
-  return {0x04DF, 0x38, "Vela Vision"};
-}
-
-double VisionPad::widthInches() const {
-  return kWidthInches;
-}
-
-double VisionPad::heightInches() const {
-  return kHeightInches;
-}
-
-std::span<const std::uint8_t> VisionPad::reportDescriptor() const {
-  using enum DeclaredReport::Kind;
-  static const Bytes descriptor =
-      virtualpads::reportDescriptor({{Input, input::kId, input::kLength},
-                                     {Feature, serial::kId, serial::kLength},
-                                     {Feature, resetReport::kId, resetReport::kLength},
-                                     {Feature, modeReport::kId, modeReport::kLength},
-                                     {Feature, information::kId, information::kLength},
-                                     {Feature, inkRegionReport::kId, inkRegionReport::kLength},
-                                     {Feature, clearReport::kId, clearReport::kLength},
-                                     {Feature, keepAlive::kId, keepAlive::kLength}});
-  return descriptor;
-}
-
 Bytes VisionPad::inputReport(const PenState& pen) {
-  Bytes report = emptyReport(input::kId, input::kLength);
+  Bytes report = kInput.blank();
   report[input::kKind] = input::kPenData;
   if (pen.touch) {
     const auto& [x, y, pressure, aspect, width, height] = m_padInformation;
@@ -154,56 +93,38 @@ Bytes VisionPad::inputReport(const PenState& pen) {
 
 std::optional<Bytes> VisionPad::getFeature(std::uint8_t reportId) {
   switch (reportId) {
-    case serial::kId: {
-      Bytes report = emptyReport(serial::kId, serial::kLength);
-      std::ranges::copy(m_serialNumber, report.begin() + serial::kNumber);
-      return report;
-    }
-    case resetReport::kId:
+    case kSerial.id:
+      return kSerial.with(kSerialNumber, m_serialNumber);
+    case kReset.id:
       ++m_resets;
-      return emptyReport(resetReport::kId, resetReport::kLength);
-    case modeReport::kId: {
-      Bytes report = emptyReport(modeReport::kId, modeReport::kLength);
-      report[modeReport::kMode] = m_mode;
-      return report;
-    }
-    case information::kId:
+      return kReset.blank();
+    case kMode.id:
+      return kMode.with(kModeValue, std::span(&m_mode, 1));
+    case kInformation.id:
       return padInformationReport();
-    case inkRegionReport::kId: {
-      Bytes report = emptyReport(inkRegionReport::kId, inkRegionReport::kLength);
-      std::ranges::copy(m_inkRegion, report.begin() + inkRegionReport::kRegion);
-      return report;
-    }
+    case kInkRegion.id:
+      return kInkRegion.with(kRegion, m_inkRegion);
     default:
       return std::nullopt;
   }
 }
 
 bool VisionPad::setFeature(std::span<const std::uint8_t> report) {
-  const auto is = [&](std::uint8_t id, std::size_t length) {
-    return report.size() == length && report[0] == id;
-  };
-  if (is(modeReport::kId, modeReport::kLength)) {
-    m_mode = report[modeReport::kMode];
-    return true;
-  }
-  if (is(inkRegionReport::kId, inkRegionReport::kLength)) {
-    std::ranges::copy(report.subspan(inkRegionReport::kRegion), m_inkRegion.begin());
-    return true;
-  }
-  if (is(clearReport::kId, clearReport::kLength)) {
+  if (kMode.matches(report))
+    m_mode = report[kModeValue];
+  else if (kInkRegion.matches(report))
+    std::ranges::copy(report.subspan(kRegion), m_inkRegion.begin());
+  else if (kClear.matches(report))
     ++m_clears;
-    return true;
-  }
-  if (is(keepAlive::kId, keepAlive::kLength)) {
+  else if (kKeepAlive.matches(report))
     ++m_keepAlives;
-    return true;
-  }
-  return false;
+  else
+    return false;
+  return true;
 }
 
 Bytes VisionPad::padInformationReport() const {
-  Bytes report = emptyReport(information::kId, information::kLength);
+  Bytes report = kInformation.blank();
   const auto& [x, y, pressure, aspect, width, height] = m_padInformation;
   putBe16(report, information::kMaxX, x.high);
   putBe16(report, information::kMaxY, y.high);

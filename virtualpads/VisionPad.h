@@ -34,16 +34,19 @@ class VisionPad : public PadModel {
     bool operator==(const PadInformation&) const = default;
   };
 
+  // The reports that change what the pad shows.
+  static constexpr PadReport kReset{PadReport::Way::Get, 3, 17, "Reset"};  // resets when it is read
+  static constexpr PadReport kMode{PadReport::Way::GetAndSet, 4, 17, "Mode"};
+  static constexpr PadReport kClear{PadReport::Way::Set, 18, 17, "Clear"};  // clears the ink
+  // Sent while the program listens.
+  static constexpr PadReport kKeepAlive{PadReport::Way::Set, 26, 17, "Keep-alive"};
+
   static constexpr std::size_t kInkRegionBytes = 33;
   using InkRegion = std::array<std::uint8_t, kInkRegionBytes>;
   using SerialNumber = std::array<std::uint8_t, 16>;
 
   VisionPad();
 
-  Identity identity() const override;
-  double widthInches() const override;
-  double heightInches() const override;
-  std::span<const std::uint8_t> reportDescriptor() const override;
   Bytes inputReport(const PenState& pen) override;
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
   bool setFeature(std::span<const std::uint8_t> report) override;

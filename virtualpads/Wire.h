@@ -48,6 +48,22 @@ inline std::uint16_t le16(std::span<const std::uint8_t> bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
 }
 
+// The fields that begin the input reports of most pads, from byte `at` on.
+namespace penFields {
+constexpr std::size_t kState = 0;  // bits
+constexpr std::size_t kX = 1;      // 16 bits, little-endian
+constexpr std::size_t kY = 3;
+constexpr std::size_t kPressure = 5;
+}  // namespace penFields
+
+inline void putPen(std::span<std::uint8_t> bytes, std::size_t at, std::uint8_t state,
+                   std::uint16_t x, std::uint16_t y, std::uint8_t pressure) {
+  bytes[at + penFields::kState] = state;
+  putLe16(bytes, at + penFields::kX, x);
+  putLe16(bytes, at + penFields::kY, y);
+  bytes[at + penFields::kPressure] = pressure;
+}
+
 inline std::uint32_t be32(std::span<const std::uint8_t> bytes, std::size_t at) {
   return std::uint32_t{bytes[at]} << 24 | std::uint32_t{bytes[at + 1]} << 16 |
          std::uint32_t{bytes[at + 2]} << 8 | bytes[at + 3];

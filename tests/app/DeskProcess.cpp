@@ -35,6 +35,26 @@ std::string DeskProcess::order(const std::string& line) {
   return answer();
 }
 
+std::string DeskProcess::openPad() {
+  std::string port = order("plug 0");
+  order("click m_OpenButton");
+  EXPECT_EQ(order("wait-enabled m_ResetButton"), "done");
+  return port;
+}
+
+void DeskProcess::writeLine(const std::string& port) {
+  order("pen " + port + " 0.25 0.5 1");
+  order("pen " + port + " 0.75 0.5 1");
+  order("pen " + port + " 0.75 0.5 0");
+  EXPECT_EQ(order("wait-points 3"), "done");
+}
+
+std::string DeskProcess::connectPad() {
+  std::string port = openPad();
+  writeLine(port);
+  return port;
+}
+
 std::string DeskProcess::printedLine() {
   m_process.setReadChannel(QProcess::StandardOutput);
   while (!m_process.canReadLine() && m_process.waitForReadyRead(kDeadlineMs)) {
@@ -65,6 +85,14 @@ DeskProcess::End DeskProcess::end() {
           .status = m_process.exitCode(),
           .printed = m_process.readAllStandardOutput().toStdString(),
           .lastSaid = m_lastSaid};
+}
+
+void DeskProcess::expectQuietEnd(const std::string& left) {
+  const End ended = end();
+  EXPECT_FALSE(ended.crashed);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.printed, "");
+  EXPECT_EQ(ended.lastSaid, "desk: " + left);
 }
 
 // The desk's next line on standard error. Qt and the drivers write there too.

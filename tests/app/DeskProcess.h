@@ -21,6 +21,14 @@ class DeskProcess {
   // process ends instead.
   std::string order(const std::string& line);
 
+  // Plugs the USB pad, presses Open and waits until it is open. Returns its port.
+  std::string openPad();
+  // Writes the line from a quarter to three quarters of the width, in the middle of the height, and
+  // waits until it is in the view.
+  void writeLine(const std::string& port);
+  // Both.
+  std::string connectPad();
+
   // Waits for a line on standard output and returns it, including its line feed.
   std::string printedLine();
 
@@ -41,6 +49,8 @@ class DeskProcess {
   };
   // Waits until the process has ended.
   End end();
+  // Waits for an end with status 0, nothing more on standard output, and this state of the pads.
+  void expectQuietEnd(const std::string& left);
 
  private:
   std::string answer();

@@ -52,14 +52,6 @@ class DisplayTest : public testing::TestWithParam<double> {
     return QImage(path).convertToFormat(QImage::Format_RGB32);
   }
 
-  // The line from a quarter to three quarters of the USB pad's width, in the middle of its height.
-  void writeLine(const std::string& port) {
-    desk.order("pen " + port + " 0.25 0.5 1");
-    desk.order("pen " + port + " 0.75 0.5 1");
-    desk.order("pen " + port + " 0.75 0.5 0");
-    ASSERT_EQ(desk.order("wait-points 3"), "done");
-  }
-
   // Waits until that pixel of the screen has that colour.
   bool waitForPixel(const QPoint& place, const QColor& colour) {
     for (int i = 0; i < 300; ++i)
@@ -75,7 +67,7 @@ TEST_P(DisplayTest, PersonSignsClearsSignsAgainAndQuits) {
   const std::string port = desk.order("plug 0");
   click("m_OpenButton");
   ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
-  writeLine(port);
+  desk.writeLine(port);
 
   // The view is 265 by 161 units, so its middle pixel is at (132, 80) of it.
   const QPoint middle = where("m_drawview");
@@ -93,7 +85,7 @@ TEST_P(DisplayTest, PersonSignsClearsSignsAgainAndQuits) {
 
   click("m_ClearButton");
   ASSERT_TRUE(waitForPixel(at(100, 80), kWhite));
-  writeLine(port);
+  desk.writeLine(port);
   ASSERT_TRUE(waitForPixel(at(100, 80), kBlue));
 
   press("alt+r");
@@ -103,11 +95,7 @@ TEST_P(DisplayTest, PersonSignsClearsSignsAgainAndQuits) {
   press("alt+o");
   ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
   press("ctrl+q");
-  const auto end = desk.end();
-  EXPECT_FALSE(end.crashed);
-  EXPECT_EQ(end.status, 0);
-  EXPECT_EQ(end.printed, "");
-  EXPECT_EQ(end.lastSaid, "desk: opened 2, closed 2, open 0, providers 0");
+  desk.expectQuietEnd("opened 2, closed 2, open 0, providers 0");
 }
 
 TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
@@ -118,14 +106,12 @@ TEST_P(DisplayTest, ProviderIsChosenInTheListWithTheMouse) {
   click("m_OpenButton");
   ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
   desk.order("close");
-  EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
+  desk.expectQuietEnd("opened 1, closed 1, open 0, providers 0");
 }
 
 // Open is enabled once the pad is closed. It does not receive an earlier click.
 TEST_P(DisplayTest, ClickWhileThePadIsClosedDoesNothing) {
-  const std::string port = desk.order("plug 0");
-  click("m_OpenButton");
-  ASSERT_EQ(desk.order("wait-enabled m_ResetButton"), "done");
+  const std::string port = desk.openPad();
   const QPoint open = where("m_OpenButton");
   desk.order("keep-moving " + port);
   click("m_ResetButton");
@@ -134,7 +120,7 @@ TEST_P(DisplayTest, ClickWhileThePadIsClosedDoesNothing) {
   ASSERT_EQ(desk.order("wait-enabled m_OpenButton"), "done");
   EXPECT_EQ(desk.order("providers"), "0");
   desk.order("close");
-  EXPECT_EQ(desk.end().lastSaid, "desk: opened 1, closed 1, open 0, providers 0");
+  desk.expectQuietEnd("opened 1, closed 1, open 0, providers 0");
 }
 
 INSTANTIATE_TEST_SUITE_P(Scales, DisplayTest, testing::Values(1, 1.5, 2));

@@ -1,7 +1,5 @@
 #include "FakeVela.h"
 
-#include <gtest/gtest.h>
-
 namespace fakevela {
 
 State& state() {
@@ -32,18 +30,12 @@ char* text(short index, const char* Provider::*field) {
   return known ? const_cast<char*>(providers[static_cast<std::size_t>(index)].*field) : nullptr;
 }
 
-int unexpected(const char* function) {
-  ADD_FAILURE() << "the application called " << function;
-  return 0;
-}
-
 }  // namespace
 
 }  // namespace fakevela
 
 using fakevela::note;
 using fakevela::state;
-using fakevela::unexpected;
 using fakevela::with;
 
 void* newgIIVela(void) {
@@ -110,43 +102,4 @@ bool RegisterEventHandler(void* vela, PenEventHandler handler) {
 bool ClearInking(void* vela) {
   note(vela, "ClearInking");
   return false;  // not used by the application
-}
-
-// The application never calls these.
-
-void deletegIIVela(void* /*vela*/) {
-  unexpected("deletegIIVela");
-}
-
-void SetProviderDescription(void* /*vela*/, char* /*classid*/, char* /*description*/) {
-  unexpected("SetProviderDescription");
-}
-
-char* GetSerialNumber(void* /*vela*/) {
-  unexpected("GetSerialNumber");
-  return nullptr;
-}
-
-int GetDataRangeMinX(void* /*vela*/) {
-  return unexpected("GetDataRangeMinX");
-}
-
-int GetDataRangeMinY(void* /*vela*/) {
-  return unexpected("GetDataRangeMinY");
-}
-
-int GetDataRangeMinZ(void* /*vela*/) {
-  return unexpected("GetDataRangeMinZ");
-}
-
-int GetDataRangeMaxX(void* /*vela*/) {
-  return unexpected("GetDataRangeMaxX");
-}
-
-int GetDataRangeMaxY(void* /*vela*/) {
-  return unexpected("GetDataRangeMaxY");
-}
-
-int GetDataRangeMaxZ(void* /*vela*/) {
-  return unexpected("GetDataRangeMaxZ");
 }

@@ -23,49 +23,27 @@ void pen(std::int32_t x, std::int32_t y, std::uint8_t touch) {
   handler(x, y, 100, touch, 4711, 1);
 }
 
-TEST_F(PenDataHandlerTest, UsbPadScalesBy140And200) {
-  gpadindex = 0;
-  pen(700, 1000, kDown);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 5 5"));
-}
-
-TEST_F(PenDataHandlerTest, InkPadScalesBy140And200) {
-  gpadindex = 2;
-  pen(32767, 32767, kDown);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 234 163"));
-}
-
-TEST_F(PenDataHandlerTest, NoChosenPadScalesBy140And200) {
-  gpadindex = -1;
-  pen(700, 1000, kDown);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 5 5"));
-}
-
-TEST_F(PenDataHandlerTest, VisionPadScalesBy4And7) {
-  gpadindex = 3;
-  pen(-7, 13, kDown);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo -1 1"));
-}
-
-TEST_F(PenDataHandlerTest, DivisionTruncatesTowardZero) {
-  gpadindex = 0;
-  pen(139, 199, kDown);
-  pen(-139, -199, kDown);
-  pen(-279, -399, kUp);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo 0 0",                                           //
-                                     "SetLineTo 0 0", "setNeedsDisplay true", "SetMoveTo 0 0",  //
-                                     "SetLineTo -1 -1", "setNeedsDisplay true", "SetMoveTo -1 -1"));
-}
-
-TEST_F(PenDataHandlerTest, ExtremeCoordinatesAreScaledToo) {
+// The vision pad has divisors 4 and 7, all others, and none, 140 and 200. The division truncates
+// toward zero.
+TEST_F(PenDataHandlerTest, SampleIsScaledByThePadsDivisors) {
   constexpr auto lowest = std::numeric_limits<std::int32_t>::min();
   constexpr auto highest = std::numeric_limits<std::int32_t>::max();
-  gpadindex = 3;
-  pen(lowest, highest, kUp);
-  gpadindex = 0;
-  pen(highest, lowest, kUp);
-  EXPECT_THAT(takeLog(), ElementsAre("SetMoveTo -536870912 306783378",  //
-                                     "SetMoveTo 15339168 -10737418"));
+  struct Scaled {
+    int pad;
+    std::int32_t x, y;
+    const char* move;
+  };
+  for (const auto& [pad, x, y, move] :
+       {Scaled{0, 700, 1000, "SetMoveTo 5 5"}, Scaled{0, 139, 199, "SetMoveTo 0 0"},
+        Scaled{0, -139, -199, "SetMoveTo 0 0"}, Scaled{0, -279, -399, "SetMoveTo -1 -1"},
+        Scaled{0, highest, lowest, "SetMoveTo 15339168 -10737418"},
+        Scaled{2, 32767, 32767, "SetMoveTo 234 163"}, Scaled{-1, 700, 1000, "SetMoveTo 5 5"},
+        Scaled{3, -7, 13, "SetMoveTo -1 1"},
+        Scaled{3, lowest, highest, "SetMoveTo -536870912 306783378"}}) {
+    gpadindex = pad;
+    pen(x, y, kUp);
+    EXPECT_THAT(takeLog(), ElementsAre(move));
+  }
 }
 
 TEST_F(PenDataHandlerTest, StrokeIsAMoveThenPairsOfLineAndMove) {

@@ -13,8 +13,7 @@ extern "C" int callAllFromC(void);
 
 namespace {
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+using testing::ElementsAre;
 
 // A facade whose operations only log their arguments and return a distinct value each.
 class RecordingFacade : public gIIVela {
@@ -74,94 +73,50 @@ class ForwardingTest : public testing::Test {
     if (vela != nullptr) deletegIIVela(vela);
   }
 
-  // The only call since the last check.
-  static std::string call() {
-    EXPECT_EQ(RecordingFacade::log.size(), 1u);
-    std::string only = RecordingFacade::log.empty() ? "" : RecordingFacade::log[0];
-    RecordingFacade::log.clear();
-    return only;
-  }
-
   void* vela = static_cast<gIIVela*>(new RecordingFacade);
 };
 
 TEST_F(ForwardingTest, EveryFunctionIsItsOperation) {
   EXPECT_EQ(GetNumProviders(vela), 11);
-  EXPECT_EQ(call(), "GetNumProviders");
   EXPECT_EQ(GetProviderClassID(vela, 3), RecordingFacade::classid);
-  EXPECT_EQ(call(), "GetProviderClassID 3");
   EXPECT_EQ(GetProviderDescription(vela, -2), RecordingFacade::description);
-  EXPECT_EQ(call(), "GetProviderDescription -2");
   char id[] = "1234";
   char text[] = "name";
   SetProviderDescription(vela, id, text);
-  EXPECT_EQ(call(), "SetProviderDescription 1234, name");
   EXPECT_TRUE(OpenProvider(vela, id));
-  EXPECT_EQ(call(), "OpenProvider 1234");
   CloseProvider(vela);
-  EXPECT_EQ(call(), "CloseProvider");
   EXPECT_TRUE(OpenConnection(vela));
-  EXPECT_EQ(call(), "OpenConnection");
   CloseConnection(vela);
-  EXPECT_EQ(call(), "CloseConnection");
   EXPECT_EQ(GetNumDevices(vela), -12);
-  EXPECT_EQ(call(), "GetNumDevices");
   EXPECT_EQ(GetSerialNumber(vela), RecordingFacade::serial);
-  EXPECT_EQ(call(), "GetSerialNumber");
   EXPECT_EQ(GetDataRangeMinX(vela), 1);
-  EXPECT_EQ(call(), "GetDataRangeMinX");
   EXPECT_EQ(GetDataRangeMinY(vela), 2);
-  EXPECT_EQ(call(), "GetDataRangeMinY");
   EXPECT_EQ(GetDataRangeMinZ(vela), 3);
-  EXPECT_EQ(call(), "GetDataRangeMinZ");
   EXPECT_EQ(GetDataRangeMaxX(vela), 4);
-  EXPECT_EQ(call(), "GetDataRangeMaxX");
   EXPECT_EQ(GetDataRangeMaxY(vela), 5);
-  EXPECT_EQ(call(), "GetDataRangeMaxY");
   EXPECT_EQ(GetDataRangeMaxZ(vela), 6);
-  EXPECT_EQ(call(), "GetDataRangeMaxZ");
   EXPECT_EQ(GetPhysicalX(vela), 7.5);
-  EXPECT_EQ(call(), "GetPhysicalX");
   EXPECT_EQ(GetPhysicalY(vela), 8.5);
-  EXPECT_EQ(call(), "GetPhysicalY");
   EXPECT_TRUE(RegisterEventHandler(vela, someHandler));
-  EXPECT_EQ(call(), "RegisterEventHandler");
   EXPECT_EQ(RecordingFacade::handler, &someHandler);
   EXPECT_TRUE(ClearInking(vela));
-  EXPECT_EQ(call(), "ClearInking");
+  EXPECT_THAT(RecordingFacade::log,
+              ElementsAre("GetNumProviders", "GetProviderClassID 3", "GetProviderDescription -2",
+                          "SetProviderDescription 1234, name", "OpenProvider 1234", "CloseProvider",
+                          "OpenConnection", "CloseConnection", "GetNumDevices", "GetSerialNumber",
+                          "GetDataRangeMinX", "GetDataRangeMinY", "GetDataRangeMinZ",
+                          "GetDataRangeMaxX", "GetDataRangeMaxY", "GetDataRangeMaxZ",
+                          "GetPhysicalX", "GetPhysicalY", "RegisterEventHandler", "ClearInking"));
 }
 
 TEST_F(ForwardingTest, DeleteRunsTheVirtualDestructor) {
   deletegIIVela(std::exchange(vela, nullptr));
-  EXPECT_EQ(call(), "~gIIVela");
+  EXPECT_THAT(RecordingFacade::log, ElementsAre("~gIIVela"));
 }
 
 TEST_F(ForwardingTest, DeletingNullDoesNothing) {
   deletegIIVela(nullptr);
   EXPECT_TRUE(RecordingFacade::log.empty());
-}
-
-class FacadeTest : public testing::Test {
- protected:
-  ~FacadeTest() override { deletegIIVela(vela); }
-
-  void* vela = newgIIVela();
-};
-
-TEST_F(FacadeTest, NewFacadeHasItsProviders) {
-  EXPECT_EQ(GetNumProviders(vela), 4);
-  EXPECT_STREQ(GetProviderClassID(vela, 3), "3F2DE94B14D448719DFE5359EF03652A");
-  EXPECT_STREQ(GetProviderDescription(vela, 0), "Vela USB");
-  EXPECT_EQ(GetProviderClassID(vela, 4), nullptr);
-  EXPECT_EQ(GetProviderClassID(vela, -1), nullptr);
-}
-
-TEST_F(FacadeTest, ConnectionDoesNotOpenBeforeAHandlerIsRegistered) {
-  ASSERT_TRUE(OpenProvider(vela, GetProviderClassID(vela, 2)));
-  CaptureStdout();
-  EXPECT_FALSE(OpenConnection(vela));
-  EXPECT_EQ(GetCapturedStdout(), "no call back function!!!\n");
-  CloseProvider(vela);
 }
 
 TEST(VelaWrapInCTest, EveryFunctionCanBeCalledFromC) {

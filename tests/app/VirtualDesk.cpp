@@ -4,7 +4,6 @@
 // the process ends, it reports the state of pads and providers.
 //
 //   plug KIND            0 to 3 in the order of the provider list; answers the port
-//   lock PORT            the pad's node cannot be opened
 //   choose ROW           in the provider list
 //   click NAME           the button of that object name
 //   pen PORT X Y TOUCH   X and Y from 0 to 1, TOUCH 0 or 1
@@ -14,7 +13,6 @@
 //   where NAME           answers the widget's middle on the screen, in device pixels
 //   window               answers the window's id for the window system
 //   providers            answers how many providers are open
-//   destroy NAME         that widget
 //   close                the window
 //   quit                 by the menu
 #include <unistd.h>
@@ -111,11 +109,7 @@ class Desk : public QObject {
       order >> kind;
       return QString::number(bus.plug(virtualpads::makePad(virtualpads::PadKind{kind})));
     }
-    if (verb == "lock") {
-      VirtualBus::Port port;
-      order >> port;
-      bus.setAccessible(port, false);
-    } else if (verb == "choose") {
+    if (verb == "choose") {
       int row;
       order >> row;
       m_mainWindowController.load()->m_prolist->setCurrentIndex(row);
@@ -156,8 +150,6 @@ class Desk : public QObject {
       return QString::number(view().window()->winId());
     } else if (verb == "providers") {
       return QString::number(openProviders());
-    } else if (verb == "destroy") {
-      delete named(order);
     } else if (verb == "close") {
       view().window()->close();
     } else if (verb == "quit") {

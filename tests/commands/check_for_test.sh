@@ -1,15 +1,13 @@
 #!/usr/bin/env bash
 # How tests/releases/check-for handles its argument, and which failures it returns. Installs and builds
 # nothing: the commands it calls are stand-ins on the PATH.
-set -u
 cd "$(dirname "$0")/../.." || exit
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-mkdir -p "$scratch/bin" "$scratch/tests/releases"
-cp -r scripts "$scratch"
-cp tests/releases/check-for "$scratch/tests/releases"
-cd "$scratch" || exit
-export PATH=$scratch/bin:$PATH ASKED=$scratch/asked FAILING=
+. tests/testing.sh
+mkdir -p "$work/bin" "$work/tests/releases"
+cp -r scripts "$work"
+cp tests/releases/check-for "$work/tests/releases"
+cd "$work" || exit
+export PATH=$work/bin:$PATH ASKED=$work/asked FAILING=
 
 for name in apt-get cmake ctest; do
   printf '#!/bin/sh\necho "%s $*" >>"$ASKED"\n[ "%s $1" != "$FAILING" ]\n' $name $name >"bin/$name"
@@ -18,12 +16,6 @@ echo 'echo 0' >bin/id
 : >bin/dpkg-query
 chmod +x bin/*
 
-failures=0
-expect() { # WHAT EXPECTED ACTUAL
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
-}
 check_for() { # ARGUMENT...: sets $status and $asked
   : >"$ASKED"
   tests/releases/check-for "$@" >said 2>&1
@@ -49,4 +41,4 @@ for FAILING in "apt-get install" "cmake --preset" "cmake --build" "ctest --prese
   expect "a failure of $FAILING" "1 $FAILING" "$status $(tail -n 1 "$ASKED" | cut -d ' ' -f 1-2)"
 done
 
-[ $failures = 0 ]
+finish

@@ -33,9 +33,9 @@ for picture in $pictures; do
 done
 
 # The table of the pads and the udev rule contain each pad of the list.
-grep '^[0-9A-F]' packaging/pads.list | while read -r product name; do
-  if ! grep -q "^| $name | .*(0x${product#00})" README.md || ! grep -q "04DF:$product\.\*" README.md; then
-    echo "README.md lacks $name or its product id $product"
+grep '^[0-9A-F]' packaging/pads.list | while read -r product class_id _ name; do
+  if ! grep -q "^| $name | .*(0x${product#00}) .*$class_id" README.md || ! grep -q "04DF:$product\.\*" README.md; then
+    echo "README.md lacks $name, its product id $product or its class id"
     exit 1
   fi
 done

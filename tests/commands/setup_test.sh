@@ -1,66 +1,19 @@
 #!/usr/bin/env bash
-# Tests the decisions of scripts/setup.sh: which packages are missing, and which pads are attached. Installs
-# nothing: the package managers are stand-ins.
-set -u
+# Tests the decisions of scripts/setup.sh about releases and missing packages. Installs nothing: the package
+# managers are stand-ins.
 cd "$(dirname "$0")/../.." || exit
+. tests/testing.sh
 command_name=name
 . scripts/setup.sh
-
-failures=0
-expect() { # WHAT EXPECTED ACTUAL
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
-}
-
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
 
 expect "nothing is missing" "" "$(without "a b" "b
 a c")"
 expect "a part of a name is not the name" "libb " "$(without "a libb" "a libb-dev xlibb")"
 
-hidraw() { # NODE HID_ID
-  mkdir -p "$scratch/hidraw/$1/device"
-  printf 'DRIVER=hid-generic\nHID_ID=%s\nHID_NAME=x\n' "$2" >"$scratch/hidraw/$1/device/uevent"
-}
-expect "no hidraw at all" "" "$(attached_pads "$scratch/hidraw")"
-hidraw hidraw0 0003:000004DF:00000020
-hidraw hidraw1 0003:00001234:00000012
-expect "strange devices only" "" "$(attached_pads "$scratch/hidraw")"
-hidraw hidraw2 0003:000004DF:00000012
-hidraw hidraw3 0003:000004DF:0000001F
-hidraw hidraw4 0003:000004DF:00000030
-hidraw hidraw5 0003:000004DF:00000038
-expect "all four pads" "/dev/hidraw2 /dev/hidraw3 /dev/hidraw4 /dev/hidraw5 " \
-  "$(attached_pads "$scratch/hidraw")"
-
-expect "no device on macOS" "" "$(pads_in_ioreg </dev/null)"
-expect "two of three devices on macOS are pads" "18 56 " "$(pads_in_ioreg <<'END'
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "ProductID" = 18
-      "VendorID" = 1247
-    }
-
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "VendorID" = 4660
-      "ProductID" = 48
-    }
-
-+-o IOHIDDevice  <class IOHIDDevice>
-    {
-      "VendorID" = 1247
-      "ProductID" = 56
-    }
-END
-)"
-
 # refused NAME VERSION: the message on that release.
 refused() {
-  printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$scratch/os-release"
-  (refuse_old_release "$scratch/os-release" && echo goes on) 2>&1
+  printf 'PRETTY_NAME="%s %s"\nID=%s\n%s\n' "$1" "$2" "$1" "${2:+VERSION_ID=\"$2\"}" >"$work/os-release"
+  (refuse_old_release "$work/os-release" && echo goes on) 2>&1
 }
 needed="name: this needs Debian 12 or Ubuntu 24.04, or a later release; here is"
 expect "Debian 11" "$needed debian 11" "$(refused debian 11)"
@@ -73,7 +26,7 @@ expect "Ubuntu 23.10" "$needed ubuntu 23.10" "$(refused ubuntu 23.10)"
 expect "Ubuntu 24.04" "goes on" "$(refused ubuntu 24.04)"
 expect "another system" "goes on" "$(refused other 1)"
 expect "a system that does not name itself" "goes on" \
-  "$( (refuse_old_release "$scratch/none" && echo goes on) 2>&1)"
+  "$( (refuse_old_release "$work/none" && echo goes on) 2>&1)"
 
 # apt on a machine where only one package is missing, as root and as a user without sudo.
 dpkg-query() { printf 'installed alpha\nconfig-files beta\ninstalled gamma\n'; }
@@ -96,4 +49,4 @@ user_id=0
 expect "no network" "name: installing: beta 
 name: apt-get update failed; still missing: beta " "$(install_with_apt "alpha beta" 2>&1)"
 
-[ $failures = 0 ]
+finish

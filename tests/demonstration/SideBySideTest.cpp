@@ -15,27 +15,27 @@ void expectPlaces(const Places& places, QPoint application, QPoint pad) {
   EXPECT_EQ(places.pad.y(), pad.y());
 }
 
-TEST(SideBySide, ThePadStandsToTheRightOfTheApplication) {
+TEST(SideBySideTest, ThePadStandsToTheRightOfTheApplication) {
   expectPlaces(sideBySide(kScreen, QRect(100, 50, 482, 421), QSize(600, 400)), {100, 50},
                {594, 50});
 }
 
-TEST(SideBySide, TheApplicationMakesRoom) {
+TEST(SideBySideTest, TheApplicationMakesRoom) {
   expectPlaces(sideBySide(kScreen, QRect(400, 227, 482, 421), QSize(600, 400)), {186, 227},
                {680, 227});
 }
 
-TEST(SideBySide, ATallPadMovesUp) {
+TEST(SideBySideTest, ATallPadMovesUp) {
   expectPlaces(sideBySide(kScreen, QRect(100, 227, 482, 421), QSize(600, 650)), {100, 227},
                {594, 150});
 }
 
-TEST(SideBySide, ScreensNeedNotBeginAtTheCorner) {
+TEST(SideBySideTest, ScreensNeedNotBeginAtTheCorner) {
   expectPlaces(sideBySide(QRect(-1280, 0, 1280, 800), QRect(-200, 600, 482, 421), QSize(600, 400)),
                {-1094, 600}, {-600, 400});
 }
 
-TEST(SideBySide, OnAScreenThatIsTooSmallEachWindowBeginsOnIt) {
+TEST(SideBySideTest, OnAScreenThatIsTooSmallEachWindowBeginsOnIt) {
   expectPlaces(sideBySide(QRect(0, 0, 800, 480), QRect(159, 29, 482, 421), QSize(600, 650)),
                {0, 29}, {200, 0});
   expectPlaces(sideBySide(QRect(0, 0, 500, 400), QRect(9, 0, 482, 421), QSize(600, 650)), {0, 0},

@@ -2,17 +2,12 @@
 # display_test.sh PROGRAM: in a real window the pen signs automatically on the first pad and, after the user
 # has reset and opened another one, on that one. The open pad is shown beside the window and can be written
 # on. Needs a display, xdotool and ImageMagick.
-set -u
+. "$(dirname "$0")/../testing.sh"
 program=$1
 
 "$program" &
 application=$!
-trap 'kill -KILL $application' EXIT
-
-fail() {
-  echo "$*"
-  exit 1
-}
+trap 'kill -KILL $application 2>/dev/null; rm -rf "$work"' EXIT
 
 # In the whole window, or in the given part of it.
 shows_ink() {
@@ -46,4 +41,3 @@ await_ink $above
 
 kill -TERM $application
 wait $application || fail "the application ended with status $?"
-trap - EXIT

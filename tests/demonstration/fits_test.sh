@@ -2,7 +2,7 @@
 # fits_test.sh PROGRAM SCALE: on a display of the size $SCREEN (WIDTHxHEIGHT) and at that scale, the application's
 # window and each pad's window are side by side and within the screen, although the desktop first places the
 # application in the middle. Needs xdotool.
-set -u
+. "$(dirname "$0")/../testing.sh"
 program=$1
 width=${SCREEN%x*}
 height=${SCREEN#*x}
@@ -10,12 +10,7 @@ height=${SCREEN#*x}
 # The toolkit places the first window there.
 QT_SCALE_FACTOR=$2 "$program" -qwindowgeometry +$((width / 3))+$((height / 4)) &
 application=$!
-trap 'kill -KILL $application' EXIT
-
-fail() {
-  echo "$*"
-  exit 1
-}
+trap 'kill -KILL $application 2>/dev/null; rm -rf "$work"' EXIT
 
 # Sets $pad. Repeats the keys until the window appears; a search fails if a window disappears meanwhile.
 await_pad() { # NAME KEY...
@@ -59,4 +54,3 @@ done
 
 kill -TERM $application
 wait $application || fail "the application ended with status $?"
-trap - EXIT

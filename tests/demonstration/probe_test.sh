@@ -1,21 +1,14 @@
 #!/usr/bin/env bash
 # probe_test.sh PROBE: the probe finds the display of this test, and no other, and prints nothing. Needs a
 # display.
-set -u
+. "$(dirname "$0")/../testing.sh"
 probe=$1
-failures=0
 
-expect() { # STATUS COMMAND...
-  local status=$1 printed got
-  shift
-  printed=$("$@" 2>&1)
-  got=$?
-  [ "$got $printed" = "$status " ] && return
-  echo "$*: status $got, printed \"$printed\""
-  failures=1
+run() { # COMMAND...: its output and its exit status
+  "$@" 2>&1
+  echo $?
 }
-
-expect 0 "$probe"
-expect 1 env DISPLAY=:9999 "$probe"
-expect 1 env -u DISPLAY "$probe"
-exit $failures
+expect "the display of this test" 0 "$(run "$probe")"
+expect "a display that does not exist" 1 "$(run env DISPLAY=:9999 "$probe")"
+expect "no display" 1 "$(run env -u DISPLAY "$probe")"
+finish

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <fstream>
 #include <iomanip>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "PadList.h"
 #include "giivela.h"
 #include "virtualpads/hidapi/VirtualBus.h"
 
@@ -32,7 +33,7 @@ std::vector<std::string> linesOf(const std::string& path) {
   return lines;
 }
 
-struct ListedPad {
+struct TableRow {
   std::string name;
   int product;
   int reportSize;
@@ -50,8 +51,8 @@ std::vector<std::string> cellsOf(std::string row) {
 }
 
 // The rows of the document's list.
-std::vector<ListedPad> listedPads() {
-  std::vector<ListedPad> pads;
+std::vector<TableRow> listedPads() {
+  std::vector<TableRow> pads;
   for (const std::string& line : linesOf(PROTOCOL)) {
     if (!line.starts_with("| Vela ")) continue;
     const std::vector<std::string> cells = cellsOf(line);
@@ -103,7 +104,7 @@ std::vector<ExampleLine> examplesOf(const std::string& name) {
 class DocumentedPad : public PadModel {
  public:
   DocumentedPad(int product, const std::vector<ExampleLine>& examples)
-      : m_product(static_cast<std::uint16_t>(product)) {
+      : PadModel({.product = static_cast<std::uint16_t>(product), .name = "documented"}) {
     for (const ExampleLine& example : examples) {
       if (example.word != "get") continue;
       const Bytes reply = bytesOf(example.rest);
@@ -111,10 +112,6 @@ class DocumentedPad : public PadModel {
     }
   }
 
-  Identity identity() const override { return {0x04DF, m_product, "documented"}; }
-  double widthInches() const override { return 1; }
-  double heightInches() const override { return 1; }
-  std::span<const std::uint8_t> reportDescriptor() const override { return {}; }
   Bytes inputReport(const PenState&) override { return {}; }
   std::optional<Bytes> getFeature(std::uint8_t id) override {
     Bytes& reply = m_replies[id];
@@ -127,7 +124,6 @@ class DocumentedPad : public PadModel {
   }
 
  private:
-  std::uint16_t m_product;
   std::map<std::uint8_t, Bytes> m_replies;
 };
 
@@ -165,14 +161,14 @@ class Samples {
   std::deque<std::map<std::string, std::int64_t>> m_taken;
 };
 
-class Protocol : public testing::TestWithParam<int> {
+class ProtocolTest : public testing::TestWithParam<int> {
  protected:
-  Protocol() {
+  ProtocolTest() {
     bus.reset();
     bus.setReadTimeout(std::chrono::milliseconds(5));
   }
 
-  const ListedPad listed = listedPads().at(static_cast<std::size_t>(GetParam()));
+  const TableRow listed = listedPads().at(static_cast<std::size_t>(GetParam()));
   VirtualBus& bus = VirtualBus::instance();
   gIIVela vela;
 
@@ -265,29 +261,18 @@ class Protocol : public testing::TestWithParam<int> {
   }
 };
 
-TEST(ProtocolList, NamesTheFourPads) {
-  std::vector<std::string> names;
-  for (const ListedPad& pad : listedPads()) names.push_back(pad.name);
-  EXPECT_THAT(names, testing::ElementsAre("Vela USB", "Vela II", "Vela Ink", "Vela Vision"));
-}
-
-TEST(ProtocolList, AgreesWithTheListOfPackaging) {
-  std::vector<std::string> listed;
-  for (const ListedPad& pad : listedPads()) {
-    char line[64];
-    std::snprintf(line, sizeof line, "%04X %s", static_cast<unsigned>(pad.product),
-                  pad.name.c_str());
-    listed.emplace_back(line);
+TEST(ProtocolListTest, AgreesWithTheListOfPackaging) {
+  const std::vector<TableRow> listed = listedPads();
+  ASSERT_EQ(listed.size(), std::size(kPadList));
+  for (std::size_t row = 0; row < listed.size(); ++row) {
+    EXPECT_EQ(listed[row].product, static_cast<int>(kPadList[row].product));
+    EXPECT_EQ(listed[row].name, kPadList[row].name);
+    EXPECT_EQ(listed[row].classId, kPadList[row].classId);
   }
-  std::vector<std::string> packaged = linesOf(PADS_LIST);
-  std::erase_if(packaged, [](const std::string& line) { return line.starts_with("#"); });
-  EXPECT_EQ(listed, packaged);
 }
 
-TEST_P(Protocol, ListAgreesWithTheCode) {
+TEST_P(ProtocolTest, ListAgreesWithTheCode) {
   const auto index = static_cast<short>(GetParam());
-  EXPECT_EQ(listed.name, vela.GetProviderDescription(index));
-  EXPECT_EQ(listed.classId, vela.GetProviderClassID(index));
   open(makePad(static_cast<PadKind>(index)));
   EXPECT_EQ(vela.GetNumDevices(), 1);
   EXPECT_TRUE(bus.waitForBegun(HidCall::Read, 1));
@@ -296,7 +281,7 @@ TEST_P(Protocol, ListAgreesWithTheCode) {
   EXPECT_EQ(bus.calls({HidCall::Read}).at(0).argument, listed.reportSize);
 }
 
-TEST_P(Protocol, ExamplesAreTrue) {
+TEST_P(ProtocolTest, ExamplesAreTrue) {
   const std::vector<ExampleLine> examples = examplesOf(listed.name);
   ASSERT_FALSE(examples.empty());
   const VirtualBus::Port port = open(std::make_shared<DocumentedPad>(listed.product, examples));
@@ -304,6 +289,7 @@ TEST_P(Protocol, ExamplesAreTrue) {
   close();
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, Protocol, testing::Range(0, 4));
+INSTANTIATE_TEST_SUITE_P(Pads, ProtocolTest,
+                         testing::Range(0, static_cast<int>(std::size(kPadList))));
 
 }  // namespace

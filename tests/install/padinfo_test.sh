@@ -82,21 +82,11 @@ on_pads "" "$padinfo" --watch 2>/dev/null | true
 expect "watching ends when nobody reads" "0" "${PIPESTATUS[0]}"
 
 usage="usage: vela-padinfo [--watch | --samples] [--json] [--pad NAME]"
-expect_refused() { # COMPLAINT ARGUMENT...
-  local complaint=$1
-  shift
-  expect "$*" "vela-padinfo: $complaint
-$usage
-2" "$("$padinfo" "$@" 2>&1; echo $?)"
-}
-expect_refused "unrecognized option '--wrong'" --wrong
-expect_refused "unexpected argument 'word'" word
-expect_refused "unknown pad 'Vela'; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad Vela
-expect_refused "the name of the pad is empty" --pad ""
-expect_refused "--watch and --samples cannot be used together" --watch --samples
-for option in -h --help; do
-  expect "$option" "$usage 0" "$("$padinfo" $option | head -n 1) ${PIPESTATUS[0]}"
-done
-expect "the version" "vela-padinfo 1.0.0 0" "$("$padinfo" --version) $?"
+expect_refused "$padinfo" "$usage" "unrecognized option '--wrong'" --wrong
+expect_refused "$padinfo" "$usage" "unexpected argument 'word'" word
+expect_refused "$padinfo" "$usage" "unknown pad 'Vela'; the pads are Vela USB, Vela II, Vela Ink, Vela Vision" --pad Vela
+expect_refused "$padinfo" "$usage" "the name of the pad is empty" --pad ""
+expect_refused "$padinfo" "$usage" "--watch and --samples cannot be used together" --watch --samples
+expect_help "$padinfo" "$usage"
 expect "output that cannot be written" "1" "$(on_pads usb "$padinfo" >/dev/full 2>&1; echo $?)"
 finish

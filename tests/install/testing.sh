@@ -1,32 +1,12 @@
 # shellcheck shell=bash
-# Functions shared by the tests of installed files. Sourced; $work is a fresh folder.
-set -u
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failures=0
+# Functions shared by the tests of installed files.
+. "$(dirname "${BASH_SOURCE[0]}")/../testing.sh"
 
 # The list of libraries to preload has blanks between them, so none may have one in its path.
 if [ -n "${PRELOAD:-}" ]; then
   ln -s "$PRELOAD" "$work/attached_pads.so"
   PRELOAD=$work/attached_pads.so
 fi
-
-skip() {
-  echo "SKIPPED: $*"
-  exit 77
-}
-
-expect() { # WHAT EXPECTED ACTUAL
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf '%s\n  expected: %s\n  got:      %s\n' "$1" "${2//$'\n'/$'\n            '}" \
-    "${3//$'\n'/$'\n            '}"
-}
-
-finish() {
-  [ $failures = 0 ] || exit 1
-  echo "all as expected"
-}
 
 # on_pads NAMES COMMAND...: runs the command with virtual pads attached; the state it leaves is in $work/left.
 on_pads() {
@@ -62,4 +42,22 @@ drive() {
   code=$?
   exec 3>&- 4<&-
   rm "$work/in" "$work/out"
+}
+
+# expect_refused PROGRAM USAGE COMPLAINT ARGUMENT...: the program refuses these arguments.
+expect_refused() {
+  local program=$1 usage=$2 complaint=$3
+  shift 3
+  expect "$*" "${program##*/}: $complaint
+$usage
+2" "$("$program" "$@" 2>&1; echo $?)"
+}
+
+# expect_help PROGRAM USAGE: the options that all tools have.
+expect_help() {
+  local option
+  for option in -h --help; do
+    expect "$option" "$2 0" "$("$1" $option | head -n 1) ${PIPESTATUS[0]}"
+  done
+  expect "the version" "${1##*/} 1.0.0 0" "$("$1" --version) $?"
 }

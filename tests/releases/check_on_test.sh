@@ -1,13 +1,11 @@
 #!/usr/bin/env bash
 # What check-on does around the command: the base tree that is created once, the copy that is removed, the clone,
 # the exit status. Commands that need root or a network are stand-ins on the PATH.
-set -u
 program=$(dirname "$(realpath "$0")")/check-on
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-cd "$scratch" || exit 1
+. "$(dirname "$0")/../testing.sh"
+cd "$work" || exit 1
 mkdir bin
-export PATH=$scratch/bin:$PATH VELA_TREES=$scratch/trees ASKED=$scratch/asked
+export PATH=$work/bin:$PATH VELA_TREES=$work/trees ASKED=$work/asked
 
 stand_in() { # NAME: a script, given on standard input
   { echo '#!/bin/sh' && cat; } >"bin/$1"
@@ -40,12 +38,6 @@ shift 3
 exec sh -c "$script" "$@"
 END
 
-failures=0
-expect() { # WHAT EXPECTED ACTUAL
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf '%s: expected "%s", got "%s"\n' "$1" "$2" "$3"
-}
 check_on() { # ARGUMENT...: sets $status, $said and $asked
   : >"$ASKED"
   said=$("$program" "$@" 2>&1)
@@ -59,11 +51,11 @@ expect "without arguments" "1 check-on: usage: check-on RELEASE [COMMAND [ARGUME
 used='mount proc mount sys mount dev mount dev git clone -q . umount proc umount sys umount dev'
 check_on trixie sh -c 'cat here; echo "$1"; exit 3' sh 'two  words'
 expect "the command's exit status" 3 $status
-expect "the first time" "debootstrap --variant=minbase trixie $scratch/trees/trixie.new mirror:/debian $used" "$asked"
-expect "the first message" "check-on: making a bare tree of trixie, which is kept in $scratch/trees/trixie" \
+expect "the first time" "debootstrap --variant=minbase trixie $work/trees/trixie.new mirror:/debian $used" "$asked"
+expect "the first message" "check-on: making a bare tree of trixie, which is kept in $work/trees/trixie" \
   "$(head -n 1 <<<"$said")"
 tree=$(dirname "$(sed -n 3p <<<"$said")")
-expect "the command is in the clone, in a copy of the base" "$scratch/trees" "$(dirname "$tree")"
+expect "the command is in the clone, in a copy of the base" "$work/trees" "$(dirname "$tree")"
 expect "its argument" "two  words" "$(sed -n 4p <<<"$said")"
 expect "the last message" "check-on: on trixie: ended with 3" "$(tail -n 1 <<<"$said")"
 expect "the remaining files" "trixie trixie.lock trixie.log" "$(find trees -mindepth 1 -maxdepth 1 -printf '%f\n' | sort | xargs)"
@@ -78,7 +70,7 @@ expect "without a command" "0 run check" "$status $(sed -n '2,3p' <<<"$said" | x
 
 stand_in debootstrap <<<'exit 1'
 check_on sid true
-expect "a tree that cannot be made" "1 check-on: debootstrap failed, see $scratch/trees/sid.log" \
+expect "a tree that cannot be made" "1 check-on: debootstrap failed, see $work/trees/sid.log" \
   "$status $(tail -n 1 <<<"$said")"
 expect "its remaining files" "" "$(find trees -name 'sid' -o -name 'sid.??????')"
 
@@ -86,4 +78,4 @@ stand_in id <<<'echo 1000'
 check_on trixie true
 expect "without root" "1 check-on: needs root, for the bare tree" "$status $said"
 
-[ $failures = 0 ]
+finish

@@ -11,35 +11,35 @@ namespace {
 
 using Arguments = std::vector<const char*>;
 
-TEST(CommandLine, NamesThePad) {
+TEST(CommandLineTest, NamesThePad) {
   EXPECT_EQ(parseCommandLine(Arguments{"usb"}), CommandLine{.pad = PadKind::Usb});
   EXPECT_EQ(parseCommandLine(Arguments{"ii"}), CommandLine{.pad = PadKind::Ii});
   EXPECT_EQ(parseCommandLine(Arguments{"ink"}), CommandLine{.pad = PadKind::Ink});
   EXPECT_EQ(parseCommandLine(Arguments{"vision"}), CommandLine{.pad = PadKind::Vision});
 }
 
-TEST(CommandLine, NamesARecordingBeforeOrAfterThePad) {
+TEST(CommandLineTest, NamesARecordingBeforeOrAfterThePad) {
   EXPECT_EQ(parseCommandLine(Arguments{"ink", "--replay", "a"}),
             (CommandLine{.pad = PadKind::Ink, .replay = "a"}));
   EXPECT_EQ(parseCommandLine(Arguments{"--record", "-b", "ii"}),
             (CommandLine{.pad = PadKind::Ii, .record = "-b"}));
 }
 
-TEST(CommandLine, AsksForAUsbDevice) {
+TEST(CommandLineTest, AsksForAUsbDevice) {
   EXPECT_FALSE(parseCommandLine(Arguments{"ii"}).usb);
   EXPECT_TRUE(parseCommandLine(Arguments{"--usb", "ii"}).usb);
   EXPECT_EQ(parseCommandLine(Arguments{"ii", "--usb", "--replay", "a"}),
             (CommandLine{.pad = PadKind::Ii, .usb = true, .replay = "a"}));
 }
 
-TEST(CommandLine, AsksForHelpRegardlessOfOtherArguments) {
+TEST(CommandLineTest, AsksForHelpRegardlessOfOtherArguments) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--help"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"-h"}).help);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--help", "--nonsense"}).help);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).help);
 }
 
-TEST(CommandLine, AsksForTheVersionRegardlessOfOtherArguments) {
+TEST(CommandLineTest, AsksForTheVersionRegardlessOfOtherArguments) {
   EXPECT_TRUE(parseCommandLine(Arguments{"--version"}).version);
   EXPECT_TRUE(parseCommandLine(Arguments{"ink", "--version", "--nonsense"}).version);
   EXPECT_FALSE(parseCommandLine(Arguments{"ink"}).version);
@@ -50,9 +50,9 @@ struct Invalid {
   const char* complaint;
 };
 
-class InvalidCommandLine : public testing::TestWithParam<Invalid> {};
+class InvalidCommandLineTest : public testing::TestWithParam<Invalid> {};
 
-TEST_P(InvalidCommandLine, IsRefused) {
+TEST_P(InvalidCommandLineTest, IsRefused) {
   try {
     parseCommandLine(GetParam().arguments);
     FAIL() << "it was accepted";
@@ -62,7 +62,7 @@ TEST_P(InvalidCommandLine, IsRefused) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, InvalidCommandLine,
+    All, InvalidCommandLineTest,
     testing::Values(
         Invalid{{}, "missing pad"}, Invalid{{"--replay", "a"}, "missing pad"},
         Invalid{{"pen"}, "unknown pad 'pen'"}, Invalid{{""}, "unknown pad ''"},

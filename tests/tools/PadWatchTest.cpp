@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t kTime = 1'700'000'000'042;  // 2023-11-14 22:13:20.042 UTC
 
-class PadWatchWords : public testing::Test {
+class PadWatchWordsTest : public testing::Test {
  protected:
   // Five hours and a half east of Greenwich.
   static void SetUpTestSuite() {
@@ -21,7 +21,7 @@ class PadWatchWords : public testing::Test {
   }
 };
 
-TEST_F(PadWatchWords, ShowTheLocalTimeAndWhatHappened) {
+TEST_F(PadWatchWordsTest, ShowTheLocalTimeAndWhatHappened) {
   EXPECT_EQ(eventText({PadEvent::Kind::Present, "Vela Ink", "/dev/hidraw3"}, kTime),
             "03:43:20.042  Vela Ink present at /dev/hidraw3");
   EXPECT_EQ(eventText({PadEvent::Kind::Attached, "Vela Ink", "/dev/hidraw3"}, kTime),
@@ -30,12 +30,12 @@ TEST_F(PadWatchWords, ShowTheLocalTimeAndWhatHappened) {
             "03:43:20.042  Vela USB detached from /dev/hidraw0");
 }
 
-TEST_F(PadWatchWords, NameANodeThatMayNotBeOpened) {
+TEST_F(PadWatchWordsTest, NameANodeThatMayNotBeOpened) {
   EXPECT_EQ(eventText({PadEvent::Kind::Attached, "Vela II", "/dev/hidraw3", false}, kTime),
             "03:43:20.042  Vela II attached at /dev/hidraw3, no permission to open it");
 }
 
-TEST_F(PadWatchWords, AreAnObjectInJson) {
+TEST_F(PadWatchWordsTest, AreAnObjectInJson) {
   EXPECT_EQ(eventJson({PadEvent::Kind::Present, "Vela Ink", "/dev/hidraw3"}, kTime),
             R"({"time": 1700000000.042, "name": "Vela Ink", "event": "present", )"
             R"("node": "/dev/hidraw3", "may_be_opened": true})");
@@ -47,7 +47,7 @@ TEST_F(PadWatchWords, AreAnObjectInJson) {
             R"("node": "/dev/hidraw0"})");
 }
 
-TEST(ProviderOf, KnowsThePadsAndNobodyElse) {
+TEST(ProviderOfTest, KnowsThePadsAndNobodyElse) {
   EXPECT_EQ(providerOf("0003:04DF:0012.0001"), 0);
   EXPECT_EQ(providerOf("0003:04DF:001F.000A"), 1);
   EXPECT_EQ(providerOf("0003:04DF:0030.0123"), 2);

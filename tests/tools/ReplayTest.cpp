@@ -25,7 +25,7 @@ Recording recordingOf(std::uint16_t vendor, std::uint16_t product) {
   return recording;
 }
 
-class Replay : public testing::Test {
+class ReplayTest : public testing::Test {
  protected:
   std::size_t play(const Recording& recording) {
     return replay(
@@ -43,27 +43,27 @@ class Replay : public testing::Test {
   int lostReport = -1;
 };
 
-TEST_F(Replay, SendsEachReportAtItsTimeSinceTheFirst) {
+TEST_F(ReplayTest, SendsEachReportAtItsTimeSinceTheFirst) {
   EXPECT_EQ(play(recordingOf({{100us, {1}}, {100us, {2}}, {5350us, {3}}})), 0U);
   EXPECT_THAT(log, ElementsAre("wait 0", "send 1", "wait 0", "send 2", "wait 5250", "send 3"));
 }
 
-TEST_F(Replay, CountsTheReportsThatNobodyGotAndGoesOn) {
+TEST_F(ReplayTest, CountsTheReportsThatNobodyGotAndGoesOn) {
   lostReport = 2;
   EXPECT_EQ(play(recordingOf({{0us, {1}}, {1us, {2}}, {2us, {2}}, {3us, {3}}})), 2U);
   EXPECT_EQ(log.back(), "send 3");
 }
 
-TEST_F(Replay, OfNothingSendsNothing) {
+TEST_F(ReplayTest, OfNothingSendsNothing) {
   EXPECT_EQ(play(recordingOf({})), 0U);
   EXPECT_THAT(log, IsEmpty());
 }
 
-TEST(RecordingOf, ThePadIsTaken) {
+TEST(RecordingOfTest, ThePadIsTaken) {
   EXPECT_NO_THROW(requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recordingOf(0x04DF, 0x30)));
 }
 
-TEST(RecordingOf, AnotherDeviceIsRefused) {
+TEST(RecordingOfTest, AnotherDeviceIsRefused) {
   for (const Recording& recording : {recordingOf(0x04DF, 0x12), recordingOf(0x04DE, 0x30)})
     EXPECT_THROW(requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recording), OtherPadError);
   try {

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Signature, IsEmptyUntilThePenTouchesTheSurface) {
+TEST(SignatureTest, IsEmptyUntilThePenTouchesTheSurface) {
   Signature signature;
   EXPECT_TRUE(signature.empty());
   signature.samples.push_back(
@@ -21,7 +21,7 @@ TEST(Signature, IsEmptyUntilThePenTouchesTheSurface) {
   EXPECT_FALSE(signature.empty());
 }
 
-TEST(Format, GoesByTheEndingInEitherCase) {
+TEST(FormatTest, GoesByTheEndingInEitherCase) {
   EXPECT_NE(writerFor("a.svg"), nullptr);
   EXPECT_EQ(writerFor("a.SVG"), writerFor("b.svg"));
   EXPECT_NE(writerFor("a.svg"), writerFor("a.png"));
@@ -30,7 +30,7 @@ TEST(Format, GoesByTheEndingInEitherCase) {
   EXPECT_EQ(writerFor("a.svgz"), nullptr);
 }
 
-TEST(Axis, NeedsALengthAndARange) {
+TEST(AxisTest, NeedsALengthAndARange) {
   EXPECT_TRUE((Axis{0, 1300, 4.5}.usable()));
   EXPECT_FALSE((Axis{1300, 1300, 4.5}.usable()));
   EXPECT_FALSE((Axis{0, 1300, 0}.usable()));

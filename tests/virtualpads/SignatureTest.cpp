@@ -13,7 +13,7 @@ namespace {
 
 using testing::DoubleNear;
 
-TEST(Signature, BeginsAndEndsAsRecorded) {
+TEST(SignatureTest, BeginsAndEndsAsRecorded) {
   const std::vector<PenState> samples = signature(0);
   EXPECT_EQ(samples.size(), 618U);
   // E: 000000.000000 11 01 21 fc 0d c7 4a 11 ...
@@ -30,14 +30,14 @@ TEST(Signature, BeginsAndEndsAsRecorded) {
   EXPECT_EQ(samples.back().milliseconds, 3830U);
 }
 
-class EachSignature : public testing::TestWithParam<std::uint32_t> {
+class EachSignatureTest : public testing::TestWithParam<std::uint32_t> {
  protected:
   const std::vector<PenState> samples = signature(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Variations, EachSignature, testing::Range(0U, 101U));
+INSTANTIATE_TEST_SUITE_P(Variations, EachSignatureTest, testing::Range(0U, 101U));
 
-TEST_P(EachSignature, SitsWellOnTheSurface) {
+TEST_P(EachSignatureTest, SitsWellOnTheSurface) {
   const auto [left, right] = std::ranges::minmax(samples, {}, &PenState::x);
   const auto [top, bottom] = std::ranges::minmax(samples, {}, &PenState::y);
   EXPECT_GE(left.x, 0.05);
@@ -49,12 +49,12 @@ TEST_P(EachSignature, SitsWellOnTheSurface) {
   EXPECT_GT(right.x - left.x, 0.75);
 }
 
-TEST_P(EachSignature, TakesAsLongAsAPersonTakes) {
+TEST_P(EachSignatureTest, TakesAsLongAsAPersonTakes) {
   EXPECT_GE(samples.back().milliseconds, 2000U);
   EXPECT_LE(samples.back().milliseconds, 6000U);
 }
 
-TEST_P(EachSignature, HasSixStrokesThatEndWithALiftedPenAtTheSamePlace) {
+TEST_P(EachSignatureTest, HasSixStrokesThatEndWithALiftedPenAtTheSamePlace) {
   int strokes = 0;
   for (std::size_t i = 1; i < samples.size(); ++i) {
     EXPECT_GT(samples[i].milliseconds, samples[i - 1].milliseconds);
@@ -69,7 +69,7 @@ TEST_P(EachSignature, HasSixStrokesThatEndWithALiftedPenAtTheSamePlace) {
 }
 
 // A tenth of an inch on the smallest surface; longer steps would look like corners.
-TEST_P(EachSignature, IsSampledDensely) {
+TEST_P(EachSignatureTest, IsSampledDensely) {
   for (std::size_t i = 1; i < samples.size(); ++i) {
     if (!samples[i - 1].touch) continue;
     const double right = (samples[i].x - samples[i - 1].x) * 1.62;
@@ -77,7 +77,7 @@ TEST_P(EachSignature, IsSampledDensely) {
   }
 }
 
-TEST(Signature, DiffersALittleEachTime) {
+TEST(SignatureTest, DiffersALittleEachTime) {
   const std::vector<PenState> recorded = signature(0);
   std::set<std::pair<double, double>> beginnings;
   std::set<std::uint32_t> durations;
@@ -97,14 +97,14 @@ TEST(Signature, DiffersALittleEachTime) {
 }
 
 // The spacing of two letters changes too, not only the size and the place of the whole.
-TEST(Signature, HasEachLetterSlightlyDifferent) {
+TEST(SignatureTest, HasEachLetterSlightlyDifferent) {
   const std::vector<PenState> recorded = signature(0);
   const std::vector<PenState> again = signature(1);
   const auto shift = [&](std::size_t i) { return again[i].y - recorded[i].y; };
   EXPECT_GT(std::abs(shift(300) - (shift(200) + shift(400)) / 2), 0.002);
 }
 
-TEST(Signature, IsTheSameForTheSameNumber) {
+TEST(SignatureTest, IsTheSameForTheSameNumber) {
   const std::vector<PenState> once = signature(7);
   const std::vector<PenState> again = signature(7);
   ASSERT_EQ(once.size(), again.size());

@@ -19,7 +19,7 @@ constexpr int kNarrowestColumn = 56;
 
 }  // namespace
 
-FeatureTable::FeatureTable(const std::vector<NamedReport>& reports)
+FeatureTable::FeatureTable(const std::vector<PadReport>& reports)
     : QTableWidget(0, Column::Columns) {
   setHorizontalHeaderLabels({"Id", "Way", "Feature report", "Count", "Last bytes"});
   setObjectName("featureTable");
@@ -34,12 +34,16 @@ FeatureTable::FeatureTable(const std::vector<NamedReport>& reports)
   horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
   horizontalHeader()->setHighlightSections(false);
   horizontalHeader()->setMinimumSectionSize(kNarrowestColumn);
-  for (const NamedReport& report : reports) addRow(report);
+  for (const PadReport& report : reports) {
+    if (report.canGet()) addRow(report.id, Direction::Get, report.name);
+    if (report.canSet()) addRow(report.id, Direction::Set, report.name);
+  }
 }
 
 void FeatureTable::take(const WatchedPad::FeatureReport& report) {
   const int row = rowOf(report);
-  item(row, Column::Count)->setText(QString::number(++m_counts.at(static_cast<std::size_t>(row))));
+  item(row, Column::Count)
+      ->setText(QString::number(++m_rows.at(static_cast<std::size_t>(row)).count));
   item(row, Column::LastBytes)
       ->setText((report.accepted ? "" : "refused: ") + hexText(report.bytes));
 }
@@ -61,21 +65,18 @@ QSize FeatureTable::sizeForRows(int rows) const {
 
 int FeatureTable::rowOf(const WatchedPad::FeatureReport& report) {
   const std::uint8_t id = report.bytes.empty() ? std::uint8_t{0} : report.bytes.front();
-  const auto known = std::ranges::find_if(m_reports, [&](const NamedReport& named) {
-    return named.id == id && named.direction == report.direction;
-  });
-  if (known != m_reports.end()) return static_cast<int>(std::distance(m_reports.begin(), known));
-  return addRow({id, report.direction, "(not of this pad)"});
+  const auto known = std::ranges::find_if(
+      m_rows, [&](const Row& row) { return row.id == id && row.direction == report.direction; });
+  if (known != m_rows.end()) return static_cast<int>(std::distance(m_rows.begin(), known));
+  return addRow(id, report.direction, "(not of this pad)");
 }
 
-int FeatureTable::addRow(const NamedReport& report) {
+int FeatureTable::addRow(std::uint8_t id, Direction direction, const char* name) {
   const int row = rowCount();
-  m_reports.push_back(report);
-  m_counts.push_back(0);
+  m_rows.push_back({id, direction, 0});
   insertRow(row);
-  const bool get = report.direction == WatchedPad::FeatureReport::Direction::Get;
-  const QString texts[Column::Columns] = {QString::number(report.id), get ? "get" : "set",
-                                          report.name, "0", ""};
+  const QString texts[Column::Columns] = {
+      QString::number(id), direction == Direction::Get ? "get" : "set", name, "0", ""};
   for (int column = 0; column < Column::Columns; ++column)
     setItem(row, column, new QTableWidgetItem(texts[column]));
   item(row, Column::LastBytes)->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));

@@ -5,7 +5,7 @@
 #include <QTableWidget>
 #include <vector>
 
-#include "virtualpads/window/PadPortrait.h"
+#include "virtualpads/window/WatchedPad.h"
 
 namespace virtualpads {
 
@@ -16,7 +16,8 @@ class FeatureTable : public QTableWidget {
  public:
   enum Column { Id, Way, Name, Count, LastBytes, Columns };
 
-  explicit FeatureTable(const std::vector<NamedReport>& reports);
+  // Has a row for each way in which a feature report is exchanged; none for an input report.
+  explicit FeatureTable(const std::vector<PadReport>& reports);
 
   // Counts the report and shows its bytes. An unknown report gets a row of its own at the end.
   void take(const WatchedPad::FeatureReport& report);
@@ -25,12 +26,18 @@ class FeatureTable : public QTableWidget {
   QSize minimumSizeHint() const override;
 
  private:
+  using Direction = WatchedPad::FeatureReport::Direction;
+
   QSize sizeForRows(int rows) const;
   int rowOf(const WatchedPad::FeatureReport& report);
-  int addRow(const NamedReport& report);
+  int addRow(std::uint8_t id, Direction direction, const char* name);
 
-  std::vector<NamedReport> m_reports;  // of each row
-  std::vector<int> m_counts;
+  struct Row {
+    std::uint8_t id;
+    Direction direction;
+    int count;
+  };
+  std::vector<Row> m_rows;
 };
 
 }  // namespace virtualpads

@@ -73,15 +73,6 @@ InkPortrait::InkPortrait(const PadModel& pad)
   addBelow(bitmaps);
 }
 
-std::vector<NamedReport> InkPortrait::featureReports() const {
-  using enum WatchedPad::FeatureReport::Direction;
-  return {{3, Get, "Options"},
-          {3, Set, "Options"},
-          {6, Get, "Serial number"},
-          {7, Set, "Picture band"},
-          {9, Set, "Clear"}};
-}
-
 void InkPortrait::showState(const PadModel& pad) {
   const auto& inkPad = dynamic_cast<const InkPad&>(pad);
 

@@ -31,7 +31,6 @@ class InkPortrait : public PadPortrait {
  public:
   explicit InkPortrait(const PadModel& pad);
 
-  std::vector<NamedReport> featureReports() const override;
   void showState(const PadModel& pad) override;
   SurfaceView surface() const override;
 

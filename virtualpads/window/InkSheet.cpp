@@ -14,8 +14,10 @@ constexpr double kThickest = 6;
 }  // namespace
 
 InkSheet::InkSheet(const PadModel& pad, QColor ink)
-    : m_sheet((QSizeF(pad.widthInches(), pad.heightInches()) * kPixelsPerInch).toSize(),
-              QImage::Format_ARGB32_Premultiplied),
+    : m_sheet(
+          (QSizeF(pad.description().widthInches, pad.description().heightInches) * kPixelsPerInch)
+              .toSize(),
+          QImage::Format_ARGB32_Premultiplied),
       m_ink(ink) {
   wipe();
 }

@@ -11,10 +11,8 @@ namespace virtualpads {
 
 namespace {
 
-QString productId(const PadModel::Identity& identity) {
-  return QString("%1:%2")
-      .arg(identity.vendor, 4, 16, QChar('0'))
-      .arg(identity.product, 4, 16, QChar('0'));
+QString productId(const PadDescription& pad) {
+  return QString("%1:%2").arg(pad.vendor, 4, 16, QChar('0')).arg(pad.product, 4, 16, QChar('0'));
 }
 
 }  // namespace
@@ -25,11 +23,11 @@ PadPortrait::PadPortrait(const PadModel& pad)
   m_parts->setSpacing(12);
   m_parts->addLayout(m_form);
   m_parts->addStretch();
-  addState("HID device", "productId")->setText(productId(pad.identity()));
+  addState("HID device", "productId")->setText(productId(pad.description()));
   addState("Surface", "surface")
       ->setText(QString("%1 × %2 inches")
-                    .arg(pad.widthInches(), 0, 'f', 2)
-                    .arg(pad.heightInches(), 0, 'f', 2));
+                    .arg(pad.description().widthInches, 0, 'f', 2)
+                    .arg(pad.description().heightInches, 0, 'f', 2));
 }
 
 QLabel* PadPortrait::addState(const QString& title, const char* objectName) {

@@ -1,5 +1,4 @@
-// How one kind of pad is shown in a PadWindow: its surface, its state, and the names of its feature
-// reports.
+// How a pad is shown in a PadWindow: its surface and its state.
 #ifndef VIRTUALPADS_WINDOW_PADPORTRAIT_H
 #define VIRTUALPADS_WINDOW_PADPORTRAIT_H
 
@@ -8,7 +7,6 @@
 #include <QVBoxLayout>
 #include <QWidget>
 #include <memory>
-#include <vector>
 
 #include "virtualpads/PadModel.h"
 #include "virtualpads/window/PadSurface.h"
@@ -16,21 +14,11 @@
 
 namespace virtualpads {
 
-// A feature report that the pad has.
-struct NamedReport {
-  std::uint8_t id;
-  WatchedPad::FeatureReport::Direction direction;
-  const char* name;
-};
-
 // The widget shows the state. GUI thread only.
 class PadPortrait : public QWidget {
  public:
   // Shows what every pad has: its ids and its size.
   explicit PadPortrait(const PadModel& pad);
-
-  // In the order of the ids.
-  virtual std::vector<NamedReport> featureReports() const = 0;
 
   // Called for what happened to the pad, in the order in which it happened.
   virtual void penMoved(const PenState&) {}

@@ -57,7 +57,7 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
     m_portrait->showState(model);
   });
 
-  const QString name = QString::fromStdString(m_pad->identity().name);
+  const QString name = QString::fromStdString(m_pad->description().name);
   setWindowTitle(name + " (virtual pad)");
   setWindowIcon(padIcon());
   m_surface = new PadSurface(name, m_portrait->surface(), std::move(sendPen));
@@ -67,9 +67,8 @@ PadWindow::PadWindow(std::shared_ptr<WatchedPad> pad, SendPen sendPen) : m_pad(s
   m_inputReport->setObjectName("inputReport");
   m_inputReport->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   m_inputReport->setTextInteractionFlags(Qt::TextSelectableByMouse);
-  const std::vector<NamedReport> reports = m_portrait->featureReports();
-  m_features = new FeatureTable(reports);
-  if (reports.empty()) m_features->hide();
+  m_features = new FeatureTable(m_pad->description().reports);
+  if (m_features->rowCount() == 0) m_features->hide();
 
   auto* penForm = new QFormLayout;
   penForm->addRow("Pen", m_pen);

@@ -14,10 +14,6 @@ const QColor kTrace(0x9A, 0xA7, 0xB6);
 
 PlainPortrait::PlainPortrait(const PadModel& pad) : PadPortrait(pad), m_lastStroke(pad, kTrace) {}
 
-std::vector<NamedReport> PlainPortrait::featureReports() const {
-  return {};
-}
-
 void PlainPortrait::penMoved(const PenState& pen) {
   if (pen.touch && !m_down) m_lastStroke.wipe();
   m_down = pen.touch;
@@ -32,11 +28,6 @@ SurfaceView PlainPortrait::surface() const {
 
 IiPortrait::IiPortrait(const PadModel& pad)
     : PlainPortrait(pad), m_serialNumber(addState("Serial number", "serialNumber")) {}
-
-std::vector<NamedReport> IiPortrait::featureReports() const {
-  using enum WatchedPad::FeatureReport::Direction;
-  return {{2, Get, "Serial number"}, {10, Get, "Pad information"}};
-}
 
 void IiPortrait::showState(const PadModel& pad) {
   m_serialNumber->setText(hexText(dynamic_cast<const IiPad&>(pad).serialNumber()));

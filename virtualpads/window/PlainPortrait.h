@@ -12,7 +12,6 @@ class PlainPortrait : public PadPortrait {
  public:
   explicit PlainPortrait(const PadModel& pad);
 
-  std::vector<NamedReport> featureReports() const override;
   void penMoved(const PenState& pen) override;
   void showState(const PadModel& pad) override;
   SurfaceView surface() const override;
@@ -26,7 +25,6 @@ class IiPortrait : public PlainPortrait {
  public:
   explicit IiPortrait(const PadModel& pad);
 
-  std::vector<NamedReport> featureReports() const override;
   void showState(const PadModel& pad) override;
 
  private:

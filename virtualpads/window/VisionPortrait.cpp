@@ -11,11 +11,6 @@ namespace virtualpads {
 
 namespace {
 
-constexpr std::uint8_t kResetId = 3;
-constexpr std::uint8_t kModeId = 4;
-constexpr std::uint8_t kClearId = 18;
-constexpr std::uint8_t kKeepAliveId = 26;
-
 constexpr int kPenMode = 1;
 
 // A program sends keep-alives by the processor time that it has used. While it waits for a pen, a
@@ -85,30 +80,21 @@ VisionPortrait::VisionPortrait(const PadModel& pad)
   connect(&m_keptAlive, &QTimer::timeout, m_lamp, [this] { m_lamp->setLit(false); });
 }
 
-std::vector<NamedReport> VisionPortrait::featureReports() const {
-  using enum WatchedPad::FeatureReport::Direction;
-  return {
-      {2, Get, "Serial number"}, {kResetId, Get, "Reset"},     {kModeId, Get, "Mode"},
-      {kModeId, Set, "Mode"},    {12, Get, "Pad information"}, {17, Get, "Ink region"},
-      {17, Set, "Ink region"},   {kClearId, Set, "Clear"},     {kKeepAliveId, Set, "Keep-alive"}};
-}
-
 void VisionPortrait::penMoved(const PenState& pen) {
   m_ink.movePen(pen, m_mode == kPenMode);
 }
 
 void VisionPortrait::featureReport(const WatchedPad::FeatureReport& report) {
-  using enum WatchedPad::FeatureReport::Direction;
   if (!report.accepted) return;
   switch (report.bytes.front()) {
-    case kResetId:
-    case kClearId:
+    case VisionPad::kReset.id:
+    case VisionPad::kClear.id:
       m_ink.wipe();
       break;
-    case kModeId:
+    case VisionPad::kMode.id:
       m_mode = report.bytes.at(1);
       break;
-    case kKeepAliveId:
+    case VisionPad::kKeepAlive.id:
       m_lamp->setLit(true);
       m_keptAlive.start();
       break;

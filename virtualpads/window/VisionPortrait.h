@@ -29,7 +29,6 @@ class VisionPortrait : public PadPortrait {
  public:
   explicit VisionPortrait(const PadModel& pad);
 
-  std::vector<NamedReport> featureReports() const override;
   void penMoved(const PenState& pen) override;
   void featureReport(const WatchedPad::FeatureReport& report) override;
   void showState(const PadModel& pad) override;

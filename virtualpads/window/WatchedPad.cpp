@@ -4,7 +4,8 @@
 
 namespace virtualpads {
 
-WatchedPad::WatchedPad(std::shared_ptr<PadModel> pad) : m_pad(std::move(pad)) {}
+WatchedPad::WatchedPad(std::shared_ptr<PadModel> pad)
+    : PadModel(pad->description()), m_pad(std::move(pad)) {}
 
 void WatchedPad::watch(Observer observer) {
   std::lock_guard lock(m_mutex);
@@ -14,26 +15,6 @@ void WatchedPad::watch(Observer observer) {
 void WatchedPad::look(const std::function<void(const PadModel&)>& see) const {
   std::lock_guard lock(m_mutex);
   see(*m_pad);
-}
-
-PadModel::Identity WatchedPad::identity() const {
-  std::lock_guard lock(m_mutex);
-  return m_pad->identity();
-}
-
-double WatchedPad::widthInches() const {
-  std::lock_guard lock(m_mutex);
-  return m_pad->widthInches();
-}
-
-double WatchedPad::heightInches() const {
-  std::lock_guard lock(m_mutex);
-  return m_pad->heightInches();
-}
-
-std::span<const std::uint8_t> WatchedPad::reportDescriptor() const {
-  std::lock_guard lock(m_mutex);
-  return m_pad->reportDescriptor();
 }
 
 Bytes WatchedPad::inputReport(const PenState& pen) {

@@ -41,10 +41,6 @@ class WatchedPad : public PadModel {
   // this pad.
   void look(const std::function<void(const PadModel&)>& see) const;
 
-  Identity identity() const override;
-  double widthInches() const override;
-  double heightInches() const override;
-  std::span<const std::uint8_t> reportDescriptor() const override;
   Bytes inputReport(const PenState& pen) override;
   std::optional<Bytes> getFeature(std::uint8_t reportId) override;
   bool setFeature(std::span<const std::uint8_t> report) override;

@@ -19,7 +19,7 @@ auto isPen(double x, double y, double pressure, bool touch, std::uint32_t millis
                Field("milliseconds", &PenState::milliseconds, milliseconds));
 }
 
-TEST(PenSampler, SendsThePressAtOnce) {
+TEST(PenSamplerTest, SendsThePressAtOnce) {
   PenSampler sampler;
   EXPECT_FALSE(sampler.down());
   EXPECT_THAT(sampler.press({0.25, 0.5, 0.75}, 1000),
@@ -27,7 +27,7 @@ TEST(PenSampler, SendsThePressAtOnce) {
   EXPECT_TRUE(sampler.down());
 }
 
-TEST(PenSampler, SamplesAPenThatRestsEveryFiveMilliseconds) {
+TEST(PenSamplerTest, SamplesAPenThatRestsEveryFiveMilliseconds) {
   PenSampler sampler;
   sampler.press({0.25, 0.5, 0.75}, 1000);
   EXPECT_THAT(sampler.sample(1004), IsEmpty());
@@ -35,14 +35,14 @@ TEST(PenSampler, SamplesAPenThatRestsEveryFiveMilliseconds) {
   EXPECT_THAT(sampler.sample(1009), IsEmpty());
 }
 
-TEST(PenSampler, IsNotLateAfterALateCall) {
+TEST(PenSamplerTest, IsNotLateAfterALateCall) {
   PenSampler sampler;
   sampler.press({0.25, 0.5, 0.75}, 1000);
   EXPECT_THAT(sampler.sample(1008), ElementsAre(isPen(0.25, 0.5, 0.75, true, 1005)));
   EXPECT_THAT(sampler.sample(1010), ElementsAre(isPen(0.25, 0.5, 0.75, true, 1010)));
 }
 
-TEST(PenSampler, SpreadsAMoveEvenlyOverTheSamplesThatAreDue) {
+TEST(PenSamplerTest, SpreadsAMoveEvenlyOverTheSamplesThatAreDue) {
   PenSampler sampler;
   sampler.press({0.0, 1.0, 0.5}, 0);
   sampler.move({0.5, 0.5, 1.0});
@@ -53,7 +53,7 @@ TEST(PenSampler, SpreadsAMoveEvenlyOverTheSamplesThatAreDue) {
   EXPECT_THAT(sampler.sample(25), ElementsAre(isPen(1.0, 0.0, 0.25, true, 25)));
 }
 
-TEST(PenSampler, LosesTheOlderSamplesOfALongPause) {
+TEST(PenSamplerTest, LosesTheOlderSamplesOfALongPause) {
   PenSampler sampler;
   sampler.press({0.0, 0.0, 0.5}, 0);
   sampler.move({1.0, 0.0, 0.5});
@@ -64,7 +64,7 @@ TEST(PenSampler, LosesTheOlderSamplesOfALongPause) {
   EXPECT_THAT(sampler.sample(1005), ElementsAre(isPen(1.0, 0.0, 0.5, true, 1005)));
 }
 
-TEST(PenSampler, EndsTheStrokeWhereThePointerWas) {
+TEST(PenSamplerTest, EndsTheStrokeWhereThePointerWas) {
   PenSampler sampler;
   sampler.press({0.0, 0.0, 0.5}, 0);
   sampler.move({0.5, 0.0, 0.5});
@@ -75,7 +75,7 @@ TEST(PenSampler, EndsTheStrokeWhereThePointerWas) {
   EXPECT_FALSE(sampler.down());
 }
 
-TEST(PenSampler, SendsWhatIsDueBeforeTheLift) {
+TEST(PenSamplerTest, SendsWhatIsDueBeforeTheLift) {
   PenSampler sampler;
   sampler.press({0.0, 0.0, 0.5}, 0);
   sampler.move({1.0, 0.0, 0.5});
@@ -84,7 +84,7 @@ TEST(PenSampler, SendsWhatIsDueBeforeTheLift) {
                           isPen(1.0, 0.0, 0.0, false, 11)));
 }
 
-TEST(PenSampler, SendsNothingOfALiftedPen) {
+TEST(PenSamplerTest, SendsNothingOfALiftedPen) {
   PenSampler sampler;
   EXPECT_THAT(sampler.sample(100), IsEmpty());
   EXPECT_THAT(sampler.lift(100), IsEmpty());
@@ -94,7 +94,7 @@ TEST(PenSampler, SendsNothingOfALiftedPen) {
   EXPECT_THAT(sampler.lift(200), IsEmpty());
 }
 
-TEST(PenSampler, BeginsEachStrokeAnew) {
+TEST(PenSamplerTest, BeginsEachStrokeAnew) {
   PenSampler sampler;
   sampler.press({0.0, 0.0, 0.5}, 0);
   sampler.lift(3);

@@ -1,8 +1,27 @@
-#include "virtualpads/ReportDescriptor.h"
+#include "virtualpads/PadReport.h"
+
+#include <algorithm>
 
 namespace virtualpads {
 
-Bytes reportDescriptor(std::initializer_list<DeclaredReport> reports) {
+bool PadReport::matches(std::span<const std::uint8_t> bytes) const {
+  return bytes.size() == length && bytes.front() == id;
+}
+
+Bytes PadReport::blank(std::uint8_t value) const {
+  Bytes report(length, value);
+  report.front() = id;
+  return report;
+}
+
+Bytes PadReport::with(std::size_t at, std::span<const std::uint8_t> bytes,
+                      std::uint8_t value) const {
+  Bytes report = blank(value);
+  std::ranges::copy(bytes, report.begin() + static_cast<std::ptrdiff_t>(at));
+  return report;
+}
+
+Bytes reportDescriptor(std::span<const PadReport> reports) {
   Bytes bytes = {
       0x06, 0x00, 0xFF,  // Usage Page (vendor-defined 0xFF00)
       0x09, 0x01,        // Usage (1)
@@ -12,7 +31,7 @@ Bytes reportDescriptor(std::initializer_list<DeclaredReport> reports) {
       0x75, 0x08,        //   Report Size (8)
   };
   std::uint8_t usage = 1;
-  for (const DeclaredReport& report : reports) {
+  for (const PadReport& report : reports) {
     std::size_t count = report.length;
     if (report.id != 0) {
       bytes.insert(bytes.end(), {0x85, report.id});  // Report ID
@@ -20,7 +39,7 @@ Bytes reportDescriptor(std::initializer_list<DeclaredReport> reports) {
     }
     const auto countLow = static_cast<std::uint8_t>(count);
     const auto countHigh = static_cast<std::uint8_t>(count >> 8);
-    const std::uint8_t main = report.kind == DeclaredReport::Kind::Input ? 0x81 : 0xB1;
+    const std::uint8_t main = report.way == PadReport::Way::Input ? 0x81 : 0xB1;
     ++usage;
     bytes.insert(bytes.end(), {
                                   0x09, usage,                // Usage
