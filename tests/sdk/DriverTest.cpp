@@ -8,20 +8,12 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
-#include "PenRecordQueue.h"
-#include "VisionRecordQueue.h"
-#include "support/PadTable.h"
-#include "support/PadTest.h"
+#include "support/DriverTest.h"
 #include "support/Patience.h"
 #include "support/TimeControl.h"
 #include "support/Written.h"
-#include "velaii.h"
-#include "velainkusb.h"
-#include "velausb.h"
-#include "velavision.h"
 
 namespace {
 
@@ -48,96 +40,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using virtualpads::makePad;
 using virtualpads::PadKind;
-using virtualpads::PadModel;
 
-class AnyDriver {
- public:
-  virtual ~AnyDriver() = default;
-  virtual int open(PenEventHandler handler) = 0;
-  virtual int openWithoutHandler() = 0;
-  virtual int close() = 0;
-  virtual int count() = 0;
-  virtual bool ranges(const std::array<int*, 6>& ends) = 0;
-  virtual double width() = 0;
-  virtual double height() = 0;
-  virtual bool queueExists() const = 0;
-  // The next queued sample, where the queue holds PEN_DATA.
-  virtual std::unique_ptr<PEN_DATA> takeQueued() = 0;
-};
-
-template <class Driver, auto& queue>
-class DriverWith : public AnyDriver {
- public:
-  int open(PenEventHandler handler) override { return m_driver.OpenConnection(handler); }
-  int openWithoutHandler() override { return m_driver.OpenConnection(); }
-  int close() override { return m_driver.CloseConnection(); }
-  int count() override { return m_driver.GetNumDevices(); }
-  bool ranges(const std::array<int*, 6>& to) override {
-    return m_driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5]);
-  }
-  double width() override { return m_driver.GetPhysicalX(); }
-  double height() override { return m_driver.GetPhysicalY(); }
-  bool queueExists() const override { return queue != nullptr; }
-  std::unique_ptr<PEN_DATA> takeQueued() override {
-    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>)
-      return std::unique_ptr<PEN_DATA>(queue->GetRecord(true));
-    else
-      return nullptr;
-  }
-
- private:
-  Driver m_driver;
-};
-
-std::unique_ptr<AnyDriver> makeDriver(PadKind kind) {
-  switch (kind) {
-    case PadKind::Usb:
-      return std::make_unique<DriverWith<velausb, pUSBDataHandler>>();
-    case PadKind::Ii:
-      return std::make_unique<DriverWith<velaii, pDataHandler>>();
-    case PadKind::Ink:
-      return std::make_unique<DriverWith<velainkusb, pInkDataHandler>>();
-    case PadKind::Vision:
-      return std::make_unique<DriverWith<velavision, pVisionDataHandler>>();
-  }
-  return nullptr;
-}
-
-class DriverTest : public support::PadTest, public testing::WithParamInterface<PadRow> {
+class DriverTest : public support::PadDriverTest {
  protected:
   DriverTest() { time.stopProcessorTime(0); }  // no keep-alive comes between the calls
-  ~DriverTest() override {
-    if (driver) driver->close();
-  }
-
-  // Plugs the pad, set to what the row says.
-  void plugPad() {
-    plug(makePad(pad.kind));
-    if (*pad.before == '\0') return;
-    const std::size_t length = pad.kind == PadKind::Vision ? 34 : 17;
-    bus.withModel(port,
-                  [&](PadModel& model) { EXPECT_TRUE(model.setFeature(hex(pad.before, length))); });
-  }
-
-  void open() {
-    plugPad();
-    ASSERT_EQ(driver->open(recordPen), 1);
-  }
-
-  void sendReport(const PenReport& report) { sendPart(report, pad.reportSize); }
-
-  void sendPart(const PenReport& report, int length) {
-    Bytes bytes = hex(report.bytes, static_cast<std::size_t>(pad.reportSize));
-    bytes.resize(static_cast<std::size_t>(length));
-    EXPECT_TRUE(bus.sendWhenRoom(port, bytes));
-  }
-
-  std::vector<Pen> pens() {
-    std::vector<Pen> all;
-    for (const Sample& sample : recorder.samples())
-      all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
-    return all;
-  }
 
   std::array<int, 6> ranges(std::size_t missing = 6) {
     std::array<int, 6> ends{-9, -9, -9, -9, -9, -9};
@@ -147,9 +53,7 @@ class DriverTest : public support::PadTest, public testing::WithParamInterface<P
     return ends;
   }
 
-  const PadRow& pad = GetParam();
   support::TimeControl time;
-  std::unique_ptr<AnyDriver> driver = makeDriver(pad.kind);
 };
 
 INSTANTIATE_TEST_SUITE_P(Pads, DriverTest, testing::ValuesIn(support::padTable()),
@@ -161,7 +65,7 @@ TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestruction) {
   driver.reset();
   plugPad();
   bus.clearLog();
-  driver = makeDriver(pad.kind);
+  driver = support::makeDriver(pad.kind);
   EXPECT_EQ(driver->open(recordPen), 1);
   EXPECT_EQ(driver->close(), 0);
   driver.reset();
@@ -414,6 +318,64 @@ TEST_P(DriverTest, TheOpenWithoutAHandlerKeepsTheOneGivenBefore) {
   ASSERT_EQ(driver->openWithoutHandler(), 1);
   sendReport(pad.stroke[0]);
   EXPECT_TRUE(recorder.waitFor(1));
+}
+
+// Connections and objects.
+
+// A driver object serves one connection; in a second one it reads only until its first time-out.
+TEST_P(DriverTest, TheRunningStateDoesNotComeBack) {
+  plugPad();
+  for (const int threads : {3, 2}) {
+    EXPECT_EQ(driver->open(recordPen), 1);
+    EXPECT_EQ(driver->running(), threads == 3);
+    EXPECT_TRUE(waitForThreads(threads));
+    driver->close();
+    EXPECT_FALSE(driver->running());
+  }
+}
+
+// Two driver objects of a kind share the queue, and so the first one's callback.
+TEST_P(DriverTest, TheFirstCallbackGetsTheSamplesOfBothUntilEitherCloses) {
+  for (const bool firstCloses : {true, false}) {
+    SCOPED_TRACE(firstCloses);
+    recorder.reset();
+    support::penRecorder<1>().reset();
+    driver = support::makeDriver(pad.kind);
+    auto second = support::makeDriver(pad.kind);
+    open();
+    ASSERT_EQ(second->open(recordPen<1>), 1);
+    EXPECT_TRUE(waitForThreads(6));
+    sendReport();  // both read it
+    EXPECT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(pens(), (std::vector<Pen>{pad.stroke[0].pen, pad.stroke[0].pen}));
+    auto& closedFirst = firstCloses ? driver : second;
+    auto& closedLast = firstCloses ? second : driver;
+    closedFirst->close();
+    closedFirst.reset();
+    EXPECT_FALSE(closedLast->queueExists());
+    EXPECT_TRUE(closedLast->running());
+    sendReport();
+    EXPECT_TRUE(bus.waitUntilRead(port));
+    closedLast->close();
+    EXPECT_EQ(recorder.count(), 2U);
+    EXPECT_EQ(support::penRecorder<1>().count(), 0U);
+    bus.unplug(port);
+  }
+}
+
+TEST_P(DriverTest, AConnectionOpenedBetweenTheClosesHasItsOwnQueue) {
+  open();
+  const auto second = support::makeDriver(pad.kind);
+  const auto third = support::makeDriver(pad.kind);
+  ASSERT_EQ(second->open(recordPen<1>), 1);
+  driver->close();
+  ASSERT_EQ(third->open(recordPen), 1);
+  sendReport();  // the second and the third one read it
+  ASSERT_TRUE(recorder.waitFor(2));
+  second->close();
+  EXPECT_FALSE(third->queueExists());
+  third->close();
+  EXPECT_EQ(recorder.count(), 2U);
 }
 
 }  // namespace

@@ -72,7 +72,9 @@ struct PadRow {
   int openFailure;                     // the result when the pad cannot be opened,
   int openAttempts;                    // after so many attempts,
   const char* openFailureLine;         // and the line
-  std::vector<std::string> lines;      // all that the driver may print
+  // All that the driver may print. The last three are for a thread that does not start, in the
+  // order of the starts.
+  std::vector<std::string> lines;
 };
 
 inline const std::array<PadRow, 4>& padTable() {
