@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_PADTABLE_H
 #define TESTS_SUPPORT_PADTABLE_H
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -253,9 +251,7 @@ inline void PrintTo(const PadRow& row, std::ostream* out) {
   *out << row.provider;
 }
 
-inline std::string nameOfRow(const testing::TestParamInfo<PadRow>& info) {
-  return info.param.name;
-}
+inline constexpr auto nameOfRow = [](const auto& info) { return std::string(info.param.name); };
 
 }  // namespace support
 

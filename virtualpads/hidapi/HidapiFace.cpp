@@ -18,7 +18,6 @@ namespace {
 using virtualpads::BegunCall;
 using virtualpads::Bytes;
 using virtualpads::ErrorText;
-using virtualpads::ErrorTexts;
 using virtualpads::FaceAccess;
 using virtualpads::HidCall;
 using virtualpads::PadModel;
@@ -106,8 +105,7 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
   Call call(kind, argument, std::move(bytes));
   const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev);
   if (!handle) return call.end(kFailed);
-  const bool readsHaveTheirs = call.bus.errorTexts == ErrorTexts::ReadsHaveTheirs;
-  ErrorText& error = kind == HidCall::Read && readsHaveTheirs ? handle->readError : handle->error;
+  ErrorText& error = handle->error;
   ++error.callsInFlight;
   if (oldText == OldText::FreedAtStart) freeErrorText(call.bus, error);
   if (call.begun.unplug) call.bus.unplug(*handle->port);
@@ -252,7 +250,7 @@ void hid_close(hid_device* dev) {
     return;
   }
   if (const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev)) {
-    if (handle->error.callsInFlight + handle->readError.callsInFlight > 0) ++call.bus.misuses;
+    if (handle->error.callsInFlight > 0) ++call.bus.misuses;
     if (call.begun.unplug) call.bus.unplug(*handle->port);
     handle->open = false;
     call.bus.discardUnread(*handle);
