@@ -362,12 +362,9 @@ TEST_F(EngineTest, ReadFileReturnsTheBytesOfOneReport) {
 
 TEST_F(EngineTest, ATimeOutAndAnErrorAreFalseWithoutALineOrACount) {
   open();
-  EXPECT_EQ(writtenBy([&] {
-              EXPECT_FALSE(read());
-              bus.fail(HidCall::Read, {Fault::Kind::Return, -1});
-              EXPECT_FALSE(read());
-            }),
-            kNothingWritten);
+  EXPECT_EQ(writtenBy(false, [&] { return read(); }), kNothingWritten);
+  bus.fail(HidCall::Read, {Fault::Kind::Return, -1});
+  EXPECT_EQ(writtenBy(false, [&] { return read(); }), kNothingWritten);
   EXPECT_EQ(count, 77);
 }
 
@@ -403,7 +400,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(ExchangeTest, BadArgumentsAreReportedAfterAMissingDevice) {
   const auto expectLine = [&](unsigned char* data, int length, const char* line) {
-    EXPECT_EQ(writtenBy([&] { EXPECT_FALSE((engine.*GetParam().run)(data, length, &count)); }),
+    EXPECT_EQ(writtenBy(false, [&] { return (engine.*GetParam().run)(data, length, &count); }),
               (Written{line, ""}));
   };
   expectLine(buffer, 6, GetParam().noDevice);

@@ -86,10 +86,7 @@ class FrameTest : public support::PadDriverTest {
   // With what it writes.
   Written openAndListen() {
     plugPad();
-    int opened = -9;
-    const Written written = writtenBy([&] { opened = driver->open(recordPen); });
-    EXPECT_EQ(opened, 1);
-    return written;
+    return writtenBy(1, [&] { return driver->open(recordPen); });
   }
 
   Log logOfClose() {
@@ -122,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(Pads, FrameTest, testing::ValuesIn(support::padTable())
 // Opening.
 
 TEST_P(FrameTest, AnOpenThatFailsTouchesNoThreadAndDoesNotSpoilTheObject) {
-  writtenBy([&] { EXPECT_EQ(driver->open(recordPen), pad.openFailure); });
+  writtenBy(pad.openFailure, [&] { return driver->open(recordPen); });
   EXPECT_FALSE(sigusr1IsBlocked());
   driver->close();
   EXPECT_THAT(threads.log(), IsEmpty());
@@ -334,7 +331,7 @@ TEST_P(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
   open();
   const auto other = support::makeDriver(pad.kind);
   bus.fail(HidCall::Open, {}, 1, pad.openAttempts);
-  writtenBy([&] { EXPECT_EQ(other->open(recordPen), pad.openFailure); });
+  writtenBy(pad.openFailure, [&] { return other->open(recordPen); });
   EXPECT_EQ(other->close(), 0);
   EXPECT_TRUE(driver->queueExists());
   sendReport();
@@ -402,7 +399,7 @@ INSTANTIATE_TEST_SUITE_P(Pads, VisionFrameTest, testing::Values(support::padRow(
 TEST_P(VisionFrameTest, ASetUpThatFailsComesAfterTheSignalAndDoesNotSpoilTheObject) {
   plugPad();
   bus.fail(HidCall::GetFeature, {support::Fault::Kind::Return, -1});
-  writtenBy([&] { EXPECT_EQ(driver->open(recordPen), 0); });
+  writtenBy(0, [&] { return driver->open(recordPen); });
   EXPECT_THAT(threads.log(), ElementsAre(blocking()));
   driver->close();
   EXPECT_TRUE(driver->running());
