@@ -11,9 +11,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <memory>
 #include <new>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,7 +83,12 @@ class FrameTest : public support::PadDriverTest {
            ": block SIGUSR1";
   }
 
-  // With what it writes.
+  // Feature requests that have been made.
+  long requestCount() const {
+    return bus.count(HidCall::GetFeature) + bus.count(HidCall::SendFeature);
+  }
+
+  // Returns what it writes.
   Written openAndListen() {
     plugPad();
     return writtenBy(1, [&] { return driver->open(recordPen); });
@@ -130,22 +135,24 @@ TEST_P(FrameTest, AnOpenThatFailsTouchesNoThreadAndDoesNotSpoilTheObject) {
   EXPECT_TRUE(waitForThreads(3));
 }
 
-TEST_P(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
-  EXPECT_EQ(openAndListen(), kNothingWritten);
+TEST_P(FrameTest, BlocksTheSignalThenSetsThePadUpThenStartsTheThreeThreads) {
   const auto [first, second, third] = threadNames();
+  long requests = -1;
+  bool queueExisted = false;  // otherwise the first reports would be lost
+  const auto noteRequests = [&] { requests = std::max(requests, requestCount()); };
+  threads.on("start " + first, noteRequests);
+  threads.on("start reading", [&] {
+    noteRequests();
+    queueExisted = driver->queueExists();
+  });
+  EXPECT_EQ(openAndListen(), kNothingWritten);
   EXPECT_THAT(threads.log(),
               ElementsAre(blocking(), "start " + first, "start " + second, "start " + third));
+  EXPECT_EQ(requests, std::ssize(pad.opens));
+  EXPECT_TRUE(queueExisted);
   EXPECT_TRUE(waitForThreads(3));
   driver->close();
   EXPECT_TRUE(sigusr1IsBlocked());  // for good
-}
-
-// Otherwise the first reports would find no queue and be lost.
-TEST_P(FrameTest, TheQueueIsThereBeforeTheReadingThread) {
-  bool existed = false;
-  threads.on("start reading", [&] { existed = driver->queueExists(); });
-  open();
-  EXPECT_TRUE(existed);
 }
 
 TEST_P(FrameTest, ThreadsGetDefaultAttributesAndTheDriverAndAZeroWord) {
@@ -242,11 +249,19 @@ TEST_P(FrameTest, TheReadingThreadEndsWithItsFirstFailedReadAfterTheRunningState
 
 TEST_P(FrameTest, ClosesInThisOrder) {
   open();
+  long requestsBefore = -1;
+  long requests = -1;
   bool openAtTheEnd = false;
+  bus.clearLog();
+  threads.on("join processing", [&] { requestsBefore = requestCount(); });
+  threads.on("SIGUSR1 to signal", [&] { requests = requestCount(); });
   threads.on("join reading",
              [&] { openAtTheEnd = driver->queueExists() && bus.openHandles() == 1; });
   EXPECT_THAT(logOfClose(),
               ElementsAre("join processing", "SIGUSR1 to signal", "join signal", "join reading"));
+  // The pad is reset between the two.
+  EXPECT_EQ(requestsBefore, 0);
+  EXPECT_EQ(requests, std::ssize(pad.closes));
   EXPECT_TRUE(openAtTheEnd);
   EXPECT_FALSE(driver->queueExists());
   EXPECT_EQ(bus.openHandles(), 0);

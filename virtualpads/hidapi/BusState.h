@@ -29,10 +29,10 @@ struct PortState {
   long discarded = 0;              // how often an unplug or a close discarded unread reports
 };
 
-// An error text of an open node.
+// The error text of an open node, which hidapi allocates and frees.
 struct ErrorText {
-  const wchar_t* text = nullptr;  // stands for the text that hidapi allocates
-  int callsInFlight = 0;          // calls that may free it
+  bool exists = false;
+  int callsInFlight = 0;  // calls that may free it
 };
 
 }  // namespace virtualpads

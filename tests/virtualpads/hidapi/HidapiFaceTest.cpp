@@ -218,17 +218,6 @@ TEST_F(HidapiFace, FailsWritesSinceNoPadHasOutputReports) {
   EXPECT_EQ(hid_write(dev, report, 0), -1);
 }
 
-TEST_F(HidapiFace, ReportsWhetherTheLastCallOnAHandleFailed) {
-  EXPECT_STREQ(hid_error(dev), L"Success");
-  getFeature(dev, 5);
-  EXPECT_STREQ(hid_error(dev), L"the call failed");
-  hid_set_nonblocking(dev, 0);
-  EXPECT_STREQ(hid_error(dev), L"the call failed");
-  getFeature(dev, 4);
-  EXPECT_STREQ(hid_error(dev), L"Success");
-  EXPECT_STREQ(hid_error(nullptr), L"Success");
-}
-
 TEST_F(EmptyBus, LogsEachCallInTheOrderOfItsBegin) {
   bus.plug(makePad(PadKind::Vision));
   hid_init();

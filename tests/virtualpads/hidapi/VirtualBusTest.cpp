@@ -223,7 +223,6 @@ TEST_F(BusTest, BearsEverythingAtOnce) {
       std::thread reader([&] { read(opened, 1000); });
       setFeature(opened, {4, 1});
       getFeature(opened, 5);
-      hid_error(opened);
       hid_close(opened);
       reader.join();
     }
