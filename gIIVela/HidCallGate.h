@@ -15,18 +15,19 @@ class HidCallGate {
  public:
   enum Side { kReading, kControl };
 
-  // Runs `call`, which calls hidapi once, when its turn has come. Returns its result, negative for
-  // a failure. Any thread.
+  // Runs `call`, which calls hidapi once, when its turn has come; calls of one side go in the order
+  // in which they came. Returns its result, negative for a failure. Any thread.
   template <class Call>
   int run(Side side, Call call) {
     const Side other = side == kReading ? kControl : kReading;
     std::unique_lock lock(m_mutex);
-    ++m_waiting[side];
+    const unsigned number = m_arrived[side]++;
     m_changed.wait(lock, [&] {
-      const bool othersTurn = m_waiting[other] > 0 && m_last == side;
-      return !m_busy[side] && (!m_failed || (!m_busy[other] && !othersTurn));
+      const bool othersTurn = m_begun[other] != m_arrived[other] && m_last == side;
+      return m_begun[side] == number && !m_busy[side] &&
+             (!m_failed || (!m_busy[other] && !othersTurn));
     });
-    --m_waiting[side];
+    ++m_begun[side];
     m_busy[side] = true;
     m_last = side;
     const bool alone = m_failed;
@@ -56,9 +57,10 @@ class HidCallGate {
  private:
   std::mutex m_mutex;  // guards all fields
   std::condition_variable m_changed;
-  bool m_busy[2] = {};     // by side
-  int m_waiting[2] = {};   // by side
-  Side m_last = kControl;  // began the last call
+  bool m_busy[2] = {};         // by side
+  unsigned m_arrived[2] = {};  // by side: the calls so far
+  unsigned m_begun[2] = {};    // by side: those that do not wait any more
+  Side m_last = kControl;      // began the last call
   bool m_failed = false;
 };
 

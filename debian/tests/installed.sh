@@ -3,7 +3,7 @@
 # installed, with a library of virtual pads that is loaded before the distribution's hidapi.
 set -eu
 tests=$PWD/tests/install
-export LANG=C.UTF-8 CC=cc CXX=c++ GENERATOR="Unix Makefiles" PRELOAD=$AUTOPKGTEST_TMP/attached_pads.so
-read -ra hidapi < <(pkg-config --cflags hidapi-hidraw)
-$CXX -std=c++20 -fPIC -shared -pthread -I. "${hidapi[@]}" tests/install/AttachedPads.cpp virtualpads/*.cpp \
-  virtualpads/hidapi/*.cpp -o "$PRELOAD"
+build=$AUTOPKGTEST_TMP/build
+export LANG=C.UTF-8 CC=cc CXX=c++ GENERATOR="Unix Makefiles" PRELOAD=$build/tests/install/libattached_pads.so
+cmake -S . -B "$build" -G "$GENERATOR" -DVELA_APPLICATION=OFF
+cmake --build "$build" --target attached_pads --parallel "$(nproc)"
