@@ -187,6 +187,23 @@ TEST_P(GateTest, AControlCallThatBeganBeforeTheFailureProvesNothing) {
             "");
 }
 
+TEST_P(GateTest, CallsOfASideGoInTheOrderInWhichTheyCame) {
+  EXPECT_EQ(failureOf([] {
+              HidCallGate gate;
+              HeldCall first(gate, side);
+              HeldCall second(gate, side, kFailure);
+              HeldCall third(gate, side);
+              const HeldCall fourth(gate, side);
+              first.finish();
+              check(second.isUnderWay() && !third.isUnderWay() && !fourth.isUnderWay(), "second");
+              second.finish();
+              check(third.isUnderWay() && !fourth.isUnderWay(), "third");
+              third.finish();
+              check(fourth.isUnderWay(), "fourth");
+            }),
+            "");
+}
+
 // Which of two waiters is woken first is the seed's choice.
 TEST_P(GateTest, AfterAFailureTheSidesTakeTurns) {
   EXPECT_EQ(failureOf([] {
