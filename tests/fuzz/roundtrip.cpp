@@ -145,7 +145,7 @@ struct Ink {
       }
       case 4: {
         const auto picture = std::make_unique<LCD_SCREEN>();
-        picture->bScreen = input.byte() % InkPad::kLayers;
+        picture->bScreen = static_cast<std::uint8_t>(input.byte() % InkPad::kLayers);
         const std::uint8_t seed = input.byte();
         for (std::size_t i = 0; i < std::size(picture->bPicture); ++i)
           picture->bPicture[i] = static_cast<std::uint8_t>(i * seed + i / 256);

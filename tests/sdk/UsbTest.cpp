@@ -44,7 +44,7 @@ TEST_P(UsbReportTest, IsDecoded) {
   send("20 5A 00 2D 00 01");
   send(GetParam().bytes);
   ASSERT_TRUE(recorder.waitFor(2));
-  const auto& [x, y, pressure, touch, sequence] = recorder.samples()[1];
+  const auto [x, y, pressure, touch, sequence] = recorder.samples()[1];
   EXPECT_EQ((Pen{x, y, pressure, touch}), GetParam().pen);
 }
 

@@ -664,7 +664,7 @@ TEST_F(VisionSampleTest, LastTouchIsKeptOverConnections) {
   send("01 80 00 00 00 00 00 00 00 00 00 00");
   EXPECT_TRUE(recorder.waitFor(2));
   next.CloseConnection();
-  const auto& [x, y, pressure, touch, sequence] = recorder.samples().at(1);
+  const auto [x, y, pressure, touch, sequence] = recorder.samples().at(1);
   EXPECT_EQ(x, 0x0303);
   EXPECT_EQ(y, 0x0404);
   EXPECT_EQ(touch, 0);
