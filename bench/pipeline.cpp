@@ -1,134 +1,64 @@
 // How long a pen sample takes from hid_read_timeout to the callback, what the queue costs, and how
-// it recovers from a callback that stalled. Uses the USB pad's driver.
-//
-// The functions of hidapi that the driver calls are defined here: reports come from memory, so that
+// it recovers from a callback that stalled. Uses the USB pad's driver, on a virtual pad, so that
 // the SDK and the system's threads are measured without a device.
 #include <benchmark/benchmark.h>
-#include <hidapi.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <mutex>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include "PenRecordQueue.h"
 #include "velausb.h"
+#include "virtualpads/hidapi/VirtualBus.h"
 
-struct hid_device_ {};
+struct hid_device_;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using virtualpads::VirtualBus;
 
-constexpr std::array<unsigned char, 6> kPenDown{0x20, 0x4E, 0x02, 0x27, 0x01, 0x40};
-
-// The source of hid_read_timeout's reports.
-class Source {
- public:
-  // Supplies `count` reports, `interval` apart.
-  void supply(long count, std::chrono::microseconds interval) {
-    {
-      const std::lock_guard lock(m_mutex);
-      m_delivered = 0;
-      m_wanted = count;
-      m_next = Clock::now();
-      m_interval = interval;
-      m_left = count;
-    }
-    m_changed.notify_all();
-  }
-
-  // Makes all further reads fail, so that the connection closes.
-  void end() {
-    {
-      const std::lock_guard lock(m_mutex);
-      m_ended = true;
-    }
-    m_changed.notify_all();
-  }
-
-  void begin() { m_ended = false; }
-
-  int read(unsigned char* data) {
-    if (m_left == 0) {
-      std::unique_lock lock(m_mutex);
-      m_changed.wait(lock, [this] { return m_left > 0 || m_ended; });
-      if (m_left == 0) return 0;
-    }
-    std::this_thread::sleep_until(m_next);
-    m_next += m_interval;
-    --m_left;
-    std::memcpy(data, kPenDown.data(), kPenDown.size());
-    readReturns = Clock::now();
-    return static_cast<int>(kPenDown.size());
-  }
-
-  // Called in the callback.
-  void noteDelivery() {
-    callbackBegins = Clock::now();
-    if (++m_delivered < m_wanted) return;
-    // Locked, so that the waiting thread cannot miss the change between its test and its wait.
-    const std::lock_guard lock(m_mutex);
-    m_changed.notify_all();
-  }
-
-  // The number of reports that have been read but not delivered.
-  long waiting() const { return m_wanted - m_left - m_delivered; }
-
-  void waitForDelivery() {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_delivered >= m_wanted; });
-  }
-
-  // Of the last sample.
-  std::atomic<Clock::time_point> readReturns{};
-  std::atomic<Clock::time_point> callbackBegins{};
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::atomic<long> m_left{0};
-  std::atomic<long> m_wanted{0};
-  std::atomic<long> m_delivered{0};
-  std::atomic<bool> m_ended{false};
-  Clock::time_point m_next{};  // these two are set before reports come
-  std::chrono::microseconds m_interval{0};
-};
-
-Source source;
-
+std::atomic<Clock::time_point> readReturned{};   // of the last report
+std::atomic<Clock::time_point> callbackBegan{};  // of the last sample
+std::atomic<long> delivered{0};
 std::atomic<bool> stalled{false};  // while true, the callback does not return
 
 void onPen(int32_t /*x*/, int32_t /*y*/, int32_t /*pressure*/, uint8_t /*touch*/,
            uint32_t /*timestamp*/, uint32_t /*sequenceNumber*/) {
-  source.noteDelivery();
+  callbackBegan = Clock::now();
+  ++delivered;
+  delivered.notify_all();
   stalled.wait(true);
 }
 
-// A connection to the pad that reads from the source.
+void waitForDelivery(long count) {
+  for (long now = delivered; now < count; now = delivered) delivered.wait(now);
+}
+
+// A connection to a pad.
 class Connection {
  public:
   Connection() {
-    source.begin();
+    delivered = 0;
     m_driver.OpenConnection(onPen);
   }
   ~Connection() {
-    source.end();
+    m_bus.unplug(m_port);
     m_driver.CloseConnection();
+    m_bus.reset();
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
+  void sendReport() { m_bus.sendWhenRoom(m_port, {0x20, 0x4E, 0x02, 0x27, 0x01, 0x40}); }
+
  private:
+  VirtualBus& m_bus = VirtualBus::instance();
+  VirtualBus::Port m_port = m_bus.plug(virtualpads::makePad(virtualpads::PadKind::Usb));
   velausb m_driver;
 };
 
@@ -184,15 +114,15 @@ void delayToCallback(benchmark::State& state) {
   std::mt19937 random(20);  // any seed will do
   std::uniform_int_distribution<int> pause(2'000, 6'000);
   {
-    const Connection connection;
+    Connection connection;
     PlainPoll plain;
+    long sent = 0;
     for ([[maybe_unused]] auto _ : state) {
       std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
       plain.set();
-      source.supply(1, std::chrono::microseconds{0});
-      source.waitForDelivery();
-      const std::chrono::duration<double> delay =
-          source.callbackBegins.load() - source.readReturns.load();
+      connection.sendReport();
+      waitForDelivery(++sent);
+      const std::chrono::duration<double> delay = callbackBegan.load() - readReturned.load();
       delays.push_back(delay.count());
       plainDelays.push_back(plain.waitForDelay());
       state.SetIterationTime(delay.count());
@@ -224,20 +154,29 @@ BENCHMARK(costOfSample)->ArgName("waiting")->Arg(0)->Arg(64)->Arg(1'000);
 // wait. Returns only when every sample has been delivered.
 void recoveryFromAStall(benchmark::State& state) {
   constexpr std::chrono::seconds kStall{30};
-  constexpr std::chrono::seconds kAfter{5};
-  constexpr long kReportsPerSecond = 1'000;
-  const Connection connection;
+  constexpr long kReports = 35'000;
   for ([[maybe_unused]] auto _ : state) {
+    Connection connection;
     stalled = true;
-    source.supply((kStall + kAfter).count() * kReportsPerSecond, std::chrono::milliseconds{1});
+    std::atomic<long> sent{0};
+    std::thread pad([&] {
+      const auto begin = Clock::now();
+      while (sent < kReports) {
+        std::this_thread::sleep_until(begin + std::chrono::milliseconds(sent));
+        connection.sendReport();
+        ++sent;
+      }
+    });
     std::this_thread::sleep_for(kStall);
-    state.counters["waiting"] = static_cast<double>(source.waiting());
+    const auto waiting = [&sent] { return sent - delivered; };
+    state.counters["waiting"] = static_cast<double>(waiting());
     const auto begin = Clock::now();
     stalled = false;
     stalled.notify_all();
-    while (source.waiting() >= 10) usleep(100);
+    while (waiting() >= 10) usleep(100);
     state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
-    source.waitForDelivery();
+    pad.join();
+    waitForDelivery(kReports);
   }
 }
 BENCHMARK(recoveryFromAStall)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
@@ -246,50 +185,15 @@ BENCHMARK(recoveryFromAStall)->UseManualTime()->Iterations(1)->Unit(benchmark::k
 
 extern "C" {
 
-int hid_init() {
-  return 0;
-}
-
-int hid_exit() {
-  return 0;
-}
-
-hid_device* hid_open(unsigned short /*vid*/, unsigned short /*pid*/, const wchar_t* /*serial*/) {
-  static hid_device device;
-  return &device;
-}
-
-void hid_close(hid_device* /*device*/) {}
-
-int hid_set_nonblocking(hid_device* /*device*/, int /*nonblock*/) {
-  return 0;
-}
-
-int hid_read_timeout(hid_device* /*device*/, unsigned char* data, size_t /*length*/,
-                     int /*milliseconds*/) {
-  return source.read(data);
-}
-
-// The driver of the USB pad does not call the following functions.
-hid_device_info* hid_enumerate(unsigned short /*vid*/, unsigned short /*pid*/) {
-  std::abort();
-}
-
-void hid_free_enumeration(hid_device_info* /*devices*/) {
-  std::abort();
-}
-
-int hid_write(hid_device* /*device*/, const unsigned char* /*data*/, size_t /*length*/) {
-  std::abort();
-}
-
-int hid_get_feature_report(hid_device* /*device*/, unsigned char* /*data*/, size_t /*length*/) {
-  std::abort();
-}
-
-int hid_send_feature_report(hid_device* /*device*/, const unsigned char* /*data*/,
-                            size_t /*length*/) {
-  std::abort();
+int __real_hid_read_timeout(hid_device_* device, unsigned char* data, size_t length,
+                            int milliseconds);
+int __wrap_hid_read_timeout(hid_device_* device, unsigned char* data, size_t length,
+                            int milliseconds);
+int __wrap_hid_read_timeout(hid_device_* device, unsigned char* data, size_t length,
+                            int milliseconds) {
+  const int result = __real_hid_read_timeout(device, data, length, milliseconds);
+  if (result > 0) readReturned = Clock::now();
+  return result;
 }
 
 }  // extern "C"

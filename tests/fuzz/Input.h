@@ -30,6 +30,15 @@ class Input {
     return taken.empty() ? std::uint8_t{0} : taken[0];
   }
 
+  // Any value of the type.
+  template <class Value>
+  Value value() {
+    Value value{};
+    const ByteSpan taken = take(sizeof value);
+    std::copy(taken.begin(), taken.end(), reinterpret_cast<std::uint8_t*>(&value));
+    return value;
+  }
+
   // Any int.
   int number() {
     std::uint32_t value = 0;
@@ -40,19 +49,6 @@ class Input {
  private:
   ByteSpan m_bytes;
 };
-
-// Fields of a report, without the SDK's own functions.
-inline std::uint16_t littleWord(ByteSpan report, std::size_t at) {
-  return static_cast<std::uint16_t>(report[at] + 256 * report[at + 1]);
-}
-
-inline std::uint16_t bigWord(ByteSpan report, std::size_t at) {
-  return static_cast<std::uint16_t>(256 * report[at] + report[at + 1]);
-}
-
-inline std::uint32_t bigDoubleWord(ByteSpan report, std::size_t at) {
-  return std::uint32_t{65536} * bigWord(report, at) + bigWord(report, at + 2);
-}
 
 }  // namespace fuzz
 

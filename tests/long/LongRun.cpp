@@ -4,22 +4,20 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <initializer_list>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "giivela.h"
-#include "support/AllocationCount.h"
-#include "support/Patience.h"
-#include "support/ProcessState.h"
-#include "support/Reports.h"
+#include "sdk/support/AllocationCount.h"
+#include "sdk/support/Patience.h"
+#include "sdk/support/ProcessState.h"
+#include "sdk/support/Reports.h"
+#include "support/PadTable.h"
 #include "virtualpads/PadModel.h"
 #include "virtualpads/Wire.h"
 #include "virtualpads/hidapi/VirtualBus.h"
@@ -28,6 +26,9 @@ namespace {
 
 using support::comesTrue;
 using support::hex;
+using support::PadRow;
+using support::Pen;
+using support::PenReport;
 using virtualpads::Bytes;
 using virtualpads::PadKind;
 using virtualpads::VirtualBus;
@@ -51,104 +52,36 @@ constexpr long kHeapBytesAllowed = 65'536;
 constexpr long kAllocationsAllowed = 16;
 long residentKibAllowed = 4'096;
 
-// Seven reports that are sent repeatedly, and the resulting samples. Seven has no divisor in common
-// with the cycle of sample numbers, so that a lost or duplicated sample is detected.
-constexpr std::size_t kKnownReports = 7;
+// The reports of a pad's stroke are sent repeatedly. Their number has no divisor in common with the
+// cycle of sample numbers, so that a lost or duplicated sample is detected.
+const PenReport& knownReport(const PadRow& pad, long number) {
+  return pad.stroke[static_cast<std::size_t>(number) % pad.stroke.size()];
+}
 
-struct Known {
-  std::string_view report;
-  int x;
-  int y;
-  int pressure;
-  int touch;
-};
+// With the number where the pad has its own.
+Bytes reportOf(const PadRow& pad, long number) {
+  Bytes report = hex(knownReport(pad, number).bytes, static_cast<std::size_t>(pad.reportSize));
+  if (pad.kind == PadKind::Ink) report[7] = static_cast<std::uint8_t>(number);
+  if (pad.kind == PadKind::Vision)
+    virtualpads::putBe32(report, 8, static_cast<std::uint32_t>(number));
+  return report;
+}
 
-struct Pad {
-  PadKind kind;
-  const char* name;
-  const char* classId;
-  std::size_t reportSize;
-  std::array<Known, kKnownReports> known;
-  void (*number)(Bytes& report,
-                 std::uint32_t number);  // writes the number where the pad has its own
-  std::uint32_t (*following)(std::uint32_t sequence);
-};
-
-void unnumbered(Bytes& /*report*/, std::uint32_t /*number*/) {}
-
-std::uint32_t cyclic127(std::uint32_t sequence) {
+std::uint32_t following(const PadRow& pad, std::uint32_t sequence) {
+  if (pad.kind == PadKind::Ink || pad.kind == PadKind::Vision) return (sequence + 1) % 256;
   return sequence == 127 ? 1 : sequence + 1;
 }
-
-std::uint32_t cyclic256(std::uint32_t sequence) {
-  return sequence == 255 ? 0 : sequence + 1;
-}
-
-constexpr Pad kPads[] = {
-    {PadKind::Usb,
-     "Vela USB",
-     "7FCD95128763436E874740972EE28EFD",
-     6,
-     {{{"20 5A 00 2D 00 01", 0, 0, 1, 1},             // 90, 45
-       {"20 4E 02 27 01 10", 16383, 16383, 16, 1},    // 590, 295
-       {"20 42 04 21 02 7F", 32767, 32767, 127, 1},   // 1090, 545
-       {"20 BE 00 5F 00 20", 3276, 3276, 32, 1},      // 190, 95
-       {"00 22 01 91 00 00", 6553, 6553, 0, 0},       // 290, 145
-       {"20 86 01 C3 00 33", 9830, 9830, 51, 1},      // 390, 195
-       {"21 EA 01 F5 00 34", 13106, 13106, 52, 0}}},  // 490, 245
-     unnumbered,
-     cyclic127},
-    {PadKind::Ii,
-     "Vela II",
-     "C1AF33B2529E4D2DB885DAF2780009EE",
-     11,
-     {{{"01 01 10 00 20 00 05", 16, 32, 5, 1},
-       {"01 01 FF 7F 00 40 7F", 32767, 16384, 127, 1},
-       {"01 01 02 01 04 03 10", 258, 772, 16, 1},
-       {"01 01 00 90 02 00 01", -28672, 2, 1, 1},
-       {"01 FE 01 02 03 04 00", 513, 1027, 0, 0},
-       {"01 01 00 00 00 00 03", 0, 0, 3, 1},
-       {"01 00 00 10 00 20 00", 4096, 8192, 0, 0}}},
-     unnumbered,
-     cyclic127},
-    {PadKind::Ink,
-     "Vela Ink",
-     "98C174D36D2A450996DBD5B34FA7A561",
-     8,
-     {{{"01 01 10 00 20 00 05", 16, 32, 5, 1},
-       {"01 01 FF 7F 00 40 FF", 32767, 16384, 255, 1},
-       {"01 01 02 01 04 03 10", 258, 772, 16, 1},
-       {"01 01 00 90 02 00 01", -28672, 2, 1, 1},
-       {"01 FE 01 02 03 04 00", 513, 1027, 0, 0},
-       {"01 01 00 00 00 00 03", 0, 0, 3, 1},
-       {"01 00 00 10 00 20 00", 4096, 8192, 0, 0}}},
-     [](Bytes& report, std::uint32_t number) { report[7] = static_cast<std::uint8_t>(number); },
-     cyclic256},
-    {PadKind::Vision,
-     "Vela Vision",
-     "3F2DE94B14D448719DFE5359EF03652A",
-     17,
-     {{{"01 80 00 01 00 02 00 03", 1, 2, 3, 1},
-       {"01 80 01 00 02 00 03 00", 256, 512, 768, 1},
-       {"01 80 9C 40 00 07 00 01", 40000, 7, 1, 1},
-       {"01 80 00 00 00 00 00 00", 40000, 7, 0, 0},  // where the pen was lifted
-       {"01 80 00 00 00 05 00 01", 0, 5, 1, 1},
-       {"01 80 00 05 00 00 00 01", 5, 0, 1, 1},
-       {"01 80 00 00 00 00 00 00", 5, 0, 0, 0}}},
-     [](Bytes& report, std::uint32_t number) { virtualpads::putBe32(report, 8, number); },
-     cyclic256},
-};
 
 // The state of the callback's checks. `delivered` and `wrong` may be read on any thread; the rest
 // belongs to the callback while a connection is open.
 struct Delivery {
-  const Pad* pad = nullptr;
+  const PadRow* pad = nullptr;
   std::atomic<long> delivered{0};
   std::atomic<long> wrong{-1};  // the first wrong sample, from 0
   std::uint32_t lastSequence = 0;
   std::atomic<bool> stalled{false};  // the callback does not return while it is
 
-  void begin(const Pad& of) {
+  void begin(const PadRow& of) {
     pad = &of;
     delivered = 0;
     wrong = -1;
@@ -160,23 +93,15 @@ void onPen(std::int32_t x, std::int32_t y, std::int32_t pressure, std::uint8_t t
            std::uint32_t timeStamp, std::uint32_t sequence) {
   delivery.stalled.wait(true);
   const long number = delivery.delivered;
-  const Pad& pad = *delivery.pad;
-  const Known& known = pad.known[static_cast<std::size_t>(number) % kKnownReports];
-  const bool inSequence = number == 0 || sequence == pad.following(delivery.lastSequence);
+  const PadRow& pad = *delivery.pad;
+  const bool inSequence = number == 0 || sequence == following(pad, delivery.lastSequence);
   const bool inTime =
       pad.kind != PadKind::Vision || timeStamp == static_cast<std::uint32_t>(number);
-  const bool right = x == known.x && y == known.y && pressure == known.pressure &&
-                     touch == known.touch && inSequence && inTime;
+  const bool right =
+      Pen{x, y, pressure, touch} == knownReport(pad, number).pen && inSequence && inTime;
   if (!right && delivery.wrong < 0) delivery.wrong = number;
   delivery.lastSequence = sequence;
   delivery.delivered = number + 1;
-}
-
-Bytes reportOf(const Pad& pad, long number) {
-  Bytes report =
-      hex(pad.known[static_cast<std::size_t>(number) % kKnownReports].report, pad.reportSize);
-  pad.number(report, static_cast<std::uint32_t>(number));
-  return report;
 }
 
 struct Memory {
@@ -222,7 +147,7 @@ bool reportDelivery(long sent) {
 // A pad that is plugged in and open.
 class Connection {
  public:
-  explicit Connection(const Pad& pad) {
+  explicit Connection(const PadRow& pad) {
     bus.setReadTimeout(std::chrono::milliseconds(1));
     port = bus.plug(virtualpads::makePad(pad.kind));
     vela.OpenProvider(std::string(pad.classId).data());
@@ -256,7 +181,7 @@ double secondsSince(Clock::time_point begin) {
 
 // Sends the samples from `first` up to but not including `last`, never far ahead of the callback,
 // because its queue would grow. False if they are not delivered.
-bool send(Connection& connection, const Pad& pad, long first, long last) {
+bool send(Connection& connection, const PadRow& pad, long first, long last) {
   constexpr long kStride = 1'000;
   constexpr long kFarAhead = 5 * kStride;
   for (long number = first; number < last; ++number) {
@@ -271,7 +196,7 @@ bool send(Connection& connection, const Pad& pad, long first, long last) {
   return delivered;
 }
 
-bool runSamples(const Pad& pad, long count) {
+bool runSamples(const PadRow& pad, long count) {
   constexpr long kWarmUp = 10'000;
   delivery.begin(pad);
   Connection connection(pad);
@@ -280,15 +205,15 @@ bool runSamples(const Pad& pad, long count) {
   const Clock::time_point beginTime = Clock::now();
   ran = ran && send(connection, pad, kWarmUp, kWarmUp + count);
   const double seconds = secondsSince(beginTime);
-  std::printf("%s: %ld samples in %.1f s, %.0f a second, after %ld to warm up\n", pad.name, count,
-              seconds, static_cast<double>(count) / seconds, kWarmUp);
+  std::printf("%s: %ld samples in %.1f s, %.0f a second, after %ld to warm up\n", pad.provider,
+              count, seconds, static_cast<double>(count) / seconds, kWarmUp);
   ran = reportDelivery(kWarmUp + count) && ran;
   return reportGrowth(begin, kAllocationsAllowed) && ran;
 }
 
 // One connection with one sample. False if the sample does not arrive or if a thread or file
 // descriptor leaks.
-bool runCycle(const Pad& pad) {
+bool runCycle(const PadRow& pad) {
   const long threads = support::threadCount();
   const long files = support::fileDescriptorCount();
   delivery.begin(pad);
@@ -302,7 +227,7 @@ bool runCycle(const Pad& pad) {
   return delivered && delivery.wrong < 0 && ended && support::fileDescriptorCount() == files;
 }
 
-bool runCycles(const Pad& pad, long count) {
+bool runCycles(const PadRow& pad, long count) {
   constexpr long kWarmUp = 10;
   bool ran = true;
   for (long cycle = 0; ran && cycle < kWarmUp; ++cycle) ran = runCycle(pad);
@@ -316,11 +241,11 @@ bool runCycles(const Pad& pad, long count) {
   std::printf(
       "%s: %ld of %ld connections opened and closed in %.1f s, each with its sample, no\n"
       "    thread and no file descriptor more after any%s\n",
-      pad.name, done, count, secondsSince(beginTime), ran ? "" : ", but the NEXT FAILED");
+      pad.provider, done, count, secondsSince(beginTime), ran ? "" : ", but the NEXT FAILED");
   return reportGrowth(begin, 0) && ran;
 }
 
-bool runStall(const Pad& pad, double seconds) {
+bool runStall(const PadRow& pad, double seconds) {
   delivery.begin(pad);
   delivery.stalled = true;
   Connection connection(pad);
@@ -340,14 +265,14 @@ bool runStall(const Pad& pad, double seconds) {
   std::printf(
       "%s: a callback that stalls for %.1f s at %d reports a second: %ld reports lost,\n"
       "    %ld delivered meanwhile, the rest within %.3f s after\n",
-      pad.name, stalledFor, kReportsPerSecond, lost, before, secondsSince(begin) - stalledFor);
+      pad.provider, stalledFor, kReportsPerSecond, lost, before, secondsSince(begin) - stalledFor);
   return reportDelivery(count) && delivered && lost == 0 && before == 0;
 }
 
 template <class Run>
 bool forEachPad(Run run) {
   bool ran = true;
-  for (const Pad& pad : kPads) {
+  for (const PadRow& pad : support::padTable()) {
     ran = run(pad) && ran;
     std::fflush(stdout);
   }
@@ -401,9 +326,10 @@ int main(int argc, char** argv) {
 
   std::thread([] {}).join();  // the thread sanitizer starts its own thread with the first one
   bool ran = true;
-  if (samples > 0) ran = forEachPad([&](const Pad& pad) { return runSamples(pad, samples); });
-  if (cycles > 0) ran = forEachPad([&](const Pad& pad) { return runCycles(pad, cycles); }) && ran;
-  if (stall > 0) ran = forEachPad([&](const Pad& pad) { return runStall(pad, stall); }) && ran;
+  if (samples > 0) ran = forEachPad([&](const PadRow& pad) { return runSamples(pad, samples); });
+  if (cycles > 0)
+    ran = forEachPad([&](const PadRow& pad) { return runCycles(pad, cycles); }) && ran;
+  if (stall > 0) ran = forEachPad([&](const PadRow& pad) { return runStall(pad, stall); }) && ran;
   std::puts(ran ? "all as it should be" : "NOT as it should be");
   return ran ? 0 : 1;
 }

@@ -7,21 +7,12 @@
 #include <array>
 #include <memory>
 #include <string>
-#include <thread>
-#include <type_traits>
 #include <vector>
 
-#include "PenRecordQueue.h"
-#include "VisionRecordQueue.h"
-#include "support/PadTable.h"
-#include "support/PadTest.h"
+#include "support/DriverTest.h"
 #include "support/Patience.h"
 #include "support/TimeControl.h"
 #include "support/Written.h"
-#include "velaii.h"
-#include "velainkusb.h"
-#include "velausb.h"
-#include "velavision.h"
 
 namespace {
 
@@ -43,113 +34,16 @@ using support::recordPen;
 using support::Sample;
 using support::Written;
 using support::writtenBy;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using virtualpads::makePad;
 using virtualpads::PadKind;
-using virtualpads::PadModel;
 
-class AnyDriver {
- public:
-  virtual ~AnyDriver() = default;
-  virtual int open(PenEventHandler handler) = 0;
-  virtual int openWithoutHandler() = 0;
-  virtual int close() = 0;
-  virtual int count() = 0;
-  virtual bool ranges(const std::array<int*, 6>& ends) = 0;
-  virtual double width() = 0;
-  virtual double height() = 0;
-  virtual bool queueExists() const = 0;
-  // The next queued sample, where the queue holds PEN_DATA.
-  virtual std::unique_ptr<PEN_DATA> takeQueued() = 0;
-};
-
-template <class Driver, auto& queue>
-class DriverWith : public AnyDriver {
- public:
-  int open(PenEventHandler handler) override { return m_driver.OpenConnection(handler); }
-  int openWithoutHandler() override { return m_driver.OpenConnection(); }
-  int close() override { return m_driver.CloseConnection(); }
-  int count() override { return m_driver.GetNumDevices(); }
-  bool ranges(const std::array<int*, 6>& to) override {
-    return m_driver.GetDataRanges(to[0], to[1], to[2], to[3], to[4], to[5]);
-  }
-  double width() override { return m_driver.GetPhysicalX(); }
-  double height() override { return m_driver.GetPhysicalY(); }
-  bool queueExists() const override { return queue != nullptr; }
-  std::unique_ptr<PEN_DATA> takeQueued() override {
-    if constexpr (std::is_same_v<decltype(queue->GetRecord(true)), PEN_DATA*>)
-      return std::unique_ptr<PEN_DATA>(queue->GetRecord(true));
-    else
-      return nullptr;
-  }
-
- private:
-  Driver m_driver;
-};
-
-std::unique_ptr<AnyDriver> makeDriver(PadKind kind) {
-  switch (kind) {
-    case PadKind::Usb:
-      return std::make_unique<DriverWith<velausb, pUSBDataHandler>>();
-    case PadKind::Ii:
-      return std::make_unique<DriverWith<velaii, pDataHandler>>();
-    case PadKind::Ink:
-      return std::make_unique<DriverWith<velainkusb, pInkDataHandler>>();
-    case PadKind::Vision:
-      return std::make_unique<DriverWith<velavision, pVisionDataHandler>>();
-  }
-  return nullptr;
-}
-
-class DriverTest : public support::PadTest, public testing::WithParamInterface<PadRow> {
+class DriverTest : public support::PadDriverTest {
  protected:
   DriverTest() { time.stopProcessorTime(0); }  // no keep-alive comes between the calls
-  ~DriverTest() override {
-    if (driver) driver->close();
-  }
 
-  // Plugs the pad, set to what the row says.
-  void plugPad() {
-    plug(makePad(pad.kind));
-    if (*pad.before == '\0') return;
-    const std::size_t length = pad.kind == PadKind::Vision ? 34 : 17;
-    bus.withModel(port,
-                  [&](PadModel& model) { EXPECT_TRUE(model.setFeature(hex(pad.before, length))); });
-  }
-
-  void open() {
-    plugPad();
-    ASSERT_EQ(driver->open(recordPen), 1);
-  }
-
-  void sendReport(const PenReport& report) { sendPart(report, pad.reportSize); }
-
-  void sendPart(const PenReport& report, int length) {
-    Bytes bytes = hex(report.bytes, static_cast<std::size_t>(pad.reportSize));
-    bytes.resize(static_cast<std::size_t>(length));
-    EXPECT_TRUE(bus.sendWhenRoom(port, bytes));
-  }
-
-  std::vector<Pen> pens() {
-    std::vector<Pen> all;
-    for (const Sample& sample : recorder.samples())
-      all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
-    return all;
-  }
-
-  std::array<int, 6> ranges(std::size_t missing = 6) {
-    std::array<int, 6> ends{-9, -9, -9, -9, -9, -9};
-    std::array<int*, 6> to{};
-    for (std::size_t i = 0; i < 6; ++i) to[i] = i != missing ? &ends[i] : nullptr;
-    EXPECT_EQ(driver->ranges(to), missing == 6) << missing;
-    return ends;
-  }
-
-  const PadRow& pad = GetParam();
   support::TimeControl time;
-  std::unique_ptr<AnyDriver> driver = makeDriver(pad.kind);
 };
 
 INSTANTIATE_TEST_SUITE_P(Pads, DriverTest, testing::ValuesIn(support::padTable()),
@@ -157,13 +51,13 @@ INSTANTIATE_TEST_SUITE_P(Pads, DriverTest, testing::ValuesIn(support::padTable()
 
 // Opening and closing.
 
-TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestruction) {
+TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestructionInSilence) {
   driver.reset();
   plugPad();
   bus.clearLog();
-  driver = makeDriver(pad.kind);
-  EXPECT_EQ(driver->open(recordPen), 1);
-  EXPECT_EQ(driver->close(), 0);
+  driver = support::makeDriver(pad.kind);
+  EXPECT_EQ(writtenBy(1, [&] { return driver->open(recordPen); }), kNothingWritten);
+  EXPECT_EQ(writtenBy(0, [&] { return driver->close(); }), kNothingWritten);
   driver.reset();
 
   Calls expected{called(HidCall::Init), called(HidCall::Open, pad.product, 1),
@@ -183,15 +77,6 @@ TEST_P(DriverTest, MakesTheseCallsFromItsConstructionToItsDestruction) {
   EXPECT_EQ(made, expected);
 }
 
-TEST_P(DriverTest, OpenAndCloseWriteNothing) {
-  plugPad();
-  EXPECT_EQ(writtenBy([&] {
-              driver->open(recordPen);
-              driver->close();
-            }),
-            kNothingWritten);
-}
-
 TEST_P(DriverTest, APadThatCannotBeOpenedStartsNothing) {
   for (const bool attached : {false, true}) {
     SCOPED_TRACE(attached);
@@ -202,11 +87,9 @@ TEST_P(DriverTest, APadThatCannotBeOpenedStartsNothing) {
       plug(makePad(pad.kind == PadKind::Ii ? PadKind::Ink : PadKind::Ii));  // another kind
     }
     bus.clearLog();
-    int opened = 9;
-    const Written written = writtenBy([&] { opened = driver->open(recordPen); });
-    EXPECT_EQ(written, pad.kind == PadKind::Vision ? (Written{"", pad.openFailureLine})
-                                                   : (Written{pad.openFailureLine, ""}));
-    EXPECT_EQ(opened, pad.openFailure);
+    EXPECT_EQ(writtenBy(pad.openFailure, [&] { return driver->open(recordPen); }),
+              pad.kind == PadKind::Vision ? (Written{"", pad.openFailureLine})
+                                          : (Written{pad.openFailureLine, ""}));
     EXPECT_EQ(bus.calls(), Calls(static_cast<std::size_t>(pad.openAttempts),
                                  called(HidCall::Open, pad.product, 0)));
     EXPECT_TRUE(waitForThreads(0));
@@ -217,9 +100,7 @@ TEST_P(DriverTest, APadThatCannotBeOpenedStartsNothing) {
 TEST_P(DriverTest, ACloseWithNothingOpenDoesNothingInSilence) {
   const auto closeInSilence = [&] {
     bus.clearLog();
-    int closed = 9;
-    EXPECT_EQ(writtenBy([&] { closed = driver->close(); }), kNothingWritten);
-    EXPECT_EQ(closed, 0);
+    EXPECT_EQ(writtenBy(0, [&] { return driver->close(); }), kNothingWritten);
     EXPECT_THAT(bus.calls(), IsEmpty());
   };
   closeInSilence();
@@ -228,45 +109,6 @@ TEST_P(DriverTest, ACloseWithNothingOpenDoesNothingInSilence) {
   open();
   driver->close();
   closeInSilence();
-}
-
-// Of the pads with feature requests at open and at close.
-class SetUpTest : public DriverTest {};
-
-INSTANTIATE_TEST_SUITE_P(Pads, SetUpTest,
-                         testing::Values(support::padRow(PadKind::Ink),
-                                         support::padRow(PadKind::Vision)),
-                         support::nameOfRow);
-
-TEST_P(SetUpTest, NoThreadIsStartedBeforeTheSetUpIsDone) {
-  plugPad();
-  const auto gets = std::ranges::count(pad.opens, FeatureRequest::kGet, &FeatureRequest::direction);
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Late}, static_cast<int>(gets));  // the last request
-  std::thread opening([&] { EXPECT_EQ(driver->open(recordPen), 1); });
-  EXPECT_TRUE(bus.waitForBegun(HidCall::GetFeature, gets));
-  EXPECT_TRUE(waitForThreads(1));  // the opening one
-  EXPECT_FALSE(driver->queueExists());
-  bus.releaseLateCalls();
-  opening.join();
-}
-
-TEST_P(SetUpTest, ThePadIsResetAfterDeliveryAndBeforeReadingHasEnded) {
-  open();
-  const long sent = bus.count(HidCall::SendFeature);
-  bus.fail(HidCall::SendFeature, {Fault::Kind::Late});
-  std::thread closing([&] { driver->close(); });
-  EXPECT_TRUE(bus.waitForBegun(HidCall::SendFeature, sent + 1));
-  // The closing thread, the signal thread and the reading thread are left.
-  EXPECT_TRUE(waitForThreads(3));
-  EXPECT_TRUE(driver->queueExists());
-  sendReport(pad.stroke[0]);
-  EXPECT_TRUE(bus.waitUntilRead(port));
-  // By the read after the next the report has been queued.
-  EXPECT_TRUE(bus.waitForBegun(HidCall::Read, bus.count(HidCall::Read) + 2));
-  bus.releaseLateCalls();
-  closing.join();
-  EXPECT_FALSE(driver->queueExists());
-  EXPECT_EQ(recorder.count(), 0U);
 }
 
 // Queries.
@@ -286,15 +128,12 @@ TEST_P(DriverTest, TheCountIsCutToSixteenBitsAndSigned) {
 TEST_P(DriverTest, TheRangesAndTheSizeAreThePads) {
   open();
   bus.clearLog();
-  EXPECT_EQ(ranges(), pad.ranges);
+  std::array<int, 6> ends{};
+  EXPECT_TRUE(driver->ranges({&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]}));
+  EXPECT_EQ(ends, pad.ranges);
   EXPECT_THAT(bus.calls(), IsEmpty());
   EXPECT_DOUBLE_EQ(driver->width(), pad.width);
   EXPECT_DOUBLE_EQ(driver->height(), pad.height);
-}
-
-TEST_P(DriverTest, TheRangesWantAllSixPointers) {
-  open();
-  for (std::size_t missing = 0; missing < 6; ++missing) EXPECT_THAT(ranges(missing), Each(-9));
 }
 
 // Samples.
@@ -414,6 +253,64 @@ TEST_P(DriverTest, TheOpenWithoutAHandlerKeepsTheOneGivenBefore) {
   ASSERT_EQ(driver->openWithoutHandler(), 1);
   sendReport(pad.stroke[0]);
   EXPECT_TRUE(recorder.waitFor(1));
+}
+
+// Connections and objects.
+
+// A driver object serves one connection; in a second one it reads only until its first time-out.
+TEST_P(DriverTest, TheRunningStateDoesNotComeBack) {
+  plugPad();
+  for (const int threads : {3, 2}) {
+    EXPECT_EQ(driver->open(recordPen), 1);
+    EXPECT_EQ(driver->running(), threads == 3);
+    EXPECT_TRUE(waitForThreads(threads));
+    driver->close();
+    EXPECT_FALSE(driver->running());
+  }
+}
+
+// Two driver objects of a kind share the queue, and so the first one's callback.
+TEST_P(DriverTest, TheFirstCallbackGetsTheSamplesOfBothUntilEitherCloses) {
+  for (const bool firstCloses : {true, false}) {
+    SCOPED_TRACE(firstCloses);
+    recorder.reset();
+    support::penRecorder<1>().reset();
+    driver = support::makeDriver(pad.kind);
+    auto second = support::makeDriver(pad.kind);
+    open();
+    ASSERT_EQ(second->open(recordPen<1>), 1);
+    EXPECT_TRUE(waitForThreads(6));
+    sendReport();  // both read it
+    EXPECT_TRUE(recorder.waitFor(2));
+    EXPECT_EQ(pens(), (std::vector<Pen>{pad.stroke[0].pen, pad.stroke[0].pen}));
+    auto& closedFirst = firstCloses ? driver : second;
+    auto& closedLast = firstCloses ? second : driver;
+    closedFirst->close();
+    closedFirst.reset();
+    EXPECT_FALSE(closedLast->queueExists());
+    EXPECT_TRUE(closedLast->running());
+    sendReport();
+    EXPECT_TRUE(bus.waitUntilRead(port));
+    closedLast->close();
+    EXPECT_EQ(recorder.count(), 2U);
+    EXPECT_EQ(support::penRecorder<1>().count(), 0U);
+    bus.unplug(port);
+  }
+}
+
+TEST_P(DriverTest, AConnectionOpenedBetweenTheClosesHasItsOwnQueue) {
+  open();
+  const auto second = support::makeDriver(pad.kind);
+  const auto third = support::makeDriver(pad.kind);
+  ASSERT_EQ(second->open(recordPen<1>), 1);
+  driver->close();
+  ASSERT_EQ(third->open(recordPen), 1);
+  sendReport();  // the second and the third one read it
+  ASSERT_TRUE(recorder.waitFor(2));
+  second->close();
+  EXPECT_FALSE(third->queueExists());
+  third->close();
+  EXPECT_EQ(recorder.count(), 2U);
 }
 
 }  // namespace

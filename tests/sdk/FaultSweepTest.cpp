@@ -6,13 +6,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-#include <set>
 #include <string>
 #include <tuple>
 
 #include "giivela.h"
 #include "support/PenRecorder.h"
-#include "support/ThreadCalls.h"
 #include "support/TimeControl.h"
 #include "velaii.h"
 #include "velainkusb.h"
@@ -25,20 +23,18 @@ using support::PadRow;
 using support::Pen;
 using support::PenReport;
 using support::Sample;
-using support::ThreadCalls;
 using support::TimeControl;
 using virtualpads::PadKind;
 
-class ClientSweep : public support::FaultSweep {
+class FaultSweepTest : public support::FaultSweep,
+                       public testing::WithParamInterface<support::Swept> {
  protected:
-  using FaultSweep::FaultSweep;
+  FaultSweepTest() : FaultSweep(std::get<PadRow>(GetParam())) {}
 
   void use() override {
     recorder.reset();
     TimeControl time;
     time.stopProcessorTime(0);
-    ThreadCalls threads({"first", "second", "third"});
-    threads.failStarts(failingStarts);
     gIIVela facade;
     EXPECT_TRUE(facade.OpenProvider(std::string(pad.classId).data()));
     facade.GetNumDevices();
@@ -54,9 +50,6 @@ class ClientSweep : public support::FaultSweep {
     facade.ClearInking();
     closeInTime([&] { facade.CloseConnection(); });
     facade.CloseProvider();
-    // Nothing waited for or woke a thread that does not run.
-    const ThreadCalls::Log log = threads.log();
-    EXPECT_EQ(std::ranges::count(log, "join ") + std::ranges::count(log, "SIGUSR1 to "), 0);
   }
 
   // The driver's own requests, bypassing the facade.
@@ -115,12 +108,6 @@ class ClientSweep : public support::FaultSweep {
   }
 
   support::PenRecorder& recorder = support::penRecorder();
-  std::set<int> failingStarts;
-};
-
-class FaultSweepTest : public ClientSweep, public testing::WithParamInterface<support::Swept> {
- protected:
-  FaultSweepTest() : ClientSweep(std::get<PadRow>(GetParam())) {}
 };
 
 TEST_P(FaultSweepTest, EachCallInTurn) {
@@ -128,25 +115,5 @@ TEST_P(FaultSweepTest, EachCallInTurn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pads, FaultSweepTest, support::kSweeps, support::nameOfSweep);
-
-class ThreadSweepTest : public ClientSweep, public testing::WithParamInterface<PadRow> {
- protected:
-  ThreadSweepTest() : ClientSweep(GetParam()) {}
-};
-
-TEST_P(ThreadSweepTest, EachThreadStartFailsInTurn) {
-  for (int i = 0; i < 2; ++i) run();
-  for (const int start : {1, 2, 3}) {
-    SCOPED_TRACE(start);
-    const long allocations = support::liveAllocations();
-    failingStarts = {start};
-    run();
-    failingStarts.clear();
-    EXPECT_EQ(support::liveAllocations(), allocations);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Pads, ThreadSweepTest, testing::ValuesIn(support::padTable()),
-                         support::nameOfRow);
 
 }  // namespace

@@ -1,85 +1,57 @@
-// The frame of worker threads: how the drivers start and end them, and what happens when the system
-// refuses. The drivers differ only in their output and results; the close of each has its own test.
+// The frame of worker threads: how each driver starts and ends them, and what happens when the
+// system refuses.
 #include "WorkerFrame.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include "PenRecordQueue.h"
 #include "support/AllocationCount.h"
-#include "support/CapturedStream.h"
-#include "support/PadTest.h"
-#include "support/Reports.h"
-#include "support/ScriptedPad.h"
+#include "support/DriverTest.h"
 #include "support/ThreadCalls.h"
-#include "velaii.h"
-#include "velainkusb.h"
-#include "velausb.h"
-#include "virtualpads/PadModel.h"
+#include "support/TimeControl.h"
+#include "support/Written.h"
 
 namespace {
 
-using support::CapturedStream;
+using support::called;
+using support::Calls;
 using support::comesTrue;
 using support::Event;
 using support::HidCall;
-using support::penRecorder;
+using support::kNothingWritten;
 using support::recordPen;
-using support::ScriptedPad;
 using support::ThreadCalls;
+using support::Written;
+using support::writtenBy;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using virtualpads::PadKind;
 using Log = ThreadCalls::Log;
 
-// The differences between the drivers' frames.
-struct Usb {
-  using Driver = velausb;
-  static constexpr std::uint16_t kProduct = 18;
-  static constexpr int kReportSize = 6;
-  static constexpr int kOpenFailure = -1;
-  static constexpr const char* kOpenFailureLine = "";
-  static constexpr const char* kReadingLine = "create userData failed\n";
-  static constexpr const char* kSigwaitLine = "sigwait failed, result 22\n";
-  static constexpr auto& kQueue = pUSBDataHandler;
-};
+bool sigusr1IsBlocked() {
+  sigset_t set;
+  pthread_sigmask(SIG_BLOCK, nullptr, &set);
+  return sigismember(&set, SIGUSR1) == 1;
+}
 
-struct Ii {
-  using Driver = velaii;
-  static constexpr std::uint16_t kProduct = 31;
-  static constexpr int kReportSize = 11;
-  static constexpr int kOpenFailure = -1;
-  static constexpr const char* kOpenFailureLine = "velaii:opendevice failed\n";
-  static constexpr const char* kReadingLine = "create getdata_thread failed\n";
-  static constexpr const char* kSigwaitLine = "";
-  static constexpr auto& kQueue = pDataHandler;
-};
-
-struct Ink {
-  using Driver = velainkusb;
-  static constexpr std::uint16_t kProduct = 48;
-  static constexpr int kReportSize = 8;
-  static constexpr int kOpenFailure = 0;
-  static constexpr const char* kOpenFailureLine = "";
-  static constexpr const char* kReadingLine = "create getdata_thread failed\n";
-  static constexpr const char* kSigwaitLine = "sigwait failed, result 22\n";
-  static constexpr auto& kQueue = pInkDataHandler;
-};
-
-template <class Kind>
-class FrameTest : public support::PadTest {
+class FrameTest : public support::PadDriverTest {
  protected:
-  using Driver = typename Kind::Driver;
-
   // Earlier connections have left the signal blocked.
   FrameTest() {
+    time.stopProcessorTime(0);  // no keep-alive
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGUSR1);
@@ -88,135 +60,124 @@ class FrameTest : public support::PadTest {
   }
 
   ~FrameTest() override {
-    driver.reset();
-    EXPECT_FALSE(queueExists());
-    EXPECT_TRUE(waitForThreads(0));
+    if (driver) driver->close();
   }
 
-  static bool sigusr1IsBlocked() {
-    sigset_t set;
-    pthread_sigmask(SIG_BLOCK, nullptr, &set);
-    return sigismember(&set, SIGUSR1) == 1;
+  // In the order of their starts.
+  std::array<std::string, 3> threadNames() const {
+    if (pad.kind == PadKind::Vision) return {"reading", "signal", "processing"};
+    return {"signal", "reading", "processing"};
   }
 
-  static bool queueExists() { return Kind::kQueue != nullptr; }
-
-  int open() {
-    const auto pad = std::make_shared<ScriptedPad>(Kind::kProduct);
-    pad->replies[3] = support::hex("03", 17);  // the ink pad's options
-    plug(pad);
-    return driver->OpenConnection(recordPen);
+  // What is printed when that thread (1 is the first) does not start.
+  std::string startLine(int start) const {
+    return pad.lines.at(pad.lines.size() - 4 + static_cast<std::size_t>(start)) + "\n";
   }
 
-  // A complete report with the pen down, for any kind.
-  void sendReport() {
-    support::Bytes report(Kind::kReportSize, 0);
-    report[0] = 0x20;
-    report[1] = 0x01;
-    EXPECT_TRUE(bus.sendWhenRoom(port, report));
+  Written onItsStream(const std::string& lines) const {
+    return pad.kind == PadKind::Vision ? Written{"", lines} : Written{lines, ""};
   }
 
-  ThreadCalls threads{{"signal", "reading", "processing"}};
-  std::unique_ptr<Driver> driver = std::make_unique<Driver>();
+  std::string blocking() const {
+    return std::string(pad.kind == PadKind::Vision ? "pthread_sigmask" : "sigprocmask") +
+           ": block SIGUSR1";
+  }
+
+  // Feature requests that have been made.
+  long requestCount() const {
+    return bus.count(HidCall::GetFeature) + bus.count(HidCall::SendFeature);
+  }
+
+  // Returns what it writes.
+  Written openAndListen() {
+    plugPad();
+    return writtenBy(1, [&] { return driver->open(recordPen); });
+  }
+
+  Log logOfClose() {
+    threads.clearLog();
+    EXPECT_EQ(driver->close(), 0);
+    return threads.log();
+  }
+
+  // Closes on another thread, up to the wait for the reading thread.
+  std::thread startClosing(std::atomic<bool>& closed) {
+    threads.on("join reading", [this] { m_lastJoin.happen(); });
+    std::thread closing([this, &closed] {
+      driver->close();
+      closed = true;
+    });
+    EXPECT_TRUE(m_lastJoin.wait());
+    return closing;
+  }
+
+  support::TimeControl time;
+  ThreadCalls threads{threadNames()};
+
+ private:
+  Event m_lastJoin;
 };
 
-using Kinds = testing::Types<Usb, Ii, Ink>;
-TYPED_TEST_SUITE(FrameTest, Kinds);
+INSTANTIATE_TEST_SUITE_P(Pads, FrameTest, testing::ValuesIn(support::padTable()),
+                         support::nameOfRow);
 
 // Opening.
 
-TYPED_TEST(FrameTest, WithoutAPadNothingIsStarted) {
-  const CapturedStream out(stdout);
-  const CapturedStream err(stderr);
-  const int result = this->driver->OpenConnection(recordPen);
-  EXPECT_EQ(out.text(), TypeParam::kOpenFailureLine);
-  EXPECT_EQ(err.text(), "");
-  EXPECT_EQ(result, TypeParam::kOpenFailure);
-  EXPECT_EQ(this->threads.log(), Log{});
-  EXPECT_FALSE(this->queueExists());
-  EXPECT_FALSE(this->sigusr1IsBlocked());
+TEST_P(FrameTest, AnOpenThatFailsTouchesNoThreadAndDoesNotSpoilTheObject) {
+  writtenBy(pad.openFailure, [&] { return driver->open(recordPen); });
+  EXPECT_FALSE(sigusr1IsBlocked());
+  driver->close();
+  EXPECT_THAT(threads.log(), IsEmpty());
+  EXPECT_TRUE(driver->running());
+  open();
+  sendReport();
+  EXPECT_TRUE(recorder.waitFor(1));
+  EXPECT_TRUE(waitForThreads(3));
 }
 
-TYPED_TEST(FrameTest, AnOpenThatFailedIsClosedSafely) {
-  const CapturedStream out(stdout);
-  this->driver->OpenConnection(recordPen);
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(), Log{});
+TEST_P(FrameTest, BlocksTheSignalThenSetsThePadUpThenStartsTheThreeThreads) {
+  const auto [first, second, third] = threadNames();
+  long requests = -1;
+  bool queueExisted = false;  // otherwise the first reports would be lost
+  const auto noteRequests = [&] { requests = std::max(requests, requestCount()); };
+  threads.on("start " + first, noteRequests);
+  threads.on("start reading", [&] {
+    noteRequests();
+    queueExisted = driver->queueExists();
+  });
+  EXPECT_EQ(openAndListen(), kNothingWritten);
+  EXPECT_THAT(threads.log(),
+              ElementsAre(blocking(), "start " + first, "start " + second, "start " + third));
+  EXPECT_EQ(requests, std::ssize(pad.opens));
+  EXPECT_TRUE(queueExisted);
+  EXPECT_TRUE(waitForThreads(3));
+  driver->close();
+  EXPECT_TRUE(sigusr1IsBlocked());  // for good
 }
 
-TYPED_TEST(FrameTest, AnOpenThatFailedDoesNotSpoilTheObject) {
-  const CapturedStream out(stdout);
-  this->driver->OpenConnection(recordPen);
-  this->driver->CloseConnection();
-  EXPECT_TRUE(this->driver->GetRunningState());
-  EXPECT_EQ(this->open(), 1);
-  this->sendReport();
-  EXPECT_TRUE(this->recorder.waitFor(1));
-  EXPECT_TRUE(this->waitForThreads(3));
-  this->driver->CloseConnection();
-}
-
-TYPED_TEST(FrameTest, BlocksTheSignalThenStartsTheThreeThreads) {
-  const CapturedStream out(stdout);
-  EXPECT_EQ(this->open(), 1);
-  EXPECT_EQ(this->threads.log(), (Log{"sigprocmask: block SIGUSR1", "start signal", "start reading",
-                                      "start processing"}));
-  EXPECT_EQ(out.text(), "");
-  this->driver->CloseConnection();
-}
-
-// Otherwise the first reports would find no queue and be lost.
-TYPED_TEST(FrameTest, TheQueueIsThereBeforeTheReadingThread) {
-  bool existed = false;
-  this->threads.on("start reading", [&] { existed = this->queueExists(); });
-  this->open();
-  EXPECT_TRUE(existed);
-  this->driver->CloseConnection();
-}
-
-TYPED_TEST(FrameTest, ThreadsGetDefaultAttributesAndTheDriverAndAZeroWord) {
-  this->open();
-  const std::vector<ThreadCalls::Start> starts = this->threads.starts();
+TEST_P(FrameTest, ThreadsGetDefaultAttributesAndTheDriverAndAZeroWord) {
+  open();
+  const std::vector<ThreadCalls::Start> starts = threads.starts();
   ASSERT_EQ(starts.size(), 3U);
   for (const ThreadCalls::Start& start : starts) {
     EXPECT_EQ(start.attributes, nullptr);
-    EXPECT_EQ(start.content.driver, this->driver.get());
+    EXPECT_EQ(start.content.driver, driver->object());
     EXPECT_EQ(start.content.zero, nullptr);
   }
-  this->driver->CloseConnection();
 }
 
-TYPED_TEST(FrameTest, TheSignalStaysBlockedInTheClientsThread) {
-  this->open();
-  EXPECT_TRUE(this->sigusr1IsBlocked());
-  this->driver->CloseConnection();
-  EXPECT_TRUE(this->sigusr1IsBlocked());
-}
-
-TYPED_TEST(FrameTest, TheWorkerThreadsInheritTheBlockedSignal) {
+TEST_P(FrameTest, TheCallbackRunsOnAThreadOfTheSdkThatBlocksTheSignal) {
   std::atomic<bool> blocked{false};
-  this->recorder.reset([&] { blocked = FrameTest<TypeParam>::sigusr1IsBlocked(); });
-  this->open();
-  this->sendReport();
-  ASSERT_TRUE(this->recorder.waitFor(1));
-  this->driver->CloseConnection();
-  EXPECT_TRUE(blocked);
-}
-
-TYPED_TEST(FrameTest, ReadsAskForOneReport) {
-  this->open();
-  ASSERT_TRUE(this->bus.waitForBegun(HidCall::Read, 1));
-  EXPECT_EQ(this->bus.calls({HidCall::Read}).front().argument, TypeParam::kReportSize);
-  this->driver->CloseConnection();
-}
-
-TYPED_TEST(FrameTest, TheCallbackRunsOnAThreadOfTheSdk) {
   std::atomic<std::thread::id> callbackThread{std::this_thread::get_id()};
-  this->recorder.reset([&] { callbackThread = std::this_thread::get_id(); });
-  this->open();
-  this->sendReport();
-  ASSERT_TRUE(this->recorder.waitFor(1));
-  this->driver->CloseConnection();
+  recorder.reset([&] {
+    blocked = sigusr1IsBlocked();
+    callbackThread = std::this_thread::get_id();
+  });
+  open();
+  sendReport();
+  ASSERT_TRUE(recorder.waitFor(1));
+  driver->close();
+  EXPECT_TRUE(blocked);
   EXPECT_NE(callbackThread.load(), std::this_thread::get_id());
 }
 
@@ -224,277 +185,241 @@ TYPED_TEST(FrameTest, TheCallbackRunsOnAThreadOfTheSdk) {
 
 volatile std::sig_atomic_t handlerRuns = 0;
 
-void countHandlerRun(int /*signal*/) {
-  handlerRuns = handlerRuns + 1;
-}
-
-TYPED_TEST(FrameTest, ASignalToTheProcessReachesNoHandlerAndEndsTheRunningState) {
+TEST_P(FrameTest, ASignalToTheProcessReachesNoHandlerAndEndsTheRunningState) {
   handlerRuns = 0;
   struct sigaction counting {};
-  counting.sa_handler = countHandlerRun;
+  counting.sa_handler = [](int) { handlerRuns = handlerRuns + 1; };
   struct sigaction before {};
   sigaction(SIGUSR1, &counting, &before);
-  this->open();
-  EXPECT_TRUE(this->driver->GetRunningState());
-
+  open();
+  EXPECT_TRUE(driver->running());
   kill(getpid(), SIGUSR1);
-
-  EXPECT_TRUE(comesTrue([&] { return !this->driver->GetRunningState(); }));
-  EXPECT_EQ(handlerRuns, 0);
-  this->driver->CloseConnection();
+  EXPECT_TRUE(comesTrue([&] { return !driver->running(); }));
+  driver->close();
   EXPECT_EQ(handlerRuns, 0);
   sigaction(SIGUSR1, &before, nullptr);
 }
 
-TYPED_TEST(FrameTest, AnotherSignalIsNotTheOneWaitedFor) {
-  this->threads.answerWaits({{0, SIGUSR2}, {0, SIGHUP}});
-  this->open();
-  this->driver->CloseConnection();
-  EXPECT_EQ(this->threads.waits(), 3);
+TEST_P(FrameTest, AnotherSignalIsNotTheOneWaitedFor) {
+  threads.answerWaits({{0, SIGUSR2}, {0, SIGHUP}});
+  open();
+  driver->close();
+  EXPECT_EQ(threads.waits(), 3);
 }
 
-TYPED_TEST(FrameTest, WhenSigwaitFailsTheCloseHangsInItsLastJoin) {
-  this->threads.answerWaits({{EINVAL, 0}});
-  Event lastJoin;
-  this->threads.on("join reading", [&] { lastJoin.happen(); });
-  const CapturedStream out(stdout);
-  const CapturedStream err(stderr);
-  this->open();
-
+TEST_P(FrameTest, WhenSigwaitFailsTheCloseHangsInItsLastJoin) {
+  threads.answerWaits({{EINVAL, 0}});
+  plugPad();
   std::atomic<bool> closed{false};
-  std::thread closing([&] {
-    this->driver->CloseConnection();
-    closed = true;
+  std::thread closing;
+  const Written written = writtenBy([&] {
+    driver->open(recordPen);
+    closing = startClosing(closed);
   });
-  EXPECT_TRUE(lastJoin.wait());
-  EXPECT_EQ(out.text(), TypeParam::kSigwaitLine);
-  EXPECT_EQ(err.text(), "");
-  EXPECT_TRUE(this->driver->GetRunningState());
+  const bool reports = pad.kind == PadKind::Usb || pad.kind == PadKind::Ink;
+  EXPECT_EQ(written, (Written{reports ? "sigwait failed, result 22\n" : "", ""}));
+  EXPECT_TRUE(driver->running());
   // The reading thread goes on after reads that time out, so the close waits for it.
-  EXPECT_TRUE(this->bus.waitForReturned(HidCall::Read, this->bus.count(HidCall::Read) + 5));
+  EXPECT_TRUE(bus.waitForReturned(HidCall::Read, bus.count(HidCall::Read) + 5));
   EXPECT_FALSE(closed);
-
-  this->driver->SetRunningFalse();
+  driver->stopRunning();
   closing.join();
-  EXPECT_TRUE(closed);
 }
 
-TYPED_TEST(FrameTest, TheRunningStateIsTrueUntilItIsTakenAway) {
-  EXPECT_TRUE(this->driver->GetRunningState());
-  this->driver->SetRunningFalse();
-  EXPECT_FALSE(this->driver->GetRunningState());
-}
-
-TYPED_TEST(FrameTest, TheReadingThreadEndsWithItsFirstFailedReadAfterTheRunningState) {
-  this->bus.setReadTimeout(support::BusTest::kLongTimeout);
-  this->open();
-  ASSERT_TRUE(this->bus.waitForBegun(HidCall::Read, 1));
-  this->driver->SetRunningFalse();
+TEST_P(FrameTest, TheReadingThreadEndsWithItsFirstFailedReadAfterTheRunningState) {
+  bus.setReadTimeout(kLongTimeout);
+  open();
+  EXPECT_TRUE(driver->running());
+  ASSERT_TRUE(bus.waitForBegun(HidCall::Read, 1));
+  driver->stopRunning();
+  EXPECT_FALSE(driver->running());
   // Reports keep it reading all the same.
   for (long report = 1; report <= 3; ++report) {
-    this->sendReport();
-    ASSERT_TRUE(this->bus.waitForBegun(HidCall::Read, report + 1));
+    sendReport();
+    ASSERT_TRUE(bus.waitForBegun(HidCall::Read, report + 1));
   }
-  EXPECT_TRUE(this->waitForThreads(3));
-  this->bus.setReadTimeout(support::BusTest::kShortTimeout);
-  this->sendReport();  // ends the read that would wait long
-  EXPECT_TRUE(this->waitForThreads(2));
-  EXPECT_EQ(this->bus.calls({HidCall::Read}).size(), 5U);
-  this->driver->CloseConnection();
+  EXPECT_TRUE(waitForThreads(3));
+  bus.setReadTimeout(kShortTimeout);
+  sendReport();  // ends the read that would wait long
+  EXPECT_TRUE(waitForThreads(2));
+  EXPECT_EQ(bus.calls({HidCall::Read}).size(), 5U);
 }
 
 // Closing.
 
-TYPED_TEST(FrameTest, ClosesInThisOrder) {
-  this->open();
-  this->threads.clearLog();
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(),
-            (Log{"join processing", "SIGUSR1 to signal", "join signal", "join reading"}));
-  EXPECT_FALSE(this->driver->GetRunningState());
+TEST_P(FrameTest, ClosesInThisOrder) {
+  open();
+  long requestsBefore = -1;
+  long requests = -1;
+  bool openAtTheEnd = false;
+  bus.clearLog();
+  threads.on("join processing", [&] { requestsBefore = requestCount(); });
+  threads.on("SIGUSR1 to signal", [&] { requests = requestCount(); });
+  threads.on("join reading",
+             [&] { openAtTheEnd = driver->queueExists() && bus.openHandles() == 1; });
+  EXPECT_THAT(logOfClose(),
+              ElementsAre("join processing", "SIGUSR1 to signal", "join signal", "join reading"));
+  // The pad is reset between the two.
+  EXPECT_EQ(requestsBefore, 0);
+  EXPECT_EQ(requests, std::ssize(pad.closes));
+  EXPECT_TRUE(openAtTheEnd);
+  EXPECT_FALSE(driver->queueExists());
+  EXPECT_EQ(bus.openHandles(), 0);
+  EXPECT_FALSE(driver->running());
 }
 
-TYPED_TEST(FrameTest, TheQueueOutlivesTheReadingThread) {
-  bool existed = false;
-  this->open();
-  this->threads.on("join reading", [&] { existed = this->queueExists(); });
-  this->driver->CloseConnection();
-  EXPECT_TRUE(existed);
-  EXPECT_FALSE(this->queueExists());
-}
-
-TYPED_TEST(FrameTest, TheDeviceIsOpenUntilTheReadingThreadHasEnded) {
-  int open = -1;
-  this->open();
-  this->threads.on("join reading", [&] { open = this->bus.openHandles(); });
-  this->driver->CloseConnection();
-  EXPECT_EQ(open, 1);
-  EXPECT_EQ(this->bus.openHandles(), 0);
-}
-
-TYPED_TEST(FrameTest, AStopIsSeenAfterTheDeliveryUnderWay) {
+TEST_P(FrameTest, AStopIsSeenAfterTheDeliveryUnderWay) {
   Event joining;
   Event delivering;
-  this->recorder.reset([&] {
+  recorder.reset([&] {
     delivering.happen();
     EXPECT_TRUE(joining.wait());
   });
-  this->threads.on("join processing", [&] { joining.happen(); });
-  this->open();
-  for (int i = 0; i < 200; ++i) this->sendReport();
-  EXPECT_TRUE(this->bus.waitUntilRead(this->port));
+  threads.on("join processing", [&] { joining.happen(); });
+  open();
+  for (int i = 0; i < 200; ++i) sendReport();
+  EXPECT_TRUE(bus.waitUntilRead(port));
   ASSERT_TRUE(delivering.wait());
-  this->driver->CloseConnection();
-  EXPECT_EQ(this->recorder.count(), 1U);
+  driver->close();
+  EXPECT_EQ(recorder.count(), 1U);
 }
 
-TYPED_TEST(FrameTest, WhileReportsComeTheCloseWaits) {
-  this->bus.setReadTimeout(support::BusTest::kLongTimeout);
-  Event lastJoin;
-  this->threads.on("join reading", [&] { lastJoin.happen(); });
-  this->open();
+TEST_P(FrameTest, WhileReportsComeTheCloseWaits) {
+  bus.setReadTimeout(kLongTimeout);
+  open();
   std::atomic<bool> closed{false};
-  std::thread closing([&] {
-    this->driver->CloseConnection();
-    closed = true;
-  });
-  EXPECT_TRUE(lastJoin.wait());
-  EXPECT_FALSE(this->driver->GetRunningState());
+  std::thread closing = startClosing(closed);
+  EXPECT_FALSE(driver->running());
   for (int i = 0; i < 100; ++i) {
-    this->sendReport();
-    EXPECT_TRUE(this->bus.waitUntilRead(this->port));
+    sendReport();
+    EXPECT_TRUE(bus.waitUntilRead(port));
   }
   EXPECT_FALSE(closed);
   // The pad falls silent: the read that this report ends is followed by one that times out.
-  this->bus.setReadTimeout(support::BusTest::kShortTimeout);
-  this->sendReport();
+  bus.setReadTimeout(kShortTimeout);
+  sendReport();
   closing.join();
-  EXPECT_EQ(this->recorder.count(), 0U);
+  EXPECT_EQ(recorder.count(), 0U);
 }
 
 // Threads that do not start.
 
-TYPED_TEST(FrameTest, ASignalThreadThatDoesNotStartIsReported) {
-  this->threads.failStarts({1});
-  const CapturedStream out(stdout);
-  const CapturedStream err(stderr);
-  EXPECT_EQ(this->open(), 1);
-  EXPECT_EQ(out.text(), "create pollsignal failed\n");
-  EXPECT_EQ(err.text(), "");
-  this->sendReport();
-  EXPECT_TRUE(this->recorder.waitFor(1));
-  this->threads.clearLog();
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(), (Log{"join processing", "join reading"}));
-  EXPECT_FALSE(this->driver->GetRunningState());
-}
-
-TYPED_TEST(FrameTest, AReadingThreadThatDoesNotStartIsReported) {
-  this->threads.failStarts({2});
-  const CapturedStream out(stdout);
-  const CapturedStream err(stderr);
-  EXPECT_EQ(this->open(), 1);
-  EXPECT_EQ(out.text(), TypeParam::kReadingLine);
-  EXPECT_EQ(err.text(), "");
-  this->threads.clearLog();
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(), (Log{"join processing", "SIGUSR1 to signal", "join signal"}));
-  EXPECT_EQ(this->bus.count(HidCall::Read), 0);
-}
-
-TYPED_TEST(FrameTest, AProcessingThreadThatDoesNotStartIsReported) {
-  this->threads.failStarts({3});
-  const CapturedStream out(stdout);
-  const CapturedStream err(stderr);
-  EXPECT_EQ(this->open(), 1);
-  EXPECT_EQ(out.text(), "create processdata failed\n");
-  EXPECT_EQ(err.text(), "");
-  this->threads.clearLog();
-  this->sendReport();
-  EXPECT_TRUE(this->bus.waitUntilRead(this->port));
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(), (Log{"SIGUSR1 to signal", "join signal", "join reading"}));
-  EXPECT_EQ(this->recorder.count(), 0U);
-}
-
-TYPED_TEST(FrameTest, ThreadsThatDoNotStartAreReportedInTurn) {
-  this->threads.failStarts({1, 2, 3});
-  const CapturedStream out(stdout);
-  EXPECT_EQ(this->open(), 1);
-  EXPECT_EQ(out.text(), std::string("create pollsignal failed\n") + TypeParam::kReadingLine +
-                            "create processdata failed\n");
-  EXPECT_TRUE(this->queueExists());
-  this->threads.clearLog();
-  EXPECT_EQ(this->driver->CloseConnection(), 0);
-  EXPECT_EQ(this->threads.log(), Log{});
-}
-
-// The driver's own allocations after the signal has been blocked: an argument for a thread, the
-// queue, an argument for another thread.
-using FrameAllocationTest = support::PadTest;
-TEST_F(FrameAllocationTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
-  plug(std::make_shared<ScriptedPad>(Usb::kProduct));
-  for (const int allocation : {1, 2, 3}) {
-    ThreadCalls threads{{"signal", "reading", "processing"}};
-    velausb driver;
-    threads.on("sigprocmask: block SIGUSR1", [&] { support::failAllocation(allocation); });
-    EXPECT_THROW(driver.OpenConnection(recordPen), std::bad_alloc);
-    EXPECT_EQ(threads.starts().size(), 0U);
-    EXPECT_EQ(driver.CloseConnection(), 0);
-    EXPECT_EQ(pUSBDataHandler, nullptr);
-    EXPECT_EQ(bus.openHandles(), 0);
+TEST_P(FrameTest, AThreadThatDoesNotStartIsReportedAndNeitherSignalledNorJoined) {
+  const auto names = threadNames();
+  for (const int start : {1, 2, 3}) {
+    SCOPED_TRACE(start);
+    const std::string& name = names.at(static_cast<std::size_t>(start - 1));
+    driver = support::makeDriver(pad.kind);
+    recorder.reset();
+    bus.clearLog();
+    ThreadCalls calls(names);
+    calls.failStarts({start});
+    EXPECT_EQ(openAndListen(), onItsStream(startLine(start)));
+    if (name != "reading") {
+      sendReport();
+      EXPECT_TRUE(bus.waitUntilRead(port));
+    }
+    if (name == "signal") {
+      EXPECT_TRUE(recorder.waitFor(1));
+    }
+    calls.clearLog();
+    EXPECT_EQ(driver->close(), 0);
+    Log expected{"join processing", "SIGUSR1 to signal", "join signal", "join reading"};
+    std::erase_if(expected, [&](const std::string& call) { return call.ends_with(name); });
+    EXPECT_EQ(calls.log(), expected);
+    EXPECT_FALSE(driver->running());
+    EXPECT_EQ(bus.count(HidCall::Read) == 0, name == "reading");
+    EXPECT_EQ(recorder.count(), name == "signal" ? 1U : 0U);
+    bus.unplug(port);
   }
 }
 
-// Closing a driver that is not open must not release the queue of one that is.
-TYPED_TEST(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
-  this->open();
-  typename TypeParam::Driver other;
-  this->bus.fail(HidCall::Open, {});
-  const CapturedStream out(stdout);
-  EXPECT_EQ(other.OpenConnection(recordPen), TypeParam::kOpenFailure);
-  EXPECT_EQ(other.CloseConnection(), 0);
-  EXPECT_TRUE(this->queueExists());
-  this->sendReport();
-  EXPECT_TRUE(this->recorder.waitFor(1));
-  this->driver->CloseConnection();
+TEST_P(FrameTest, ThreadsThatDoNotStartAreReportedInTurn) {
+  threads.failStarts({1, 2, 3});
+  EXPECT_EQ(openAndListen(), onItsStream(startLine(1) + startLine(2) + startLine(3)));
+  EXPECT_TRUE(driver->queueExists());
+  EXPECT_THAT(logOfClose(), IsEmpty());
 }
 
-TYPED_TEST(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
-  this->threads.failStarts({1, 2, 3});  // so that the driver may be destroyed
-  const CapturedStream out(stdout);
-  this->open();
-  this->bus.clearLog();
-  this->driver.reset();
-  EXPECT_EQ(this->bus.calls(),
-            (support::Calls{support::called(HidCall::Close), support::called(HidCall::Exit)}));
-  EXPECT_TRUE(this->queueExists());
+// Closing a driver that is not open must not release the queue of one that is.
+TEST_P(FrameTest, CloseAfterAFailedOpenLeavesAnothersQueueAlone) {
+  open();
+  const auto other = support::makeDriver(pad.kind);
+  bus.fail(HidCall::Open, {}, 1, pad.openAttempts);
+  writtenBy(pad.openFailure, [&] { return other->open(recordPen); });
+  EXPECT_EQ(other->close(), 0);
+  EXPECT_TRUE(driver->queueExists());
+  sendReport();
+  EXPECT_TRUE(recorder.waitFor(1));
+}
+
+TEST_P(FrameTest, DestructionClosesTheDeviceButNotTheConnection) {
+  threads.failStarts({1, 2, 3});  // so that the driver may be destroyed
+  openAndListen();
+  bus.clearLog();
+  driver.reset();
+  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::Close), called(HidCall::Exit)}));
+  driver = support::makeDriver(pad.kind);
+  EXPECT_TRUE(driver->queueExists());
   // What the close would have released.
-  SharedQueue::release(TypeParam::kQueue);
-  delete this->threads.starts().back().argument;
+  driver->releaseQueue();
+  delete threads.starts().back().argument;
 }
 
 // A client may run the kind's queue on a thread of its own.
 
-TYPED_TEST(FrameTest, WithoutAQueueProcessingReturns) {
-  this->driver->procdata_routine();
+TEST_P(FrameTest, WithoutAQueueProcessingReturns) {
+  driver->process();
 }
 
-TYPED_TEST(FrameTest, AThreadOfTheClientProcessesTheQueueAndEndsWithIt) {
-  this->threads.failStarts({3});
-  const CapturedStream out(stdout);
-  this->open();
+TEST_P(FrameTest, AThreadOfTheClientProcessesTheQueueAndEndsWithIt) {
+  threads.failStarts({3});
+  openAndListen();
   std::atomic<bool> returned{false};
   std::thread lent([&] {
-    this->driver->procdata_routine();
+    driver->process();
     returned = true;
   });
-  this->sendReport();
-  EXPECT_TRUE(this->recorder.waitFor(1));
-  this->driver->CloseConnection();
+  sendReport();
+  EXPECT_TRUE(recorder.waitFor(1));
+  driver->close();
   lent.join();
   EXPECT_FALSE(returned);
-  EXPECT_EQ(this->recorder.count(), 1U);
+}
+
+// Single drivers.
+
+class UsbFrameTest : public FrameTest {};
+INSTANTIATE_TEST_SUITE_P(Pads, UsbFrameTest, testing::Values(support::padRow(PadKind::Usb)),
+                         support::nameOfRow);
+
+// The driver's own allocations after the signal has been blocked: an argument for a thread, the
+// queue, an argument for another thread.
+TEST_P(UsbFrameTest, AnOpenThatRunsOutOfMemoryIsClosedLikeAnyOther) {
+  plugPad();
+  for (const int allocation : {1, 2, 3}) {
+    threads.on(blocking(), [&] { support::failAllocation(allocation); });
+    EXPECT_THROW(driver->open(recordPen), std::bad_alloc);
+    EXPECT_EQ(threads.starts().size(), 0U);
+    EXPECT_EQ(driver->close(), 0);
+    EXPECT_FALSE(driver->queueExists());
+    EXPECT_EQ(bus.openHandles(), 0);
+  }
+}
+
+class VisionFrameTest : public FrameTest {};
+INSTANTIATE_TEST_SUITE_P(Pads, VisionFrameTest, testing::Values(support::padRow(PadKind::Vision)),
+                         support::nameOfRow);
+
+TEST_P(VisionFrameTest, ASetUpThatFailsComesAfterTheSignalAndDoesNotSpoilTheObject) {
+  plugPad();
+  bus.fail(HidCall::GetFeature, {support::Fault::Kind::Return, -1});
+  writtenBy(0, [&] { return driver->open(recordPen); });
+  EXPECT_THAT(threads.log(), ElementsAre(blocking()));
+  driver->close();
+  EXPECT_TRUE(driver->running());
+  EXPECT_EQ(driver->open(recordPen), 1);
+  EXPECT_TRUE(waitForThreads(3));
 }
 
 }  // namespace

@@ -4,13 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "support/PadTest.h"
-#include "support/Written.h"
+#include "support/OneDriverTest.h"
 #include "virtualpads/InkPad.h"
 
 namespace {
@@ -18,15 +20,16 @@ namespace {
 #include "artwork/name.xbm"
 
 using support::Bytes;
-using support::called;
 using support::CallRecord;
 using support::Calls;
 using support::Fault;
+using support::got;
 using support::hex;
 using support::HidCall;
 using support::kNothingWritten;
 using support::recordPen;
 using support::Sample;
+using support::sent;
 using support::Written;
 using support::writtenBy;
 using testing::Each;
@@ -37,24 +40,16 @@ using virtualpads::PadModel;
 // What the pad holds before it is opened. Bits outside all fields are set, to show what is carried
 // along.
 constexpr std::string_view kOptionsBefore = "A0 FC 11 22 A4 31 32 33 34 35 36 F8 44 55 03 AF";
+constexpr std::string_view kAllSet = "FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF";
+constexpr std::string_view kAllClear = "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
-Bytes optionsReport(std::string_view block) {
-  return hex("03 " + std::string(block));
-}
-
-CallRecord optionsRead() {
-  return called(HidCall::GetFeature, 17, 17, hex("03", 17));
-}
+const CallRecord kOptionsRead = got("03", 17);
 
 CallRecord optionsSent(std::string_view block) {
-  return called(HidCall::SendFeature, 17, 17, optionsReport(block));
+  return sent("03 " + std::string(block), 17);
 }
 
-CallRecord clearSent(int value) {
-  return called(HidCall::SendFeature, 3, 3, value != 0 ? hex("09 01 00") : hex("09 00 00"));
-}
-
-class InkTest : public support::PadTest {
+class InkTest : public support::OneDriverTest<velainkusb, 48> {
  protected:
   void plugModel() {
     plug(model);
@@ -67,17 +62,26 @@ class InkTest : public support::PadTest {
     bus.clearLog();
   }
 
-  // What the pad holds, read bypassing the driver.
+  // What the pad holds, bypassing the driver.
   void setOptions(std::string_view block) {
-    bus.withModel(port, [&](PadModel& pad) { EXPECT_TRUE(pad.setFeature(optionsReport(block))); });
+    bus.withModel(
+        port, [&](PadModel& pad) { EXPECT_TRUE(pad.setFeature(hex("03 " + std::string(block)))); });
   }
 
   void failRequests(HidCall call, int result) {
     bus.fail(call, {Fault::Kind::Return, result}, 1, support::VirtualBus::kAlways);
   }
 
+  // The block as the next reply leaves one that was full of EE.
+  Bytes options() {
+    tagOPTIONS block;
+    std::memset(&block, 0xEE, sizeof block);
+    EXPECT_EQ(driver.GetOptions(&block), 1);
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&block);
+    return {bytes, bytes + sizeof block};
+  }
+
   std::shared_ptr<InkPad> model = std::make_shared<InkPad>();
-  velainkusb driver;
 };
 
 using InkOpenTest = InkTest;
@@ -88,12 +92,29 @@ using InkClearTest = InkTest;
 using InkSerialTest = InkTest;
 using InkSampleTest = InkTest;
 
+// The first request of an ink pad that is opened before main begins, as a static object of a client
+// may do. The other static objects of this program that it uses need no initialisation.
+const Bytes kSentBeforeMain = [] {
+  support::VirtualBus& bus = support::VirtualBus::instance();
+  bus.setReadTimeout(std::chrono::milliseconds(1));
+  bus.plug(std::make_shared<InkPad>());
+  velainkusb driver;
+  driver.OpenConnection(nullptr);
+  driver.CloseConnection();
+  const auto requests = bus.calls({HidCall::SendFeature});
+  return requests.empty() ? Bytes{} : requests.front().bytes;
+}();
+
+TEST(InkBeforeMainTest, PictureIsThere) {
+  ASSERT_EQ(kSentBeforeMain.size(), 2408U);
+  EXPECT_EQ(kSentBeforeMain[1], 1);  // the layer
+}
+
 TEST_F(InkOpenTest, ThePictureIsTheName) {
   openModel();
   bus.withModel(port, [&](PadModel&) {
     EXPECT_TRUE(std::equal(std::begin(name_bits), std::end(name_bits), model->layer(1).begin()));
   });
-  driver.CloseConnection();
 }
 
 // The requests that are made when all requests of both kinds give this result.
@@ -108,16 +129,12 @@ TEST_P(InkOpenFaultTest, TheOpenGoesOnInSilence) {
   plugModel();
   failRequests(HidCall::GetFeature, GetParam().result);
   failRequests(HidCall::SendFeature, GetParam().result);
-  int opened = -9;
-  EXPECT_EQ(writtenBy([&] { opened = driver.OpenConnection(recordPen); }), kNothingWritten);
-  EXPECT_EQ(opened, 1);
+  EXPECT_EQ(writtenBy(1, [&] { return driver.OpenConnection(recordPen); }), kNothingWritten);
   std::vector<HidCall> requests;
   for (const CallRecord& call : bus.calls({HidCall::GetFeature, HidCall::SendFeature}))
     requests.push_back(call.call);
   EXPECT_EQ(requests, GetParam().requests);
   EXPECT_TRUE(waitForThreads(3));
-  bus.clearFaults();
-  driver.CloseConnection();
 }
 
 constexpr HidCall kGet = HidCall::GetFeature;
@@ -132,27 +149,19 @@ INSTANTIATE_TEST_SUITE_P(
                               {kSet, kSet, kSet, kSet, kGet, kGet, kSet, kGet, kSet, kGet, kGet,
                                kGet, kGet}}));
 
-TEST_F(InkCloseTest, ResetAfterAFailedOpenPrintsItsResult) {
+TEST_F(InkCloseTest, ResetWhileNotOpenPrintsTheResultOfTheOpenAndSendsNothing) {
+  bus.clearLog();
+  EXPECT_EQ(writtenBy(0, [&] { return driver.ResetVelaInkDevice(); }),
+            (Written{"ResetvelaInkDevice m_handle is 0\n", ""}));
+  EXPECT_TRUE(bus.calls().empty());
   EXPECT_EQ(driver.OpenConnection(recordPen), 0);
   EXPECT_EQ(writtenBy([&] { driver.ResetVelaInkDevice(); }),
             (Written{"ResetvelaInkDevice m_handle is -1\n", ""}));
 }
 
-TEST_F(InkCloseTest, ResetBeforeOpenReportsZeroAndSendsNothing) {
-  plugModel();
-  bus.clearLog();
-  int reset = -9;
-  EXPECT_EQ(writtenBy([&] { reset = driver.ResetVelaInkDevice(); }),
-            (Written{"ResetvelaInkDevice m_handle is 0\n", ""}));
-  EXPECT_EQ(reset, 0);
-  EXPECT_TRUE(bus.calls().empty());
-}
-
 TEST_F(InkCloseTest, ResetGivesTheResultOfTheLastLayer) {
   openModel();
-  int reset = -9;
-  EXPECT_EQ(writtenBy([&] { reset = driver.ResetVelaInkDevice(); }), kNothingWritten);
-  EXPECT_EQ(reset, 1);
+  EXPECT_EQ(writtenBy(1, [&] { return driver.ResetVelaInkDevice(); }), kNothingWritten);
   // The last read of the options is the fifth, the last report sent the eighth.
   bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0}, 5);
   EXPECT_EQ(driver.ResetVelaInkDevice(), 0);
@@ -160,7 +169,6 @@ TEST_F(InkCloseTest, ResetGivesTheResultOfTheLastLayer) {
   EXPECT_EQ(driver.ResetVelaInkDevice(), 0);
   bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0}, 1, 7);
   EXPECT_EQ(driver.ResetVelaInkDevice(), 1);
-  driver.CloseConnection();
 }
 
 TEST_F(InkPictureTest, RecordsArePackedAsOnTheWire) {
@@ -184,7 +192,6 @@ TEST_F(InkPictureTest, FourBandsOfSixtyRowsAreSent) {
   LCD_SCREEN picture = numberedPicture();
   EXPECT_EQ(driver.DrawBitmap(&picture), 2408);
   const Calls calls = bus.calls();
-  driver.CloseConnection();
   ASSERT_EQ(calls.size(), 4U);
   // 2400, 4800 and 7200 leave 141, 31 and 172 when divided by 251.
   const std::string_view begins[] = {
@@ -214,107 +221,80 @@ TEST_F(InkPictureTest, AllBandsAreSentAndTheLastResultCounts) {
   bus.fail(HidCall::SendFeature, {Fault::Kind::Short, 7}, 4);
   EXPECT_EQ(driver.DrawBitmap(&picture), 7);
   EXPECT_EQ(bus.count(HidCall::SendFeature), 16);
-  driver.CloseConnection();
 }
 
-TEST_F(InkPictureTest, NoPictureSendsNothing) {
+TEST_F(InkOptionsTest, BlockIsReadAndSentAsItIs) {
   openModel();
-  EXPECT_EQ(driver.DrawBitmap(nullptr), 0);
-  EXPECT_TRUE(bus.calls().empty());
-  driver.CloseConnection();
-}
-
-TEST_F(InkOptionsTest, BlockIsReadAsItIs) {
-  openModel();
-  setOptions("00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F");
-  tagOPTIONS options{};
-  EXPECT_EQ(driver.GetOptions(&options), 1);
-  EXPECT_EQ(bus.calls(), (Calls{optionsRead()}));
-  driver.CloseConnection();
-  EXPECT_EQ(options.bReserved0, 0x00);
-  EXPECT_EQ(options.bInkTrace, 0x01);
-  EXPECT_THAT(options.bInkTraceValue, ElementsAre(0x02, 0x03));
-  EXPECT_EQ(options.bReserved4, 0x04);
-  EXPECT_THAT(options.bInkingRegion, ElementsAre(0x05, 0x06, 0x07, 0x08, 0x09, 0x0A));
-  EXPECT_EQ(options.bBackLight, 0x0B);
-  EXPECT_THAT(options.bBackLightValue, ElementsAre(0x0C, 0x0D));
-  EXPECT_EQ(options.bLayerStates, 0x0E);
-  EXPECT_EQ(options.bReserved15, 0x0F);
-}
-
-TEST_F(InkOptionsTest, BlockIsSentAsItIs) {
-  openModel();
-  tagOPTIONS options{0xF0, 0xF1,         {0xF2, 0xF3}, 0xF4, {0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA},
-                     0xFB, {0xFC, 0xFD}, 0xFE,         0xFF};
-  EXPECT_EQ(driver.SetOptions(&options), 1);
-  EXPECT_EQ(bus.calls(), (Calls{optionsSent("F0 F1 F2 F3 F4 F5 F6 F7 F8 F9 FA FB FC FD FE FF")}));
-  driver.CloseConnection();
+  constexpr std::string_view kBlock = "F0 F1 F2 F3 F4 F5 F6 F7 F8 F9 FA FB FC FD FE FF";
+  tagOPTIONS block{0xF0, 0xF1,         {0xF2, 0xF3}, 0xF4, {0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA},
+                   0xFB, {0xFC, 0xFD}, 0xFE,         0xFF};
+  EXPECT_EQ(driver.SetOptions(&block), 1);
+  EXPECT_EQ(options(), hex(kBlock));
+  EXPECT_EQ(bus.calls(), (Calls{optionsSent(kBlock), kOptionsRead}));
 }
 
 TEST_F(InkOptionsTest, NullPointersAreRefusedWithoutARequest) {
   openModel();
+  EXPECT_EQ(driver.DrawBitmap(nullptr), 0);
   EXPECT_EQ(driver.GetOptions(nullptr), 0);
   EXPECT_EQ(driver.SetOptions(nullptr), 0);
   EXPECT_EQ(driver.SetInkingRegion(nullptr), 0);
   EXPECT_TRUE(bus.calls().empty());
-  driver.CloseConnection();
 }
 
-TEST_F(InkOptionsTest, ReplyOfNoBytesIsNoBlockAndAnErrorIsAnEmptyOne) {
+TEST_F(InkOptionsTest, ReplyOfNoBytesIsNoBlockAndWhatThePadDidNotSendIsZero) {
   openModel();
-  tagOPTIONS options{1, 1, {1, 1}, 1, {1, 1, 1, 1, 1, 1}, 1, {1, 1}, 1, 1};
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
-  EXPECT_EQ(driver.GetOptions(&options), 0);
-  EXPECT_EQ(options.bReserved0, 1);
-  EXPECT_EQ(options.bReserved15, 1);
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, -1});
-  EXPECT_EQ(driver.GetOptions(&options), 1);
-  EXPECT_EQ(options.bReserved0, 0);
-  EXPECT_EQ(options.bLayerStates, 0);
-  EXPECT_EQ(options.bReserved15, 0);
-  driver.CloseConnection();
+  setOptions("A0 A1 A2 A3 A4 A5 A6 A7 A8 A9 AA AB AC AD AE AF");
+  tagOPTIONS block{1, 1, {1, 1}, 1, {1, 1, 1, 1, 1, 1}, 1, {1, 1}, 1, 1};
+  answer(0);
+  EXPECT_EQ(driver.GetOptions(&block), 0);
+  EXPECT_EQ(block.bReserved0, 1);
+  EXPECT_EQ(block.bReserved15, 1);
+  answer(-1);
+  EXPECT_EQ(options(), hex("", 16));
+  cut(1);
+  EXPECT_EQ(options(), hex("", 16));
+  cut(16);
+  EXPECT_EQ(options(), hex("A0 A1 A2 A3 A4 A5 A6 A7 A8 A9 AA AB AC AD AE 00"));
 }
 
 TEST_F(InkOptionsTest, InkingRegionIsWrittenLittleEndianAndNothingElse) {
   openModel();
-  setOptions("FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+  setOptions(kAllSet);
   LCD_RECT region{0x0114, 0x33, 0x0127, 0xBC};
   EXPECT_EQ(driver.SetInkingRegion(&region), 1);
   EXPECT_EQ(bus.calls(),
-            (Calls{optionsRead(), optionsSent("FF FF FF FF FF 14 01 33 27 01 BC FF FF FF FF FF")}));
-  driver.CloseConnection();
+            (Calls{kOptionsRead, optionsSent("FF FF FF FF FF 14 01 33 27 01 BC FF FF FF FF FF")}));
 }
 
 TEST_F(InkOptionsTest, InkTraceTakesTwoBitsOfModeAndSixteenOfValue) {
   openModel();
-  setOptions("FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+  setOptions(kAllSet);
   EXPECT_EQ(driver.SetInkTraceOpt(0, 0), 1);
   EXPECT_EQ(driver.SetInkTraceOpt(7, 0x12345), 1);
-  setOptions("00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+  setOptions(kAllClear);
   EXPECT_EQ(driver.SetInkTraceOpt(3, -1), 1);
   EXPECT_EQ(driver.SetInkTraceOpt(-3, 0x1FF), 1);
   EXPECT_EQ(bus.calls(),
-            (Calls{optionsRead(), optionsSent("FF FC 00 00 FF FF FF FF FF FF FF FF FF FF FF FF"),
-                   optionsRead(), optionsSent("FF FF 45 23 FF FF FF FF FF FF FF FF FF FF FF FF"),
-                   optionsRead(), optionsSent("00 03 FF FF 00 00 00 00 00 00 00 00 00 00 00 00"),
-                   optionsRead(), optionsSent("00 01 FF 01 00 00 00 00 00 00 00 00 00 00 00 00")}));
-  driver.CloseConnection();
+            (Calls{kOptionsRead, optionsSent("FF FC 00 00 FF FF FF FF FF FF FF FF FF FF FF FF"),
+                   kOptionsRead, optionsSent("FF FF 45 23 FF FF FF FF FF FF FF FF FF FF FF FF"),
+                   kOptionsRead, optionsSent("00 03 FF FF 00 00 00 00 00 00 00 00 00 00 00 00"),
+                   kOptionsRead, optionsSent("00 01 FF 01 00 00 00 00 00 00 00 00 00 00 00 00")}));
 }
 
 TEST_F(InkOptionsTest, BacklightTakesTwoBitsOfModeOneOfTheSwitchAndSixteenOfValue) {
   openModel();
-  setOptions("FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF");
+  setOptions(kAllSet);
   EXPECT_EQ(driver.SetBackLightOpt(0, 0, 0), 1);
   EXPECT_EQ(driver.SetBackLightOpt(5, 3, 0x54321), 1);
-  setOptions("00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+  setOptions(kAllClear);
   EXPECT_EQ(driver.SetBackLightOpt(3, 2, -2), 1);
   EXPECT_EQ(driver.SetBackLightOpt(4, 1, 0x1FF), 1);
   EXPECT_EQ(bus.calls(),
-            (Calls{optionsRead(), optionsSent("FF FF FF FF FF FF FF FF FF FF FF F8 00 00 FF FF"),
-                   optionsRead(), optionsSent("FF FF FF FF FF FF FF FF FF FF FF FD 21 43 FF FF"),
-                   optionsRead(), optionsSent("00 00 00 00 00 00 00 00 00 00 00 03 FE FF 00 00"),
-                   optionsRead(), optionsSent("00 00 00 00 00 00 00 00 00 00 00 04 FF 01 00 00")}));
-  driver.CloseConnection();
+            (Calls{kOptionsRead, optionsSent("FF FF FF FF FF FF FF FF FF FF FF F8 00 00 FF FF"),
+                   kOptionsRead, optionsSent("FF FF FF FF FF FF FF FF FF FF FF FD 21 43 FF FF"),
+                   kOptionsRead, optionsSent("00 00 00 00 00 00 00 00 00 00 00 03 FE FF 00 00"),
+                   kOptionsRead, optionsSent("00 00 00 00 00 00 00 00 00 00 00 04 FF 01 00 00")}));
 }
 
 struct LayerCase {
@@ -332,8 +312,7 @@ TEST_P(InkLayerTest, StateTakesTwoBits) {
   openModel();
   setOptions(rest + param.before + " 5F");
   EXPECT_EQ(driver.SetLayerState(param.layer, param.state), 1);
-  EXPECT_EQ(bus.calls(), (Calls{optionsRead(), optionsSent(rest + param.after + " 5F")}));
-  driver.CloseConnection();
+  EXPECT_EQ(bus.calls(), (Calls{kOptionsRead, optionsSent(rest + param.after + " 5F")}));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -350,10 +329,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(InkOptionsTest, LayerThatDoesNotExistGivesTheResultOfTheSend) {
   openModel();
-  bus.fail(HidCall::SendFeature, {Fault::Kind::Return, 0});
+  take(0);
   EXPECT_EQ(driver.SetLayerState(3, 1), 0);
   EXPECT_EQ(driver.SetLayerState(3, 1), 1);
-  driver.CloseConnection();
 }
 
 TEST_F(InkOptionsTest, WithoutABlockRegionAndLayersSendNothing) {
@@ -364,8 +342,6 @@ TEST_F(InkOptionsTest, WithoutABlockRegionAndLayersSendNothing) {
   EXPECT_EQ(driver.SetLayerState(0, 0), 0);
   EXPECT_EQ(driver.SetLayerState(3, 0), 0);
   EXPECT_EQ(bus.count(HidCall::SendFeature), 0);
-  bus.clearFaults();
-  driver.CloseConnection();
 }
 
 TEST_F(InkOptionsTest, WithoutABlockTraceAndBacklightEditTheOneReadAtOpen) {
@@ -374,19 +350,14 @@ TEST_F(InkOptionsTest, WithoutABlockTraceAndBacklightEditTheOneReadAtOpen) {
   EXPECT_EQ(driver.SetBackLightOpt(2, 0, 0x1234), 1);
   EXPECT_EQ(driver.SetInkTraceOpt(1, 0xABCD), 1);
   // Each edit stays in the cached block.
-  EXPECT_EQ((std::vector<Bytes>{bus.calls({HidCall::SendFeature}).at(0).bytes,
-                                bus.calls({HidCall::SendFeature}).at(1).bytes}),
-            (std::vector<Bytes>{
-                optionsReport("A0 FE F4 01 A4 00 00 00 3F 01 EF FA 34 12 57 AF"),
-                optionsReport("A0 FD CD AB A4 00 00 00 3F 01 EF FA 34 12 57 AF"),
-            }));
-  bus.clearFaults();
-  driver.CloseConnection();
+  EXPECT_EQ(bus.calls({HidCall::SendFeature}),
+            (Calls{optionsSent("A0 FE F4 01 A4 00 00 00 3F 01 EF FA 34 12 57 AF"),
+                   optionsSent("A0 FD CD AB A4 00 00 00 3F 01 EF FA 34 12 57 AF")}));
 }
 
 TEST_F(InkOptionsTest, CachedBlockIsTouchedByTheFallbackOnly) {
   openModel();
-  setOptions("00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+  setOptions(kAllClear);
   EXPECT_EQ(driver.SetBackLightOpt(3, 1, 0x1111), 1);
   tagOPTIONS options{};
   EXPECT_EQ(driver.GetOptions(&options), 1);
@@ -395,8 +366,6 @@ TEST_F(InkOptionsTest, CachedBlockIsTouchedByTheFallbackOnly) {
   EXPECT_EQ(driver.SetInkTraceOpt(0, 0), 1);
   EXPECT_EQ(bus.calls({HidCall::SendFeature}),
             (Calls{optionsSent("A0 FC 00 00 A4 00 00 00 3F 01 EF FD F4 01 57 AF")}));
-  bus.clearFaults();
-  driver.CloseConnection();
 }
 
 TEST_F(InkOptionsTest, FallbackGivesTheResultOfTheSend) {
@@ -405,8 +374,6 @@ TEST_F(InkOptionsTest, FallbackGivesTheResultOfTheSend) {
   failRequests(HidCall::SendFeature, 0);
   EXPECT_EQ(driver.SetBackLightOpt(1, 1, 1), 0);
   EXPECT_EQ(driver.SetInkTraceOpt(1, 1), 0);
-  bus.clearFaults();
-  driver.CloseConnection();
 }
 
 // The results of sending a report, as every operation except DrawBitmap interprets them.
@@ -426,36 +393,36 @@ TEST_P(InkSendResultTest, OnlyZeroIsAFailure) {
   EXPECT_EQ(driver.SetLayerState(0, 1), expected);
   EXPECT_EQ(driver.ClearScrn(0, 0), expected);
   EXPECT_TRUE(driver.ClearInking());  // whatever the result
-  bus.clearFaults();
-  driver.CloseConnection();
 }
 
 INSTANTIATE_TEST_SUITE_P(Results, InkSendResultTest,
                          testing::Values(std::pair{0, 0}, std::pair{-1, 1}, std::pair{1, 1},
                                          std::pair{17, 1}));
 
+struct ClearCase {
+  int a;
+  int b;
+  const char* report;
+};
+
 TEST_F(InkClearTest, ValueIsOneWhenTheLowSixteenBitsOfEitherAreNotZero) {
   openModel();
-  driver.ClearScrn(0, 0);
-  driver.ClearScrn(1, 0);
-  driver.ClearScrn(2, 0);
-  driver.ClearScrn(0, 1);
-  driver.ClearScrn(0, 0x8000);
-  driver.ClearScrn(-1, 0);
-  driver.ClearScrn(0x10000, 0);
-  driver.ClearScrn(0, 0x10000);
-  driver.ClearScrn(0x7FFF0000, 0x10002);
-  EXPECT_EQ(bus.calls(),
-            (Calls{clearSent(0), clearSent(1), clearSent(1), clearSent(1), clearSent(1),
-                   clearSent(1), clearSent(0), clearSent(0), clearSent(1)}));
-  driver.CloseConnection();
-}
-
-TEST_F(InkClearTest, ClearInkingSendsZero) {
-  openModel();
+  for (const auto& [a, b, report] : std::vector<ClearCase>{{0, 0, "09 00 00"},
+                                                           {1, 0, "09 01 00"},
+                                                           {2, 0, "09 01 00"},
+                                                           {0, 1, "09 01 00"},
+                                                           {0, 0x8000, "09 01 00"},
+                                                           {-1, 0, "09 01 00"},
+                                                           {0x10000, 0, "09 00 00"},
+                                                           {0, 0x10000, "09 00 00"},
+                                                           {0x7FFF0000, 0x10002, "09 01 00"}}) {
+    bus.clearLog();
+    driver.ClearScrn(a, b);
+    EXPECT_EQ(bus.calls(), (Calls{sent(report, 3)})) << a << " " << b;
+  }
+  bus.clearLog();
   EXPECT_TRUE(driver.ClearInking());
-  EXPECT_EQ(bus.calls(), (Calls{clearSent(0)}));
-  driver.CloseConnection();
+  EXPECT_EQ(bus.calls(), (Calls{sent("09 00 00", 3)}));
 }
 
 TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
@@ -467,29 +434,30 @@ TEST_F(InkSerialTest, PadsBytesFollowTheKindsPrefixLastToFirst) {
   _GUID serials[2]{};
   const _GUID& serial = serials[0];
   EXPECT_TRUE(driver.GetSerialNumber(serials));
-  EXPECT_EQ(bus.calls(), (Calls{called(HidCall::GetFeature, 9, 9, hex("06", 9))}));
-  driver.CloseConnection();
+  EXPECT_EQ(bus.calls(), (Calls{got("06", 9)}));
   EXPECT_EQ(serial.Data1, 0x99F6F7C5U);
   EXPECT_EQ(serial.Data2, 0x1557);
   EXPECT_EQ(serial.Data3, 0x4D19);
   EXPECT_THAT(serial.Data4, ElementsAre(0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11));
   EXPECT_EQ(serials[1].Data1, 0U);
+  // What the pad did not send is zero; an error counts as success.
+  cut(4);
+  EXPECT_TRUE(driver.GetSerialNumber(serials));
+  EXPECT_THAT(serial.Data4, ElementsAre(0, 0, 0, 0, 0, 0x33, 0x22, 0x11));
+  answer(-1);
+  EXPECT_TRUE(driver.GetSerialNumber(serials));
+  EXPECT_THAT(serial.Data4, Each(0));
 }
 
 TEST_F(InkSerialTest, NullAndAReplyOfNoBytesFailInSilence) {
   openModel();
-  bool given = true;
-  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(nullptr); }), kNothingWritten);
-  EXPECT_FALSE(given);
-  EXPECT_TRUE(bus.calls().empty());
-  bus.fail(HidCall::GetFeature, {Fault::Kind::Return, 0});
   _GUID serial{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
-  given = true;
-  EXPECT_EQ(writtenBy([&] { given = driver.GetSerialNumber(&serial); }), kNothingWritten);
-  EXPECT_FALSE(given);
+  EXPECT_EQ(writtenBy(false, [&] { return driver.GetSerialNumber(nullptr); }), kNothingWritten);
+  EXPECT_TRUE(bus.calls().empty());
+  answer(0);
+  EXPECT_EQ(writtenBy(false, [&] { return driver.GetSerialNumber(&serial); }), kNothingWritten);
   EXPECT_EQ(serial.Data1, 1U);
   EXPECT_THAT(serial.Data4, ElementsAre(4, 5, 6, 7, 8, 9, 10, 11));
-  driver.CloseConnection();
 }
 
 TEST_F(InkSampleTest, FieldsAreLittleEndianAndTheSequenceIsThePads) {
@@ -498,7 +466,6 @@ TEST_F(InkSampleTest, FieldsAreLittleEndianAndTheSequenceIsThePads) {
   send("01 00 00 90 FF FF 00 00");
   send("01 FF FF 7F 00 00 80 C8");
   EXPECT_TRUE(recorder.waitFor(3));
-  driver.CloseConnection();
   EXPECT_EQ(recorder.samples(),
             (std::vector<Sample>{
                 {0x1234, 0x0ABC, 255, 1, 200}, {-28672, -1, 0, 0, 0}, {32767, 0, 128, 1, 200}}));
@@ -510,7 +477,6 @@ TEST_F(InkSampleTest, TouchIsBitZeroOfTheSecondByteAlone) {
   send("01 FE 00 00 00 00 00 02");
   send("00 FF 00 00 00 00 00 03");
   EXPECT_TRUE(recorder.waitFor(3));
-  driver.CloseConnection();
   EXPECT_EQ(recorder.samples().at(0).touch, 1);
   EXPECT_EQ(recorder.samples().at(1).touch, 0);
   EXPECT_EQ(recorder.samples().at(2).touch, 1);

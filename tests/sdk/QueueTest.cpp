@@ -1,6 +1,6 @@
-// The record queue of the USB pad, the pad II and the ink pad, and the numbers of samples.
-#include "PenRecordQueue.h"
-
+// The record queues: what comes out of them, how their processing loop delivers it, and when the
+// vision pad's keeps the pad alive.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -12,45 +12,50 @@
 #include <type_traits>
 #include <vector>
 
+#include "PenRecordQueue.h"
+#include "VisionRecordQueue.h"
 #include "support/AllocationCount.h"
-#include "support/Patience.h"
-#include "support/PenRecorder.h"
+#include "support/PadTest.h"
 #include "support/TimeControl.h"
 
 namespace {
 
-thread_local long locksTaken = 0;
-
-}  // namespace
-
-extern "C" {
-
-int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  ++locksTaken;
-  return __real_pthread_mutex_lock(mutex);
-}
-
-}  // extern "C"
-
-namespace {
-
+using support::called;
+using support::CallRecord;
+using support::Calls;
+using support::hex;
+using support::HidCall;
 using support::liveAllocations;
-using support::penRecorder;
 using support::recordPen;
 using support::Sample;
-using support::TimeControl;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 static_assert(sizeof(PEN_DATA) == 8);
 static_assert(offsetof(PEN_DATA, bReserved) == 0 && offsetof(PEN_DATA, bFlags) == 1);
 static_assert(offsetof(PEN_DATA, wX) == 2 && offsetof(PEN_DATA, wY) == 4);
 static_assert(offsetof(PEN_DATA, bPressure) == 6 && offsetof(PEN_DATA, bSequence) == 7);
 static_assert(std::is_signed_v<decltype(PEN_DATA::wX)> && std::is_signed_v<decltype(PEN_DATA::wY)>);
-static_assert(!std::is_same_v<CDataHandler, IICDataHandler> &&
-              !std::is_same_v<CDataHandler, InkCDataHandler> &&
-              !std::is_same_v<IICDataHandler, InkCDataHandler>);
+static_assert(sizeof(VISPEN_DATA) == 12);
+static_assert(sizeof(tagVISDATA_RECORD) == 24 + sizeof(void*));
+static_assert(offsetof(tagVISDATA_RECORD, bytes) == 4 && offsetof(tagVISDATA_RECORD, pNext) == 24);
 
-// A processing loop on a separate thread.
+// The queues of the other two pads are CDataHandler's template, and classes of their own.
+static_assert(std::is_same_v<IICDataHandler, PenRecordQueue<PadIiTag>> &&
+              std::is_same_v<InkCDataHandler, PenRecordQueue<InkPadTag>> &&
+              std::is_same_v<CDataHandler, PenRecordQueue<UsbPadTag>>);
+
+// Gives access to a queue's mutex: an explicit instantiation may name it.
+template <class Queue, pthread_mutex_t Queue::*member>
+struct Reach {
+  friend pthread_mutex_t& mutexOf(Queue& queue) { return queue.*member; }
+};
+pthread_mutex_t& mutexOf(CDataHandler& queue);
+pthread_mutex_t& mutexOf(VisionCDataHandler& queue);
+template struct Reach<CDataHandler, &CDataHandler::m_mutex>;
+template struct Reach<VisionCDataHandler, &VisionCDataHandler::m_mutex>;
+
+// A processing loop on a separate thread, as the drivers run it.
 template <class Queue>
 class Processing {
  public:
@@ -82,125 +87,210 @@ class Processing {
   pthread_t m_thread{};
 };
 
-tagDATA_RECORD* recordOf(const PEN_DATA& sample) {
-  return new tagDATA_RECORD{new PEN_DATA(sample), nullptr};
-}
+// Records that are told apart by their x.
 
-tagDATA_RECORD* numbered(unsigned sequence) {
-  return recordOf({.bReserved = 0,
-                   .bFlags = 1,
-                   .wX = 10,
-                   .wY = 20,
-                   .bPressure = 30,
-                   .bSequence = static_cast<std::uint8_t>(sequence)});
-}
-
-template <class Queue>
-void appendThree(Queue& queue) {
-  for (const unsigned sequence : {1U, 2U, 3U}) queue.SetRecord(numbered(sequence));
-}
-
-constexpr Sample delivered(unsigned sequence) {
-  return {10, 20, 30, 1, sequence};
-}
-
-template <class Queue>
-class QueueTest : public testing::Test {
- protected:
-  QueueTest() { penRecorder().reset(); }
-
-  // The number of the sample that GetRecord returns; -1 for none.
-  int take(bool remove = true) {
-    const std::unique_ptr<PEN_DATA> sample(queue.GetRecord(remove));
-    return sample ? sample->bSequence : -1;
+struct Pen {
+  using Queue = CDataHandler;
+  static Queue* make(PenEventHandler callback) { return new Queue(callback); }
+  static tagDATA_RECORD* record(int x) {
+    return new tagDATA_RECORD{new PEN_DATA{.bReserved = 0,
+                                           .bFlags = 1,
+                                           .wX = static_cast<std::int16_t>(x),
+                                           .wY = 20,
+                                           .bPressure = 30,
+                                           .bSequence = 40},
+                              nullptr};
   }
-
-  TimeControl time;
-  Queue queue{recordPen<0>};
+  static int xOf(PEN_DATA* sample) { return std::unique_ptr<PEN_DATA>(sample)->wX; }
 };
 
-using Queues = testing::Types<CDataHandler, IICDataHandler, InkCDataHandler>;
-TYPED_TEST_SUITE(QueueTest, Queues);
+struct Vision {
+  using Queue = VisionCDataHandler;
+  static Queue* make(PenEventHandler callback) { return new Queue(callback, nullptr, &engine()); }
+  static tagVISDATA_RECORD* record(int x, std::uint32_t length = 12) {
+    return new tagVISDATA_RECORD{length,
+                                 {{.bKind = 1,
+                                   .bTouch = 1,
+                                   .wX = static_cast<std::uint16_t>(x),
+                                   .wY = 20,
+                                   .wPressure = 30,
+                                   .dwTimeStamp = 7}},
+                                 nullptr};
+  }
+  static int xOf(tagVISDATA_RECORD* record) {
+    return std::unique_ptr<tagVISDATA_RECORD>(record)->pen.wX;
+  }
+  static CVelaIoEngine& engine() {
+    static CVelaIoEngine engine(0x04DF, 56);
+    return engine;
+  }
+};
+
+class QueueFixture : public support::PadTest {
+ protected:
+  QueueFixture() { time.stopProcessorTime(0); }
+
+  std::vector<int> deliveredX() {
+    std::vector<int> all;
+    for (const Sample& sample : recorder.samples()) all.push_back(sample.x);
+    return all;
+  }
+
+  // Waits until a loop has run once more since this call with an empty queue.
+  void waitForRound() { EXPECT_TRUE(time.waitForSleeps(500, 2)); }
+
+  support::TimeControl time;
+};
+
+template <class Kind>
+class QueueTest : public QueueFixture {
+ protected:
+  using Queue = typename Kind::Queue;
+
+  // The x of the record that GetRecord returns; -1 for none.
+  int take(bool remove = true) {
+    auto* const taken = queue->GetRecord(remove);
+    return taken != nullptr ? Kind::xOf(taken) : -1;
+  }
+
+  void append(std::initializer_list<int> all) {
+    for (const int x : all) queue->SetRecord(Kind::record(x));
+  }
+
+  std::unique_ptr<Queue> queue{Kind::make(recordPen)};
+};
+
+using Kinds = testing::Types<Pen, Vision>;
+TYPED_TEST_SUITE(QueueTest, Kinds);
 
 TYPED_TEST(QueueTest, ANullRecordIsIgnoredWithoutTakingTheLock) {
-  const auto locksTakenBy = [](auto action) {
-    locksTaken = 0;
-    action();
-    return locksTaken;
-  };
-  tagDATA_RECORD* const record = numbered(1);
-  EXPECT_EQ(locksTakenBy([&] { this->queue.SetRecord(record); }), 1);
-  EXPECT_EQ(locksTakenBy([&] { this->queue.SetRecord(nullptr); }), 0);
-  EXPECT_EQ(this->take(), 1);
+  pthread_mutex_lock(&mutexOf(*this->queue));
+  this->queue->SetRecord(nullptr);
+  pthread_mutex_unlock(&mutexOf(*this->queue));
   EXPECT_EQ(this->take(), -1);
 }
 
-TYPED_TEST(QueueTest, AnEmptyQueueGivesNull) {
-  EXPECT_EQ(this->queue.GetRecord(true), nullptr);
-  EXPECT_EQ(this->queue.GetRecord(false), nullptr);
-}
-
-TYPED_TEST(QueueTest, RecordsComeOutInTheOrderInWhichTheyWentIn) {
-  appendThree(this->queue);
-  EXPECT_EQ(this->take(), 1);
-  EXPECT_EQ(this->take(), 2);
-  this->queue.SetRecord(numbered(4));
-  EXPECT_EQ(this->take(), 3);
-  EXPECT_EQ(this->take(), 4);
-  EXPECT_EQ(this->take(), -1);
-}
-
-TYPED_TEST(QueueTest, EveryGetRecordRemoves) {
-  this->queue.SetRecord(numbered(1));
-  EXPECT_EQ(this->take(false), 1);
+TYPED_TEST(QueueTest, RecordsComeOutInTheOrderInWhichTheyWentInWhateverTheArgument) {
+  this->append({1, 2, 3});
+  EXPECT_EQ(this->take(true), 1);
+  EXPECT_EQ(this->take(false), 2);
+  this->append({4});
+  EXPECT_EQ(this->take(false), 3);
+  EXPECT_EQ(this->take(true), 4);
   EXPECT_EQ(this->take(true), -1);
+  EXPECT_EQ(this->take(false), -1);
 }
 
 TYPED_TEST(QueueTest, AppendingForgetsWhatTheRecordWasLinkedTo) {
-  tagDATA_RECORD* const second = numbered(2);
-  tagDATA_RECORD* const first = numbered(1);
+  auto* const second = TypeParam::record(2);
+  auto* const first = TypeParam::record(1);
   first->pNext = second;
-  this->queue.SetRecord(first);
+  this->queue->SetRecord(first);
   EXPECT_EQ(this->take(), 1);
   EXPECT_EQ(this->take(), -1);
-  this->queue.SetRecord(second);
+  this->queue->SetRecord(second);
   EXPECT_EQ(this->take(), 2);
 }
 
-TYPED_TEST(QueueTest, TakingOutFreesTheRecordAndHandsOverItsSample) {
+TYPED_TEST(QueueTest, FreesWhatItHasDeliveredOrDroppedForWantOfACallback) {
+  for (PenEventHandler const callback : {PenEventHandler{recordPen}, PenEventHandler{}}) {
+    this->queue.reset(TypeParam::make(callback));
+    // Allocations of the recorder and of the sleep counts do not belong to the queue.
+    for (int i = 0; i < 3; ++i) this->recorder.keep({}, 0);
+    this->recorder.reset();
+    this->time.sleeps(500);
+    const long before = liveAllocations();
+    this->append({1, 2, 3});
+    Processing processing(*this->queue);
+    this->waitForRound();  // the queue is empty
+    processing.stopAndJoin();
+    EXPECT_EQ(liveAllocations(), before);
+    EXPECT_EQ(this->take(), -1);
+    EXPECT_EQ(this->recorder.count(), callback != nullptr ? 3U : 0U);
+  }
+}
+
+TYPED_TEST(QueueTest, PollsEvery500MicrosecondsWhileItIsEmpty) {
+  Processing processing(*this->queue);
+  EXPECT_TRUE(this->time.waitForSleeps(500, 3));
+  processing.stopAndJoin();
+}
+
+TYPED_TEST(QueueTest, DoesNotSleepBetweenQueuedSamples) {
+  this->recorder.reset([this] {
+    if (this->recorder.count() == 3) RecordChain::requestStop(*this->queue);
+  });
+  this->append({1, 2, 3});
+  Processing(*this->queue).join();
+  EXPECT_THAT(this->deliveredX(), ElementsAre(1, 2, 3));
+  EXPECT_EQ(this->time.sleeps(500), 0);
+}
+
+TYPED_TEST(QueueTest, AStopBeforeTheStartDeliversNothing) {
+  this->append({1});
+  RecordChain::requestStop(*this->queue);
+  Processing(*this->queue).join();
+  EXPECT_EQ(this->recorder.count(), 0U);
+  EXPECT_EQ(this->time.sleeps(500), 0);
+  EXPECT_EQ(this->take(), 1);
+}
+
+TYPED_TEST(QueueTest, AStopDuringADeliveryLeavesTheRestQueued) {
+  this->recorder.reset([this] { RecordChain::requestStop(*this->queue); });
+  this->append({1, 2, 3});
+  Processing(*this->queue).join();
+  EXPECT_THAT(this->deliveredX(), ElementsAre(1));
+  EXPECT_EQ(this->take(), 2);
+  EXPECT_EQ(this->take(), 3);
+}
+
+TYPED_TEST(QueueTest, EndsItsThreadWithAPointerToZero) {
+  const void* const value = Processing(*this->queue).stopAndJoin();
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(*static_cast<const int*>(value), 0);
+}
+
+TYPED_TEST(QueueTest, IsNotLockedDuringTheCallback) {
+  std::atomic<int> locked{-1};
+  this->recorder.reset([&] {
+    locked = pthread_mutex_trylock(&mutexOf(*this->queue));
+    if (locked == 0) pthread_mutex_unlock(&mutexOf(*this->queue));
+  });
+  this->append({1});
+  Processing processing(*this->queue);
+  EXPECT_TRUE(this->recorder.waitFor(1));
+  processing.stopAndJoin();
+  EXPECT_EQ(locked, 0);
+}
+
+// The USB pad's queue, and so the pad II's and the ink pad's.
+
+using PenQueueTest = QueueTest<Pen>;
+
+TEST_F(PenQueueTest, TakingOutFreesTheRecordAndHandsOverItsSample) {
   const long before = liveAllocations();
-  tagDATA_RECORD* const record = numbered(1);
+  tagDATA_RECORD* const record = Pen::record(1);
   PEN_DATA* const sample = record->pData;
-  this->queue.SetRecord(record);
-  EXPECT_EQ(this->queue.GetRecord(true), sample);
+  queue->SetRecord(record);
+  EXPECT_EQ(queue->GetRecord(true), sample);
   EXPECT_EQ(liveAllocations(), before + 1);
   delete sample;
 }
 
-TYPED_TEST(QueueTest, DeliversEveryFieldAsItsTypeSays) {
-  this->queue.SetRecord(recordOf({.bReserved = 9,
-                                  .bFlags = 0xFE,
-                                  .wX = -32768,
-                                  .wY = -1,
-                                  .bPressure = 255,
-                                  .bSequence = 200}));
-  this->queue.SetRecord(recordOf(
+TEST_F(PenQueueTest, DeliversEveryFieldAsItsTypeSays) {
+  queue->SetRecord(CDataHandler::recordOf({.bReserved = 9,
+                                           .bFlags = 0xFE,
+                                           .wX = -32768,
+                                           .wY = -1,
+                                           .bPressure = 255,
+                                           .bSequence = 200}));
+  queue->SetRecord(CDataHandler::recordOf(
       {.bReserved = 9, .bFlags = 0xFF, .wX = 32767, .wY = 256, .bPressure = 127, .bSequence = 1}));
-  Processing processing(this->queue);
-  ASSERT_TRUE(penRecorder().waitFor(2));
+  Processing processing(*queue);
+  ASSERT_TRUE(recorder.waitFor(2));
   processing.stopAndJoin();
-  EXPECT_EQ(penRecorder().samples(),
-            (std::vector<Sample>{{-32768, -1, 255, 0, 200}, {32767, 256, 127, 1, 1}}));
-}
-
-TYPED_TEST(QueueTest, DeliversInOrderWhatIsQueuedMeanwhile) {
-  Processing processing(this->queue);
-  for (unsigned i = 0; i < 5'000; ++i) this->queue.SetRecord(numbered(i % 250));
-  ASSERT_TRUE(penRecorder().waitFor(5'000));
-  processing.stopAndJoin();
-  const std::vector<Sample> samples = penRecorder().samples();
-  ASSERT_EQ(samples.size(), 5'000U);
-  for (unsigned i = 0; i < 5'000; ++i) ASSERT_EQ(samples[i], delivered(i % 250)) << i;
+  EXPECT_THAT(recorder.samples(),
+              ElementsAre(Sample{-32768, -1, 255, 0, 200}, Sample{32767, 256, 127, 1, 1}));
 }
 
 struct Clock {
@@ -209,7 +299,7 @@ struct Clock {
   std::uint32_t timeStamp;
 };
 
-TYPED_TEST(QueueTest, TheTimeStampIsTheWallClockInMilliseconds) {
+TEST_F(PenQueueTest, TheTimeStampIsTheWallClockAtTheDeliveryInMilliseconds) {
   // The last millisecond before and the first after the wrap, and a current date: 1700000000 * 1000
   // modulo 2^32 = 3487918080.
   constexpr std::array kClocks{Clock{0, 999, 0},
@@ -218,157 +308,34 @@ TYPED_TEST(QueueTest, TheTimeStampIsTheWallClockInMilliseconds) {
                                Clock{4'294'967, 295'999, 4'294'967'295U},
                                Clock{4'294'967, 296'000, 0},
                                Clock{1'700'000'000, 123'456, 3'487'918'203U}};
-  Processing processing(this->queue);
-  std::vector<std::uint32_t> expected;
   for (const Clock& clock : kClocks) {
-    this->time.stopWallClock(clock.seconds, clock.microseconds);
-    this->queue.SetRecord(numbered(1));
-    expected.push_back(clock.timeStamp);
-    ASSERT_TRUE(penRecorder().waitFor(expected.size()));
+    recorder.reset([this] { RecordChain::requestStop(*queue); });
+    queue.reset(Pen::make(recordPen));
+    time.stopWallClock(5, 0);
+    append({1});
+    time.stopWallClock(clock.seconds, clock.microseconds);
+    Processing(*queue).join();
+    EXPECT_THAT(recorder.timeStamps(), ElementsAre(clock.timeStamp));
   }
-  processing.stopAndJoin();
-  EXPECT_EQ(penRecorder().timeStamps(), expected);
 }
 
-TYPED_TEST(QueueTest, SamplesOfTheSameMillisecondCarryTheSameTimeStamp) {
-  this->time.stopWallClock(7, 8'000);
-  this->queue.SetRecord(numbered(1));
-  Processing processing(this->queue);
-  ASSERT_TRUE(penRecorder().waitFor(1));
-  this->time.stopWallClock(7, 8'999);
-  this->queue.SetRecord(numbered(2));
-  ASSERT_TRUE(penRecorder().waitFor(2));
-  processing.stopAndJoin();
-  EXPECT_EQ(penRecorder().timeStamps(), (std::vector<std::uint32_t>{7008, 7008}));
-}
-
-TYPED_TEST(QueueTest, TheTimeStampIsThatOfTheDelivery) {
-  this->time.stopWallClock(1, 0);
-  this->queue.SetRecord(numbered(1));
-  this->time.stopWallClock(2, 0);
-  Processing processing(this->queue);
-  ASSERT_TRUE(penRecorder().waitFor(1));
-  processing.stopAndJoin();
-  EXPECT_EQ(penRecorder().timeStamps(), (std::vector<std::uint32_t>{2000}));
-}
-
-TYPED_TEST(QueueTest, FreesWhatItHasDelivered) {
-  // Allocations of the recorder and of the sleep counts do not belong to the queue.
-  for (int i = 0; i < 3; ++i) penRecorder().keep(delivered(0), 0);
-  penRecorder().reset();
-  this->time.sleeps(500);
-  const long before = liveAllocations();
-  appendThree(this->queue);
-  Processing processing(this->queue);
-  ASSERT_TRUE(penRecorder().waitFor(3));
-  processing.stopAndJoin();
-  EXPECT_EQ(liveAllocations(), before);
-}
-
-TYPED_TEST(QueueTest, WithoutACallbackSamplesAreTakenOutAndFreed) {
-  TypeParam silent(nullptr);
-  this->time.sleeps(500);  // the allocation for its count does not belong to the queue
-  const long before = liveAllocations();
-  appendThree(silent);
-  Processing processing(silent);
-  EXPECT_TRUE(this->time.waitForSleeps(500, 1));  // the queue is empty
-  processing.stopAndJoin();
-  EXPECT_EQ(silent.GetRecord(true), nullptr);
-  EXPECT_EQ(liveAllocations(), before);
-}
-
-TYPED_TEST(QueueTest, PollsEvery500MicrosecondsWhileItIsEmpty) {
-  Processing processing(this->queue);
-  EXPECT_TRUE(this->time.waitForSleeps(500, 3));
-  processing.stopAndJoin();
-}
-
-TYPED_TEST(QueueTest, DoesNotSleepBetweenQueuedSamples) {
-  penRecorder().reset([this] {
-    if (penRecorder().count() == 3) RecordChain::requestStop(this->queue);
-  });
-  appendThree(this->queue);
-  Processing(this->queue).join();
-  EXPECT_EQ(penRecorder().count(), 3U);
-  EXPECT_EQ(this->time.sleeps(500), 0);
-}
-
-TYPED_TEST(QueueTest, AStopBeforeTheStartDeliversNothing) {
-  this->queue.SetRecord(numbered(1));
-  RecordChain::requestStop(this->queue);
-  Processing(this->queue).join();
-  EXPECT_EQ(penRecorder().count(), 0U);
-  EXPECT_EQ(this->time.sleeps(500), 0);
-  EXPECT_EQ(this->take(), 1);
-}
-
-TYPED_TEST(QueueTest, AStopDuringADeliveryLeavesTheRestQueued) {
-  penRecorder().reset([this] { RecordChain::requestStop(this->queue); });
-  appendThree(this->queue);
-  Processing(this->queue).join();
-  EXPECT_EQ(penRecorder().samples(), (std::vector<Sample>{delivered(1)}));
-  EXPECT_EQ(this->take(), 2);
-  EXPECT_EQ(this->take(), 3);
-}
-
-TYPED_TEST(QueueTest, EndsItsThreadWithAPointerToZero) {
-  const void* const value = Processing(this->queue).stopAndJoin();
-  ASSERT_NE(value, nullptr);
-  EXPECT_EQ(*static_cast<const int*>(value), 0);
-}
-
-TYPED_TEST(QueueTest, IsNotLockedDuringTheCallback) {
-  std::atomic<bool> appended{false};
-  penRecorder().reset([&] {
-    if (penRecorder().count() > 1) return;
-    std::thread other([&] {
-      EXPECT_EQ(this->queue.GetRecord(true), nullptr);
-      this->queue.SetRecord(numbered(2));
-      appended = true;
-    });
-    EXPECT_TRUE(support::comesTrue([&] { return appended.load(); }));
-    other.join();
-  });
-  this->queue.SetRecord(numbered(1));
-  Processing processing(this->queue);
-  EXPECT_TRUE(penRecorder().waitFor(2));
-  processing.stopAndJoin();
-}
-
-TYPED_TEST(QueueTest, DestructionDropsTheRecordsAndLeavesTheirSamplesAlone) {
-  static_assert(std::has_virtual_destructor_v<TypeParam>);
+TEST_F(PenQueueTest, DestructionDropsTheRecordsAndLeavesTheirSamplesAlone) {
+  static_assert(std::has_virtual_destructor_v<CDataHandler>);
   for (const std::size_t count : {0U, 1U, 2U, 3U, 4U}) {
     std::array<std::unique_ptr<PEN_DATA>, 4> samples;
-    auto* const dropped = new TypeParam(recordPen<0>);
+    queue.reset(Pen::make(recordPen));
     const long before = liveAllocations();
     for (std::size_t i = 0; i < count; ++i) {
-      tagDATA_RECORD* const record = numbered(static_cast<unsigned>(i + 1));
+      tagDATA_RECORD* const record = Pen::record(static_cast<int>(i));
       samples[i].reset(record->pData);
-      dropped->SetRecord(record);
+      queue->SetRecord(record);
     }
-    delete dropped;
+    queue.reset();
     // One less for the dropped, one more for each sample.
     EXPECT_EQ(liveAllocations(), before - 1 + static_cast<long>(count));
-    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(samples[i]->bSequence, i + 1);
+    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(samples[i]->wX, i);
   }
-  EXPECT_EQ(penRecorder().count(), 0U);
-}
-
-TYPED_TEST(QueueTest, DestructionDropsWhatWasAppendedBeforeAndAfterATake) {
-  std::array<std::unique_ptr<PEN_DATA>, 5> samples;
-  auto* const dropped = new TypeParam(recordPen<0>);
-  const long before = liveAllocations();
-  const auto append = [&](std::size_t i) {
-    tagDATA_RECORD* const record = numbered(static_cast<unsigned>(i + 1));
-    samples[i].reset(record->pData);
-    dropped->SetRecord(record);
-  };
-  for (const std::size_t i : {0U, 1U, 2U}) append(i);
-  EXPECT_EQ(dropped->GetRecord(true), samples[0].get());
-  for (const std::size_t i : {3U, 4U}) append(i);
-  delete dropped;
-  EXPECT_EQ(liveAllocations(), before - 1 + 5);  // the queue is freed, the samples are not
-  for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples[i]->bSequence, i + 1);
+  EXPECT_EQ(recorder.count(), 0U);
 }
 
 TEST(NextNumberTest, RunsFromOneTo127AndAgain) {
@@ -392,6 +359,146 @@ TEST(NextNumberTest, GivesEachNumberOnceToSeveralThreads) {
     EXPECT_EQ(taken[0][number] + taken[1][number], number >= 1 && number <= 127 ? 200 : 0)
         << number;
   }
+}
+
+// The vision pad's queue.
+
+tagVISDATA_RECORD* shortRecord() {
+  auto* const record = new tagVISDATA_RECORD{7, {}, nullptr};
+  for (std::uint8_t i = 0; i < 20; ++i) record->bytes[i] = static_cast<std::uint8_t>(0xF0 + i);
+  return record;
+}
+
+int auxCalls = 0;
+unsigned auxArguments = 0;
+
+void recordAux(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
+  auxArguments = static_cast<unsigned>(first) << 16 | static_cast<unsigned>(second) << 8 | third;
+  ++auxCalls;
+}
+
+class VisionQueueTest : public QueueTest<Vision> {
+ protected:
+  VisionQueueTest() { auxCalls = 0; }
+
+  // Delivers all that is queued, which is `samples` samples.
+  void deliver(std::size_t samples) {
+    Processing processing(*queue);
+    EXPECT_TRUE(recorder.waitFor(samples));
+    waitForRound();
+    processing.stopAndJoin();
+    EXPECT_EQ(recorder.count(), samples);
+  }
+};
+
+TEST_F(VisionQueueTest, DeliversPenRecordsUnsignedAndNumbered) {
+  queue->SetRecord(VisionCDataHandler::recordOf({.bKind = 1,
+                                                 .bTouch = 0,
+                                                 .wX = 0x9000,
+                                                 .wY = 0xFFFF,
+                                                 .wPressure = 0x8000,
+                                                 .dwTimeStamp = 0x89ABCDEF}));
+  append({2});
+  deliver(2);
+  const unsigned first = recorder.samples().at(0).sequence;
+  EXPECT_THAT(recorder.samples(), ElementsAre(Sample{36864, 65535, 32768, 0, first},
+                                              Sample{2, 20, 30, 1, (first + 1) % 256}));
+  EXPECT_THAT(recorder.timeStamps(), ElementsAre(0x89ABCDEFU, 7U));
+}
+
+TEST_F(VisionQueueTest, AShortRecordGoesToTheSecondCallbackAndIsNotNumbered) {
+  queue = std::make_unique<VisionCDataHandler>(recordPen, recordAux, &Vision::engine());
+  append({1});
+  queue->SetRecord(shortRecord());
+  append({2});
+  deliver(2);
+  EXPECT_EQ(auxCalls, 1);
+  EXPECT_EQ(auxArguments, 0xF2F3F4U);
+  EXPECT_EQ(recorder.samples().at(1).sequence, (recorder.samples().at(0).sequence + 1) % 256);
+}
+
+TEST_F(VisionQueueTest, AShortRecordWithoutEitherCallbackIsDropped) {
+  queue->SetRecord(shortRecord());
+  append({1});
+  deliver(1);
+  queue = std::make_unique<VisionCDataHandler>(nullptr, recordAux, &Vision::engine());
+  recorder.reset();
+  queue->SetRecord(shortRecord());
+  deliver(0);
+  EXPECT_EQ(auxCalls, 0);
+}
+
+TEST_F(VisionQueueTest, ARecordOfAnotherLengthIsDropped) {
+  queue = std::make_unique<VisionCDataHandler>(recordPen, recordAux, &Vision::engine());
+  for (const std::uint32_t length : {0U, 11U, 13U, 0xFFFFFFFFU})
+    queue->SetRecord(Vision::record(9, length));
+  append({5});
+  deliver(1);
+  EXPECT_THAT(deliveredX(), ElementsAre(5));
+  EXPECT_EQ(auxCalls, 0);
+}
+
+TEST_F(VisionQueueTest, DestructionFreesWhatIsQueued) {
+  const long before = liveAllocations();
+  append({1, 2, 3});
+  EXPECT_EQ(liveAllocations(), before + 3);
+  queue.reset();
+  EXPECT_EQ(liveAllocations(), before - 1);
+}
+
+// Keeping the pad alive.
+
+class KeepAliveTest : public VisionQueueTest {
+ protected:
+  KeepAliveTest() {
+    plug(virtualpads::makePad(virtualpads::PadKind::Vision));
+    EXPECT_EQ(Vision::engine().OpenDevice(0x04DF, 56), 1);
+    bus.clearLog();
+  }
+
+  ~KeepAliveTest() override { Vision::engine().CloseDevice(); }
+
+  const CallRecord kKeepAlive = called(HidCall::SendFeature, 17, 17, hex("1A", 17));
+};
+
+TEST_F(KeepAliveTest, ComesTenThousandTicksAfterTheStartOrTheLastOne) {
+  time.stopProcessorTime(777);
+  Processing processing(*queue);
+  waitForRound();
+  const auto callsAt = [this](std::clock_t ticks) {
+    time.stopProcessorTime(ticks);
+    waitForRound();
+    return bus.calls();
+  };
+  EXPECT_THAT(callsAt(10'776), IsEmpty());
+  EXPECT_THAT(callsAt(10'777), ElementsAre(kKeepAlive));
+  // A long interval also causes only one; the next is counted from then.
+  EXPECT_THAT(callsAt(50'000), ElementsAre(kKeepAlive, kKeepAlive));
+  EXPECT_THAT(callsAt(59'999), ElementsAre(kKeepAlive, kKeepAlive));
+  EXPECT_THAT(callsAt(60'000), ElementsAre(kKeepAlive, kKeepAlive, kKeepAlive));
+  processing.stopAndJoin();
+}
+
+TEST_F(KeepAliveTest, DoesNotWaitForAnEmptyQueue) {
+  // In the callback: the loop has not slept yet.
+  recorder.reset(
+      [&] { time.stopProcessorTime(static_cast<std::clock_t>(recorder.count()) * 10'000); });
+  append({1, 2, 3});
+  Processing processing(*queue);
+  EXPECT_TRUE(bus.waitForReturned(HidCall::SendFeature, 3));
+  processing.stopAndJoin();
+  EXPECT_THAT(bus.calls(), ElementsAre(kKeepAlive, kKeepAlive, kKeepAlive));
+}
+
+TEST_F(KeepAliveTest, ARefusalIsPassedOver) {
+  Processing processing(*queue);
+  waitForRound();
+  bus.fail(HidCall::SendFeature, {support::Fault::Kind::Return, -1});
+  time.stopProcessorTime(10'000);
+  EXPECT_TRUE(bus.waitForReturned(HidCall::SendFeature, 1));
+  append({1});
+  EXPECT_TRUE(recorder.waitFor(1));
+  processing.stopAndJoin();
 }
 
 }  // namespace

@@ -4,36 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <vector>
+#include <memory>
 
+#include "support/OneDriverTest.h"
 #include "support/PadTable.h"
-#include "support/PadTest.h"
-#include "virtualpads/PadModel.h"
+#include "virtualpads/UsbPad.h"
 
 namespace {
 
 using support::Calls;
 using support::Pen;
 using support::PenReport;
-using support::recordPen;
-using support::Sample;
-using virtualpads::makePad;
-using virtualpads::PadKind;
 
-class UsbTest : public support::PadTest {
- protected:
-  ~UsbTest() override { driver.CloseConnection(); }
-
-  void open() {
-    plug(makePad(PadKind::Usb));
-    ASSERT_EQ(driver.OpenConnection(recordPen), 1);
-  }
-
-  velausb driver;
-};
+class UsbTest : public support::OneDriverTest<velausb, 18> {};
 
 TEST_F(UsbTest, HasNoSerialNumberEvenWhileConnected) {
-  open();
+  open(std::make_shared<virtualpads::UsbPad>());
   _GUID serial{.Data1 = 1, .Data2 = 2, .Data3 = 3, .Data4 = {4, 5, 6, 7, 8, 9, 10, 11}};
   EXPECT_FALSE(driver.GetSerialNumber(&serial));
   EXPECT_FALSE(driver.GetSerialNumber(nullptr));
@@ -44,32 +30,22 @@ TEST_F(UsbTest, HasNoSerialNumberEvenWhileConnected) {
 }
 
 TEST_F(UsbTest, ClearingInkSucceedsWithoutARequest) {
-  open();
-  bus.clearLog();
+  open(std::make_shared<virtualpads::UsbPad>());
   EXPECT_TRUE(driver.ClearInking());
   EXPECT_EQ(bus.calls(), Calls{});
 }
 
 // Input reports.
 
-class UsbStreamTest : public UsbTest {
- protected:
-  std::vector<Pen> pens() {
-    std::vector<Pen> all;
-    for (const Sample& sample : recorder.samples())
-      all.push_back({sample.x, sample.y, sample.pressure, sample.touch});
-    return all;
-  }
-};
-
-class UsbReportTest : public UsbStreamTest, public testing::WithParamInterface<PenReport> {};
+class UsbReportTest : public UsbTest, public testing::WithParamInterface<PenReport> {};
 
 TEST_P(UsbReportTest, IsDecoded) {
-  open();
+  open(std::make_shared<virtualpads::UsbPad>());
   send("20 5A 00 2D 00 01");
   send(GetParam().bytes);
   ASSERT_TRUE(recorder.waitFor(2));
-  EXPECT_EQ(pens(), (std::vector<Pen>{{0, 0, 1, 1}, GetParam().pen}));
+  const auto [x, y, pressure, touch, sequence] = recorder.samples()[1];
+  EXPECT_EQ((Pen{x, y, pressure, touch}), GetParam().pen);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -113,16 +89,5 @@ INSTANTIATE_TEST_SUITE_P(Touch, UsbReportTest,
                                          PenReport{"A0 5A 00 2D 00 00", {0, 0, 0, 0}},
                                          PenReport{"01 5A 00 2D 00 00", {0, 0, 0, 0}},
                                          PenReport{"FF 5A 00 2D 00 00", {0, 0, 0, 0}}));
-
-TEST_F(UsbStreamTest, AnIncompleteReportIsNoSampleAndTakesNoNumber) {
-  open();
-  send("20 5A 00 2D 00 01");
-  for (const char* const part : {"20", "20 5A 00", "20 5A 00 2D 00"}) send(part);
-  send("20 5A 00 2D 00 02");
-  ASSERT_TRUE(recorder.waitFor(2));
-  EXPECT_EQ(pens(), (std::vector<Pen>{{0, 0, 1, 1}, {0, 0, 2, 1}}));
-  const auto samples = recorder.samples();
-  EXPECT_EQ(samples[1].sequence, samples[0].sequence % 127 + 1);
-}
 
 }  // namespace

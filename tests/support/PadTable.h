@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_PADTABLE_H
 #define TESTS_SUPPORT_PADTABLE_H
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -72,7 +70,9 @@ struct PadRow {
   int openFailure;                     // the result when the pad cannot be opened,
   int openAttempts;                    // after so many attempts,
   const char* openFailureLine;         // and the line
-  std::vector<std::string> lines;      // all that the driver may print
+  // All that the driver may print. The last three are for a thread that does not start, in the
+  // order of the starts.
+  std::vector<std::string> lines;
 };
 
 inline const std::array<PadRow, 4>& padTable() {
@@ -251,9 +251,7 @@ inline void PrintTo(const PadRow& row, std::ostream* out) {
   *out << row.provider;
 }
 
-inline std::string nameOfRow(const testing::TestParamInfo<PadRow>& info) {
-  return info.param.name;
-}
+inline constexpr auto nameOfRow = [](const auto& info) { return std::string(info.param.name); };
 
 }  // namespace support
 

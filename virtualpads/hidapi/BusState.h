@@ -29,14 +29,10 @@ struct PortState {
   long discarded = 0;              // how often an unplug or a close discarded unread reports
 };
 
-}  // namespace virtualpads
-
-namespace virtualpads {
-
-// An error text of an open node.
+// The error text of an open node, which hidapi allocates and frees.
 struct ErrorText {
-  const wchar_t* text = nullptr;  // stands for the text that hidapi allocates
-  int callsInFlight = 0;          // calls that may free it
+  bool exists = false;
+  int callsInFlight = 0;  // calls that may free it
 };
 
 }  // namespace virtualpads
@@ -47,7 +43,6 @@ struct hid_device_ {
   bool open = true;
   std::deque<virtualpads::Bytes> unread;
   virtualpads::ErrorText error;
-  virtualpads::ErrorText readError;  // for reads, when they have a text of their own
 };
 
 namespace virtualpads {
@@ -68,7 +63,7 @@ struct BegunCall {
 
 struct VirtualBus::State {
   struct FaultRule {
-    std::optional<HidCall> call;  // none: calls of any kind
+    HidCall call;
     Fault fault;
     long first;  // ordinals of the calls that meet it
     long last;
@@ -85,10 +80,8 @@ struct VirtualBus::State {
   // Closed handles stay here until the reset, so that their use is detected.
   std::map<const hid_device_*, std::shared_ptr<hid_device_>> handles;
   std::chrono::milliseconds readTimeout{0};
-  ErrorTexts errorTexts = ErrorTexts::OnePerHandle;
   std::vector<FaultRule> faults;
   Counts ordinals{};  // for the faults; never reset
-  long ordinal = 0;
   long lateEpoch = 0;
   std::deque<CallRecord> log;
   long firstLogged = 0;  // the number of the first call in the log

@@ -18,7 +18,6 @@ namespace {
 using virtualpads::BegunCall;
 using virtualpads::Bytes;
 using virtualpads::ErrorText;
-using virtualpads::ErrorTexts;
 using virtualpads::FaceAccess;
 using virtualpads::HidCall;
 using virtualpads::PadModel;
@@ -90,8 +89,8 @@ struct Call {
 // hidapi frees an error text whenever it is about to set another one. Any other call in flight that
 // uses the same text may do the same, and the text is then freed twice.
 void freeErrorText(FaceAccess::State& bus, ErrorText& error) {
-  if (error.text && error.callsInFlight > 1) ++bus.misuses;
-  error.text = nullptr;
+  if (error.exists && error.callsInFlight > 1) ++bus.misuses;
+  error.exists = false;
 }
 
 // When a call always frees its old error text. A call that fails also frees it at its end.
@@ -106,8 +105,7 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
   Call call(kind, argument, std::move(bytes));
   const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev);
   if (!handle) return call.end(kFailed);
-  const bool readsHaveTheirs = call.bus.errorTexts == ErrorTexts::ReadsHaveTheirs;
-  ErrorText& error = kind == HidCall::Read && readsHaveTheirs ? handle->readError : handle->error;
+  ErrorText& error = handle->error;
   ++error.callsInFlight;
   if (oldText == OldText::FreedAtStart) freeErrorText(call.bus, error);
   if (call.begun.unplug) call.bus.unplug(*handle->port);
@@ -116,7 +114,7 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
                          : call.begun.limited(work(call, *handle, call.begun.limited(argument)));
   call.holdBackIfLate();
   if (result < 0 || oldText == OldText::FreedAtEnd) freeErrorText(call.bus, error);
-  if (result < 0) error.text = L"the call failed";
+  if (result < 0) error.exists = true;
   --error.callsInFlight;
   return call.end(result);
 }
@@ -252,7 +250,7 @@ void hid_close(hid_device* dev) {
     return;
   }
   if (const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev)) {
-    if (handle->error.callsInFlight + handle->readError.callsInFlight > 0) ++call.bus.misuses;
+    if (handle->error.callsInFlight > 0) ++call.bus.misuses;
     if (call.begun.unplug) call.bus.unplug(*handle->port);
     handle->open = false;
     call.bus.discardUnread(*handle);
@@ -311,16 +309,6 @@ int hid_send_feature_report(hid_device* dev, const unsigned char* data, size_t l
                     });
                     return accepted && handle.port->plugged ? static_cast<int>(length) : kFailed;
                   });
-}
-
-const wchar_t* hid_error(hid_device* dev) {
-  constexpr const wchar_t* kNone = L"Success";
-  if (!dev)  // asks for the error of the calls without a handle
-    return kNone;
-  FaceAccess::State& bus = FaceAccess::state();
-  std::lock_guard lock(bus.mutex);
-  const std::shared_ptr<hid_device_> handle = openHandle(bus, dev);
-  return handle && handle->error.text ? handle->error.text : kNone;
 }
 
 }  // extern "C"

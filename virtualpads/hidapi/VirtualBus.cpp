@@ -35,15 +35,13 @@ int BegunCall::limited(int length) const {
 
 BegunCall VirtualBus::State::begin(HidCall kind, int argument, Bytes bytes) {
   const long ordinalOfKind = ++ordinals[indexOf(kind)];
-  ++ordinal;
   BegunCall call{.kind = kind,
                  .number = firstLogged + static_cast<long>(log.size()),
                  .lateEpoch = lateEpoch,
                  .returns = {},
                  .cut = {}};
   for (const FaultRule& rule : faults) {
-    const long counted = rule.call ? ordinalOfKind : ordinal;
-    if ((rule.call && *rule.call != kind) || counted < rule.first || counted > rule.last) continue;
+    if (rule.call != kind || ordinalOfKind < rule.first || ordinalOfKind > rule.last) continue;
     switch (rule.fault.kind) {
       case Fault::Kind::Return:
         call.returns = rule.fault.value;
@@ -136,7 +134,6 @@ void VirtualBus::reset() {
   m_state->ports.clear();
   m_state->handles.clear();
   m_state->readTimeout = std::chrono::milliseconds{0};
-  m_state->errorTexts = ErrorTexts::OnePerHandle;
   m_state->releaseLateCalls();
   m_state->faults.clear();
   m_state->clearLog();
@@ -211,37 +208,14 @@ void VirtualBus::setReadTimeout(std::chrono::milliseconds timeout) {
   m_state->readTimeout = timeout;
 }
 
-void VirtualBus::setErrorTexts(ErrorTexts texts) {
-  std::lock_guard lock(m_state->mutex);
-  m_state->errorTexts = texts;
-}
-
-namespace {
-
-long lastOrdinal(long first, int times) {
-  return times == VirtualBus::kAlways ? std::numeric_limits<long>::max() : first + times - 1;
-}
-
-void check(const Fault& fault, int nth, int times) {
-  const bool impossible = fault.kind == Fault::Kind::Short && fault.value < 0;
-  if (impossible || nth < 1 || (times < 1 && times != VirtualBus::kAlways))
-    throw std::invalid_argument("VirtualBus::fail");
-}
-
-}  // namespace
-
 void VirtualBus::fail(HidCall call, Fault fault, int nth, int times) {
-  check(fault, nth, times);
+  const bool impossible = fault.kind == Fault::Kind::Short && fault.value < 0;
+  if (impossible || nth < 1 || (times < 1 && times != kAlways))
+    throw std::invalid_argument("VirtualBus::fail");
   std::lock_guard lock(m_state->mutex);
   const long first = m_state->ordinals[indexOf(call)] + nth;
-  m_state->faults.push_back({call, fault, first, lastOrdinal(first, times)});
-}
-
-void VirtualBus::failAny(Fault fault, int nth, int times) {
-  check(fault, nth, times);
-  std::lock_guard lock(m_state->mutex);
-  const long first = m_state->ordinal + nth;
-  m_state->faults.push_back({std::nullopt, fault, first, lastOrdinal(first, times)});
+  const long last = times == kAlways ? std::numeric_limits<long>::max() : first + times - 1;
+  m_state->faults.push_back({call, fault, first, last});
 }
 
 void VirtualBus::clearFaults() {

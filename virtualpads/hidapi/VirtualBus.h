@@ -66,12 +66,6 @@ struct Fault {
   int value = -1;
 };
 
-// Which calls on a handle share an error text.
-enum class ErrorTexts {
-  OnePerHandle,    // all of them: hidapi up to 0.14
-  ReadsHaveTheirs  // the reads have one, all others share another: hidapi from 0.15 on
-};
-
 // Operations on a port throw std::out_of_range when it was never plugged, or not since the last
 // reset: that is a mistake of the caller.
 class VirtualBus {
@@ -82,8 +76,8 @@ class VirtualBus {
 
   static VirtualBus& instance();
 
-  // Unplugs all pads and forgets faults, log, misuses, time-out and error texts. For the start of a
-  // test; the program under test must have closed its handles.
+  // Unplugs all pads and forgets faults, log, misuses and time-out. For the start of a test; the
+  // program under test must have closed its handles.
   void reset();
 
   // Plugs a pad, which has `interfaces` entries in an enumeration. Each call uses a new port.
@@ -115,16 +109,11 @@ class VirtualBus {
   // them.
   void setReadTimeout(std::chrono::milliseconds timeout);
 
-  // For calls that begin from now on; OnePerHandle at first.
-  void setErrorTexts(ErrorTexts texts);
-
   // From now on, the n-th call of that kind (1 is the next one) and the `times` - 1 calls after it
   // meet the fault (kAlways: all from the n-th on). Faults add up; when several of one kind meet in
   // a call, the last one counts. Throws std::invalid_argument for nth or times below 1 and for a
   // Short fault with a negative value.
   void fail(HidCall call, Fault fault, int nth = 1, int times = 1);
-  // The same for the n-th call of any kind.
-  void failAny(Fault fault, int nth, int times = 1);
   void clearFaults();
   // Lets the calls that a Late fault holds back return, and forgets the Late faults. clearFaults
   // and reset do the same.
@@ -149,7 +138,7 @@ class VirtualBus {
 
   // Calls that hidapi would have answered with undefined behaviour: a null or closed handle (Close
   // may be given null); a Close while another call on the handle goes on; two calls that could both
-  // free the same error text, see setErrorTexts.
+  // free the handle's error text, which all calls share as in hidapi up to 0.14.
   long misuses() const;
 
  private:

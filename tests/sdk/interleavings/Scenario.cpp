@@ -72,16 +72,20 @@ constexpr std::uint8_t high(int value) {
 
 // The pads: their reports by number, the samples that come of them, the requests of a client.
 
-struct Usb {
+// The pads whose queues hold PEN_DATA.
+struct PenPad {
+  static constexpr std::array kThreads{"signal", "reading", "processing"};
+  static constexpr bool kDropsFirstLift = true;
+  static constexpr std::size_t kLeftSample = sizeof(PEN_DATA);
+  static constexpr Time kPauses = 0;
+};
+
+struct Usb : PenPad {
   using Driver = velausb;
   static constexpr const char* kName = "usb";
   static constexpr PadKind kKind = PadKind::Usb;
   static constexpr auto& kQueue = pUSBDataHandler;
-  static constexpr std::array kThreads{"signal", "reading", "processing"};
-  static constexpr bool kDropsFirstLift = true;
   static constexpr bool kNumbersReports = true;
-  static constexpr std::size_t kLeftSample = sizeof(PEN_DATA);
-  static constexpr Time kPauses = 0;
 
   static Bytes report(int i) {
     const int x = 90 + i;
@@ -102,16 +106,12 @@ struct Usb {
   }
 };
 
-struct Ii {
+struct Ii : PenPad {
   using Driver = velaii;
   static constexpr const char* kName = "ii";
   static constexpr PadKind kKind = PadKind::Ii;
   static constexpr auto& kQueue = pDataHandler;
-  static constexpr std::array kThreads{"signal", "reading", "processing"};
-  static constexpr bool kDropsFirstLift = true;
   static constexpr bool kNumbersReports = true;
-  static constexpr std::size_t kLeftSample = sizeof(PEN_DATA);
-  static constexpr Time kPauses = 0;
 
   static Bytes report(int i) {
     return {0,
@@ -145,16 +145,12 @@ struct Ii {
   }
 };
 
-struct Ink {
+struct Ink : PenPad {
   using Driver = velainkusb;
   static constexpr const char* kName = "ink";
   static constexpr PadKind kKind = PadKind::Ink;
   static constexpr auto& kQueue = pInkDataHandler;
-  static constexpr std::array kThreads{"signal", "reading", "processing"};
-  static constexpr bool kDropsFirstLift = true;
   static constexpr bool kNumbersReports = false;
-  static constexpr std::size_t kLeftSample = sizeof(PEN_DATA);
-  static constexpr Time kPauses = 0;
 
   static Bytes report(int i) {
     return {0x01,       static_cast<std::uint8_t>(isUp(i) ? 0xFE : 0x01),

@@ -1,4 +1,4 @@
-// A run with the SDK is repeated by its seed.
+// Runs with the SDK: nothing goes wrong, and a run is repeated by its seed.
 #include "Scenario.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +25,7 @@ TEST_P(ScenarioTest, SameSeedGivesTheSameRun) {
   for (std::uint64_t seed = 1; seed <= 100; ++seed) {
     const Outcome once = support::runScheduled(seed, GetParam().play);
     const Outcome again = support::runScheduled(seed, GetParam().play);
+    EXPECT_EQ(once.report, "") << seed;
     EXPECT_EQ(once.report, again.report) << seed;
     EXPECT_EQ(once.decisions, again.decisions) << seed;
     EXPECT_EQ(once.time, again.time) << seed;

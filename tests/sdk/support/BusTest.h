@@ -6,10 +6,13 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <ostream>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "support/Reports.h"
 #include "virtualpads/hidapi/VirtualBus.h"
 
 namespace virtualpads {
@@ -38,6 +41,18 @@ using Calls = std::vector<CallRecord>;
 // One call as the bus logs it.
 inline CallRecord called(HidCall call, int argument = 0, int result = 0, Bytes bytes = {}) {
   return {call, std::move(bytes), argument, result};
+}
+
+// Feature reports as the bus logs them, padded with zeros to their length.
+
+inline CallRecord got(std::string_view request, int length) {
+  return called(HidCall::GetFeature, length, length,
+                hex(request, static_cast<std::size_t>(length)));
+}
+
+inline CallRecord sent(std::string_view report, int length) {
+  return called(HidCall::SendFeature, length, length,
+                hex(report, static_cast<std::size_t>(length)));
 }
 
 // Each test starts with an empty bus whose reads time out soon. It must end with every handle

@@ -2,6 +2,8 @@
 #ifndef TESTS_SDK_SUPPORT_WRITTEN_H
 #define TESTS_SDK_SUPPORT_WRITTEN_H
 
+#include <gtest/gtest.h>
+
 #include <ostream>
 #include <string>
 
@@ -30,6 +32,15 @@ Written writtenBy(Action action) {
   const CapturedStream err(stderr);
   action();
   return {out.text(), err.text()};
+}
+
+// The same; the action has to return `expected`.
+template <class Expected, class Action>
+Written writtenBy(Expected expected, Action action) {
+  Expected result{};
+  const Written written = writtenBy([&] { result = action(); });
+  EXPECT_EQ(result, expected);
+  return written;
 }
 
 }  // namespace support
