@@ -145,6 +145,12 @@ class EndTest : public AppDelegateTest, public testing::WithParamInterface<Endin
   std::optional<TerminationSignals> terminationSignals;
 };
 
+TEST_P(EndTest, OfAnIdleApplication) {
+  QTimer::singleShot(0, &delegate, GetParam().request);
+  EXPECT_EQ(QApplication::exec(), 0);
+  EXPECT_EQ(takeLog(), GetParam().resets);
+}
+
 TEST_P(EndTest, OfAConnectedApplication) {
   controller().OpenButton(nullptr);
   takeLog();

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <limits>
 
 #include "ControllerFixture.h"
 
@@ -225,6 +226,16 @@ TEST_F(ControllerTest, ConnectionThatDoesNotOpenIsReportedAndTheProviderStaysOpe
   EXPECT_THAT(enabledButtons(), ElementsAre("open"));
 }
 
+TEST_F(ControllerTest, OpenAfterAFailureOpensTheProviderAgain) {
+  fakevela::state().connectionOpens = false;
+  CaptureStdout();
+  controller->OpenButton(nullptr);
+  takeLog();
+  controller->OpenButton(nullptr);
+  EXPECT_EQ(GetCapturedStdout(), "device Vela USB open failed\ndevice Vela USB open failed\n");
+  EXPECT_EQ(takeLog().at(2), "OpenProvider A0");  // with no CloseProvider before it
+}
+
 TEST_F(ControllerTest, LastMessageStaysUntilTheNextFailure) {
   fakevela::state().numDevices = 0;
   CaptureStdout();
@@ -241,6 +252,21 @@ TEST_F(ControllerTest, MessageIsPrintedAsUtf8) {
   CaptureStdout();
   controller->OpenButton(nullptr);
   EXPECT_EQ(GetCapturedStdout(), "No device V\xC3\xA9la found\n");
+}
+
+TEST_F(ControllerTest, EverySizeThatAPadMayStateIsTaken) {
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const double size : {infinity, -infinity, nan, -1.0, 0.0, 1e300}) {
+    fakevela::state().physicalX = size;
+    fakevela::state().physicalY = size;
+    controller->OpenButton(nullptr);
+    QApplication::processEvents();
+  }
+  fakevela::state().physicalX = 4.0;
+  fakevela::state().physicalY = 3.0;
+  open();
+  EXPECT_EQ(view->size(), QSize(288, 216));
 }
 
 TEST_F(ControllerDeathTest, UnreadableDescriptionIsFatalOnOpen) {

@@ -6,6 +6,7 @@ svg=$work/signature.svg
 csv=$work/signature.csv
 png=$work/signature.png
 inkml=$work/signature.inkml
+check_inkml=$(cd "$(dirname "$0")" && pwd)/check_inkml.py
 
 # The drawing of the vision pad: 4.5 x 2.8 inches are 324 x 201.6 points; x 325 of 1300 is 81 points,
 # 975 is 243; y 700 of 1400 is 100.8, 350 is 50.4.
@@ -53,6 +54,18 @@ expect "the digital ink" '<?xml version="1.0" encoding="UTF-8"?>
   <trace contextRef="#onThePad">325 700 512 0,
 975 350 1023 10</trace>
 </ink>' "$(cat "$inkml")"
+if command -v python3 >/dev/null; then
+  expect "its grammar" "" "$(python3 "$check_inkml" "$inkml" 2>&1)"
+  sed 's/max="1300"/max="324"/; s/ inkSourceRef="#pad"/ inkSourceRef="#p"/; s/units="in"/units="inch"/' "$inkml" \
+    >"$work/broken.inkml"
+  expect "errors against its grammar" "there is no unit inch
+context's inkSourceRef #p leads nowhere
+325 is out of the range of X
+975 is out of the range of X" "$(python3 "$check_inkml" "$work/broken.inkml" 2>&1)"
+else
+  echo "python3 is not installed; the grammar of the digital ink was not looked at"
+fi
+
 # 300 pixels an inch; the line goes from (337.5, 420) to (1012.5, 210).
 expect "the size of the picture" "1350 840" "$(od --endian=big -An -tu4 -j16 -N8 "$png" | xargs)"
 if command -v convert >/dev/null; then
