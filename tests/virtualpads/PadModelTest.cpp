@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace virtualpads {
 namespace {
 
@@ -14,6 +16,10 @@ struct Described {
   double heightInches;
   Bytes reports;  // as the report descriptor declares them
 };
+
+void PrintTo(const Described& pad, std::ostream* out) {
+  *out << pad.name;
+}
 
 class PadDescriptionTest : public testing::TestWithParam<Described> {};
 
