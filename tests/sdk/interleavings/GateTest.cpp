@@ -104,18 +104,19 @@ INSTANTIATE_TEST_SUITE_P(Sides, GateTest, testing::Values(kReading, kControl),
                          });
 
 TEST_P(GateTest, HasFailedFromAFailureUntilAControlCallSucceeds) {
-  HidCallGate gate;
-  const auto run = [&gate](Side calling, int result) {
-    EXPECT_EQ(gate.run(calling, [result] { return result; }), result);
-    return gate.failed();
-  };
-  EXPECT_FALSE(gate.failed());
-  EXPECT_FALSE(run(GetParam(), 0));
-  EXPECT_TRUE(run(GetParam(), -1));
-  EXPECT_TRUE(run(GetParam(), -1));
-  EXPECT_TRUE(run(kReading, 0));
-  EXPECT_TRUE(run(kReading, 17));
-  EXPECT_FALSE(run(kControl, 0));
+  EXPECT_EQ(failureOf([] {
+              HidCallGate gate;
+              const auto failedAfter = [&gate](Side calling, int result) {
+                check(gate.run(calling, [result] { return result; }) == result, "the result");
+                return gate.failed();
+              };
+              check(!gate.failed(), "a new gate has not failed");
+              check(!failedAfter(side, 0), "0 is no failure");
+              check(failedAfter(side, -1) && failedAfter(side, -1), "-1 is one");
+              check(failedAfter(kReading, 0) && failedAfter(kReading, 17), "reads prove nothing");
+              check(!failedAfter(kControl, 0), "a control call does");
+            }),
+            "");
 }
 
 TEST_P(GateTest, TheSidesRunTogetherWhileNothingHasFailed) {
