@@ -172,7 +172,10 @@ std::string Program::ask(const std::string& command) {
   send(command);
   const std::size_t number = waitForLine(
       [&](const std::string& line) { return line == word || line.starts_with(word + ' '); }, from);
-  const std::string answer = lines()[number];
+  const std::string answer = [&] {
+    const std::lock_guard lock(m_mutex);
+    return m_lines[number];
+  }();
   return answer.size() > word.size() ? answer.substr(word.size() + 1) : std::string();
 }
 
