@@ -7,7 +7,7 @@
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev libudev-dev libcairo2-dev qt6-base-dev qt6-wayland
   fonts-dejavu-core"
 debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxtst-dev
-  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod xz-utils zstd
+  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod udev xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind debootstrap git"

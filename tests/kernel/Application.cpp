@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace {
@@ -32,6 +33,11 @@ bool resetIsEnabled(const QImage& window) {
 }
 
 }  // namespace
+
+std::vector<Face> facesOfTheApplication() {
+  if (std::string_view(HIDAPI_BACKEND) == "libusb") return {Face::Usb};
+  return faces();
+}
 
 Application::Application(Desktop& desktop, bool unprivileged)
     : m_desktop(desktop),

@@ -4,10 +4,14 @@
 
 #include <QImage>
 #include <QRect>
+#include <vector>
 
 #include "Desktop.h"
 #include "Program.h"
 #include "TestPads.h"
+
+// The faces whose pads the application reaches, with the backend of hidapi that it was built with.
+std::vector<Face> facesOfTheApplication();
 
 // One thread only.
 class Application {

@@ -1,7 +1,9 @@
 // Measures how long a pen sample takes from the kernel (a HID device, or the host controller of a
-// USB device) to the callback and to the ink in the
-// window, compared with hidapi alone in the same boot. Prints the figures in lines that
-// bench/report reads. Asserts only that every sample arrives.
+// USB device) to the callback and to the ink in the window, compared with hidapi alone in the same
+// boot. Prints the figures in lines that bench/report reads. Asserts only that every sample
+// arrives.
+//
+// kernel-latency SAMPLES: that many samples for each figure but those of the ink.
 #include <gtest/gtest.h>
 #include <hidapi.h>
 
@@ -10,7 +12,9 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <semaphore>
 #include <string>
@@ -30,8 +34,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;  // the monotonic clock, as in the client
 
-constexpr int kSamples = 300;
 constexpr std::chrono::milliseconds kSampleInterval{5};  // 200 a second, as a pad samples
+
+int samples = 0;
 
 std::int64_t now() {
   return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
@@ -58,7 +63,7 @@ std::vector<std::int64_t> sendAtPace(KernelPad& pad, const TestPad& kind,
                                      const std::function<void()>& waitForNext) {
   std::vector<std::int64_t> sent;
   auto next = Clock::now();
-  for (int n = 0; n < kSamples; ++n) {
+  for (int n = 0; n < samples; ++n) {
     if (n >= kUnreadReports) waitForNext();
     std::this_thread::sleep_until(next += kSampleInterval);
     sent.push_back(now());
@@ -82,7 +87,7 @@ TEST_P(LatencyTest, HidapiAlone) {
   std::counting_semaphore<> unclaimed(0);  // samples that arrived but were not waited for
   std::thread reader([&] {
     std::array<unsigned char, 64> bytes{};
-    while (arrived.size() < kSamples &&
+    while (std::ssize(arrived) < samples &&
            hid_read_timeout(device, bytes.data(), bytes.size(), 10000) > 0) {
       arrived.push_back(now());
       unclaimed.release();
@@ -161,7 +166,18 @@ TEST_P(LatencyToTheWindowTest, Ink) {
   EXPECT_EQ(app.program().wait(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faces, LatencyToTheWindowTest, ::testing::ValuesIn(faces()),
+INSTANTIATE_TEST_SUITE_P(Faces, LatencyToTheWindowTest,
+                         ::testing::ValuesIn(facesOfTheApplication()),
                          [](const auto& parameter) { return nameOf(parameter.param); });
 
 }  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (argc == 2) samples = std::atoi(argv[1]);
+  if (samples <= kUnreadReports) {
+    std::fprintf(stderr, "usage: kernel-latency SAMPLES, more than %d\n", kUnreadReports);
+    return EXIT_FAILURE;
+  }
+  return RUN_ALL_TESTS();
+}

@@ -156,7 +156,8 @@ std::size_t Program::waitForLine(const std::function<bool(const std::string&)>& 
   std::unique_lock lock(m_mutex);
   m_changed.wait_for(lock, kWaitLimit, [&] { return found() || m_ended; });
   if (found()) return next;
-  std::string text = m_ended ? "the program ended without the line" : "the line did not come";
+  std::string text =
+      m_ended ? "the program ended without the line: " + howItEnded() : "the line did not come";
   for (const std::string& line : m_lines) text += "\n  " + line;
   throw std::runtime_error(text);
 }
@@ -171,7 +172,10 @@ std::string Program::ask(const std::string& command) {
   send(command);
   const std::size_t number = waitForLine(
       [&](const std::string& line) { return line == word || line.starts_with(word + ' '); }, from);
-  const std::string answer = lines()[number];
+  const std::string answer = [&] {
+    const std::lock_guard lock(m_mutex);
+    return m_lines[number];
+  }();
   return answer.size() > word.size() ? answer.substr(word.size() + 1) : std::string();
 }
 
@@ -200,6 +204,13 @@ void Program::waitUntilEnded(const std::vector<pid_t>& threads, std::ptrdiff_t c
       throw std::runtime_error("the program's threads do not end");
     std::this_thread::sleep_for(kLookInterval);
   }
+}
+
+// Leaves the exit code to `wait`.
+std::string Program::howItEnded() const {
+  siginfo_t end{};
+  waitid(P_PID, static_cast<id_t>(m_id), &end, WEXITED | WNOWAIT);
+  return (end.si_code == CLD_EXITED ? "exit code " : "signal ") + std::to_string(end.si_status);
 }
 
 void Program::signal(int number) const {

@@ -72,6 +72,7 @@ class Program {
 
  private:
   void readOutput();
+  std::string howItEnded() const;
 
   pid_t m_id = -1;
   virtualpads::FileDescriptor m_input;

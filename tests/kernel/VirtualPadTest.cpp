@@ -6,6 +6,8 @@
 #include <linux/hidraw.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -90,10 +92,14 @@ TEST(Replay, SendsTheReportsToWhoeverOpensThePad) {
   EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
 
-TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
+ProgramOptions replayOnUsb() {
   std::ofstream("usb.hid") << "R: 1 06\nN: Vela II\nI: 3 04df 001f\n"
                               "E: 000000.000000 11 01 21 00 40 00 20 40 00 00 00 00\n";
-  Program program(VELA_VIRTUAL_PAD, {.arguments = {"ii", "--usb", "--replay", "usb.hid"}});
+  return {.arguments = {"ii", "--usb", "--replay", "usb.hid"}};
+}
+
+TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
+  Program program(VELA_VIRTUAL_PAD, replayOnUsb());
   if (!virtualpads::vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const std::string path = nodeOf(program, "Vela II");
   const std::filesystem::path interface =
@@ -106,6 +112,32 @@ TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
   }
   EXPECT_EQ(program.wait(), 0);
   EXPECT_FALSE(std::filesystem::exists(interface));
+}
+
+// Only in a guest, where no other devices need the module. modprobe gets it by its configuration,
+// for there is no tree of modules, unless the host has the same kernel.
+TEST(Module, IsLoadedWhereModprobeFindsIt) {
+  const char* const modules = std::getenv("GUEST_MODULES");
+  if (modules == nullptr || !virtualpads::vhciIsThere())
+    GTEST_SKIP() << "this is not a guest with vhci-hcd";
+  ASSERT_EQ(syscall(SYS_delete_module, "vhci_hcd", O_NONBLOCK), 0);
+  ASSERT_FALSE(virtualpads::vhciIsThere());
+  utsname kernel{};
+  uname(&kernel);
+  if (!std::filesystem::exists(std::string("/lib/modules/") + kernel.release)) {
+    Program program(VELA_VIRTUAL_PAD, replayOnUsb());
+    EXPECT_EQ(program.wait(), 1);
+    EXPECT_THAT(
+        program.lines(),
+        ElementsAre("vela-virtual-pad: the kernel's virtual USB host controller is missing; "
+                    "root loads its module: modprobe vhci-hcd"));
+    std::filesystem::create_directories("/run/modprobe.d");
+    std::ofstream("/run/modprobe.d/vhci-hcd.conf")
+        << "install vhci-hcd /sbin/insmod " << modules << "/vhci-hcd.ko\n";
+  }
+  const Program program(VELA_VIRTUAL_PAD, replayOnUsb());
+  EXPECT_EQ(access(nodeOf(program, "Vela II").c_str(), F_OK), 0);
+  EXPECT_TRUE(virtualpads::vhciIsThere());
 }
 
 TEST(Replay, WarnsOfReportsThatNobodyCouldGet) {

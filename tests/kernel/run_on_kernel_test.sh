@@ -127,6 +127,26 @@ try_split_kernel() {
   expect "what was compressed by xz" 0 "" cmp packages/9p.plain seen/modules/9p.ko
   expect "what was compressed by zstd" 0 "" cmp packages/hid.plain seen/modules/hid.ko
 
+  # An image that QEMU can start itself, packed behind two sectors. The fields of the header: setup_sects 1,
+  # payload_offset 0, payload_length.
+  printf '%s\n' '.section .note.Xen, "a", @note' '.long 4, 4, 0x12' '.asciz "Xen"' '.long 0' |
+    "${CC:-cc}" -x assembler -c -o image.o -
+  local length
+  for tool in xz zstd; do
+    $tool --quiet --stdout image.o >payload
+    printf 'size' >>payload
+    length=$(stat -c %s payload)
+    head -c 1024 /dev/zero >guest-kernel/vmlinuz
+    printf '\001' | dd of=guest-kernel/vmlinuz bs=1 seek=497 conv=notrunc status=none
+    # shellcheck disable=SC2059
+    printf "$(printf '\\%03o' 0 0 0 0 $((length % 256)) $((length / 256)))" |
+      dd of=guest-kernel/vmlinuz bs=1 seek=584 conv=notrunc status=none
+    cat payload >>guest-kernel/vmlinuz
+    rm -r seen guest-kernel/image
+    "$program" . 5 echo ran >out 2>&1
+    expect "an image that was packed by $tool" 0 "" cmp image.o seen/vmlinuz
+  done
+
   # shellcheck disable=SC2016
   aborts='echo boot >>boots; : >console.log; echo Assertion >&2; ulimit -c 0; kill -ABRT $$'
   # shellcheck disable=SC2016

@@ -13,7 +13,6 @@
 namespace virtualpads {
 namespace {
 
-constexpr std::chrono::seconds kStartLimit{15};
 constexpr std::chrono::seconds kWaitLimit{30};
 
 // Waits for events of the descriptors, no longer than until that time.
@@ -48,7 +47,7 @@ void KernelPad::plug() {
     m_ending = false;
   }
   m_eventThread = std::thread(&KernelPad::eventLoop, this);
-  if (!waitFor(kStartLimit, [this] { return m_started; })) {
+  if (!waitFor(m_startLimit, [this] { return m_started; })) {
     takeAway();
     throw std::system_error(std::make_error_code(std::errc::timed_out), "starting a HID device");
   }
@@ -149,7 +148,8 @@ bool KernelPad::waitForRequest(const std::function<bool(const FeatureRequest&)>&
   return waitFor(kWaitLimit, [&] { return std::ranges::any_of(m_requests, condition); });
 }
 
-bool KernelPad::waitFor(std::chrono::seconds limit, const std::function<bool()>& condition) const {
+bool KernelPad::waitFor(std::chrono::milliseconds limit,
+                        const std::function<bool()>& condition) const {
   std::unique_lock lock(m_mutex);
   return m_changed.wait_for(lock, limit, condition);
 }

@@ -64,8 +64,10 @@ class KernelPad {
   // Creates the device and returns when the kernel has started it; the node may appear slightly
   // later (see waitForNode). Does nothing when the pad is plugged. Throws std::system_error, and
   // leaves the pad unplugged, when the kernel's interface can't be opened, the process has too many
-  // open files, or the kernel does not start the device within 15 s.
+  // open files, or the kernel does not start the device within the limit.
   void plug();
+  // 15 s at first. Not while `plug` runs.
+  void setStartLimit(std::chrono::milliseconds limit) { m_startLimit = limit; }
   // Removes the device, at any moment: its node is gone when this returns, and requests that wait
   // for an answer fail. Programs that have the node open notice at their next call. Does nothing
   // when the pad is not plugged.
@@ -156,7 +158,7 @@ class KernelPad {
   void endEvents() { m_ending = true; }
   void wakeEventThread() const;
 
-  mutable std::mutex m_mutex;  // guards the model and all other fields but the two at the top
+  mutable std::mutex m_mutex;  // guards the model and all other fields but the three at the top
 
  private:
   struct PlannedFault {
@@ -165,11 +167,12 @@ class KernelPad {
   };
 
   void takeAway();
-  bool waitFor(std::chrono::seconds limit, const std::function<bool()>& condition) const;
+  bool waitFor(std::chrono::milliseconds limit, const std::function<bool()>& condition) const;
   void eventLoop();
   std::optional<FeatureFault> takeFault(FeatureCall call, std::uint8_t reportId);
   void log(FeatureRequest request);
 
+  std::chrono::milliseconds m_startLimit = std::chrono::seconds(15);
   // Serialises plug and unplug; taken before m_mutex.
   std::mutex m_plugMutex;
   std::thread m_eventThread;

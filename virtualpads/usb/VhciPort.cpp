@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -23,7 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kController = "/sys/devices/platform/vhci_hcd.0";
+// The controller may consist of several, each with a hub of its own. The first one speaks for all.
+const std::string kControllers = "/sys/devices/platform/vhci_hcd.";
+const fs::path kController = kControllers + "0";
 constexpr std::chrono::seconds kRemovalLimit{30};
 
 // The kernel only hands this number back in its commands.
@@ -33,32 +36,52 @@ std::system_error systemError(int error, const std::string& what) {
   return {error, std::generic_category(), what};
 }
 
-// The free ports of the controller's hub for low, full and high speed. After a line of titles, each
-// line of the file names a port's hub, its number and its status.
-std::vector<unsigned> freePorts() {
-  std::ifstream file(kController / "status");
-  std::vector<unsigned> ports;
-  std::string line;
-  std::getline(file, line);
-  while (std::getline(file, line)) {
-    std::istringstream words(line);
-    std::string hub;
-    unsigned port = 0;
-    unsigned status = 0;
-    if (words >> hub >> port >> status && hub == "hs" && status == VDEV_ST_NULL)
-      ports.push_back(port);
+struct Port {
+  unsigned number;  // among all
+  unsigned controller;
+  unsigned numberInHub;  // from 1
+
+  // As the kernel writes it in physical paths.
+  std::string name() const {
+    return "usb-vhci_hcd." + std::to_string(controller) + "-" + std::to_string(numberInHub);
   }
+};
+
+// The free ports of the hubs for low, full and high speed, by their number in the hub: the kernel
+// configures the devices in one hub one after the other. After a line of titles, each line of a
+// controller's file names a port's hub, its number and its status.
+std::vector<Port> freePorts() {
+  std::vector<Port> ports;
+  for (unsigned controller = 0;; ++controller) {
+    std::ifstream file(kController /
+                       (controller == 0 ? "status" : "status." + std::to_string(controller)));
+    if (!file) break;
+    std::string line;
+    std::getline(file, line);
+    for (unsigned inHub = 1; std::getline(file, line);) {
+      std::istringstream words(line);
+      std::string hub;
+      unsigned number = 0;
+      unsigned status = 0;
+      if (!(words >> hub >> number >> status) || hub != "hs") continue;
+      if (status == VDEV_ST_NULL) ports.push_back({number, controller, inHub});
+      ++inHub;
+    }
+  }
+  std::ranges::stable_sort(ports, {}, &Port::numberInHub);
   return ports;
 }
 
 // The device in that port.
-fs::path deviceIn(unsigned port) {
+fs::path deviceIn(const Port& port) {
   std::error_code missing;
-  for (const auto& entry : fs::directory_iterator(kController, missing)) {
+  const fs::path controller = kControllers + std::to_string(port.controller);
+  for (const auto& entry : fs::directory_iterator(controller, missing)) {
     const std::string name = entry.path().filename();
     unsigned speed = 0;
-    if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480)
-      return "/sys/bus/usb/devices/" + name.substr(3) + "-" + std::to_string(port + 1);
+    if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480) {
+      return "/sys/bus/usb/devices/" + name.substr(3) + "-" + std::to_string(port.numberInHub);
+    }
   }
   return {};
 }
@@ -104,12 +127,11 @@ UsbPort openVhciPort() {
     throw systemError(errno, "making a socket");
   FileDescriptor device(ends[0]);
   const FileDescriptor host(ends[1]);  // the kernel keeps its own reference
-  for (const unsigned port : freePorts()) {
-    const std::string line = std::to_string(port) + " " + std::to_string(host.get()) + " " +
+  for (const Port& port : freePorts()) {
+    const std::string line = std::to_string(port.number) + " " + std::to_string(host.get()) + " " +
                              std::to_string(kDeviceId) + " " + std::to_string(USB_SPEED_FULL);
     if (write(attach.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
-      return {std::move(device), "usb-vhci_hcd.0-" + std::to_string(port + 1),
-              [path = deviceIn(port)] { removeDevice(path); },
+      return {std::move(device), port.name(), [path = deviceIn(port)] { removeDevice(path); },
               [path = deviceIn(port)] { waitUntilGone(path); }};
     }
     // Another program may have taken the port in the meantime.

@@ -203,6 +203,7 @@ TEST_F(VhciPadTest, PlugReturnsWhenTheHostHasConfiguredThePad) {
 
 TEST_F(VhciPadTest, PadThatIsNotConfiguredIsTakenAwayAgain) {
   host.configures = false;
+  pad.setStartLimit(std::chrono::milliseconds(100));
   EXPECT_THROW(pad.plug(), std::system_error);
   EXPECT_FALSE(pad.plugged());
   EXPECT_TRUE(host.closed());
