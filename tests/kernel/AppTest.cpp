@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <array>
 #include <functional>
@@ -279,6 +280,9 @@ class AppUnplugTest : public AppTest {
 
 // One application runs through all of them.
 TEST_P(AppUnplugTest, InEveryState) {
+  if (facesOfTheApplication().size() == 1 && face == Face::Usb &&
+      access("/run/udev/control", F_OK) != 0)
+    GTEST_SKIP() << "a running libusb learns only from udevd that a pad has come back";
   openAndWait();
   look("opened", [this](const QImage& picture) { return findView(picture).size() == view.size; });
   pad->unplug();

@@ -154,8 +154,9 @@ std::size_t Program::waitForLine(const std::function<bool(const std::string&)>& 
     return false;
   };
   std::unique_lock lock(m_mutex);
-  m_changed.wait_for(lock, kWaitLimit, [&] { return found() || m_ended; });
-  if (found()) return next;
+  bool isThere = false;
+  m_changed.wait_for(lock, kWaitLimit, [&] { return (isThere = found()) || m_ended; });
+  if (isThere) return next;
   std::string text =
       m_ended ? "the program ended without the line: " + howItEnded() : "the line did not come";
   for (const std::string& line : m_lines) text += "\n  " + line;

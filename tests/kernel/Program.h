@@ -48,8 +48,8 @@ class Program {
   // Everything it has written so far, standard output and standard error combined.
   std::vector<std::string> lines() const;
   std::size_t lineCount() const;
-  // Waits for a line, looking from line number `from` on, and returns its number. Throws
-  // std::runtime_error, with all the lines in its message, if the line does not arrive.
+  // Waits for a line, looking at each from line number `from` on once, and returns its number.
+  // Throws std::runtime_error, with all the lines in its message, if the line does not arrive.
   std::size_t waitForLine(const std::function<bool(const std::string&)>& wanted,
                           std::size_t from = 0) const;
   std::size_t waitForLine(const std::string& wanted, std::size_t from = 0) const;
