@@ -16,13 +16,18 @@ std::mutex mutex;
 std::condition_variable slept;
 std::optional<timeval> wallClock;
 std::optional<std::clock_t> processorTime;
-std::map<unsigned, long> sleepCounts;
+
+// Made at its first use, since a test may run threads before main begins.
+std::map<unsigned, long>& sleepCounts() {
+  static std::map<unsigned, long> counts;
+  return counts;
+}
 
 void letRun() {
   const std::lock_guard lock(mutex);
   wallClock.reset();
   processorTime.reset();
-  sleepCounts.clear();
+  sleepCounts().clear();
 }
 
 }  // namespace
@@ -48,7 +53,7 @@ std::clock_t __wrap_clock() {
 int __wrap_usleep(unsigned microseconds) {
   {
     const std::lock_guard lock(mutex);
-    ++sleepCounts[microseconds];
+    ++sleepCounts()[microseconds];
     slept.notify_all();
   }
   return __real_usleep(microseconds);
@@ -78,14 +83,14 @@ void TimeControl::stopProcessorTime(std::clock_t ticks) {
 
 long TimeControl::sleeps(unsigned microseconds) const {
   const std::lock_guard lock(mutex);
-  return sleepCounts[microseconds];
+  return sleepCounts()[microseconds];
 }
 
 bool TimeControl::waitForSleeps(unsigned microseconds, long count) const {
   std::unique_lock lock(mutex);
-  const long wanted = sleepCounts[microseconds] + count;
+  const long wanted = sleepCounts()[microseconds] + count;
   return slept.wait_until(lock, std::chrono::steady_clock::now() + kPatience,
-                          [&] { return sleepCounts[microseconds] >= wanted; });
+                          [&] { return sleepCounts()[microseconds] >= wanted; });
 }
 
 }  // namespace support
