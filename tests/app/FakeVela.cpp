@@ -1,5 +1,7 @@
 #include "FakeVela.h"
 
+#include <cstdint>
+
 namespace fakevela {
 
 State& state() {
