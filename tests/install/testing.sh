@@ -44,11 +44,16 @@ drive() {
   rm "$work/in" "$work/out"
 }
 
+# The name of a program whose usage starts with "usage: NAME". The file may have another name.
+name_in() { # USAGE
+  cut -d " " -f 2 <<<"$1"
+}
+
 # expect_refused PROGRAM USAGE COMPLAINT ARGUMENT...: the program refuses these arguments.
 expect_refused() {
   local program=$1 usage=$2 complaint=$3
   shift 3
-  expect "$*" "${program##*/}: $complaint
+  expect "$*" "$(name_in "$usage"): $complaint
 $usage
 2" "$("$program" "$@" 2>&1; echo $?)"
 }
@@ -59,5 +64,5 @@ expect_help() {
   for option in -h --help; do
     expect "$option" "$2 0" "$("$1" $option | head -n 1) ${PIPESTATUS[0]}"
   done
-  expect "the version" "${1##*/} 1.0.0 0" "$("$1" --version) $?"
+  expect "the version" "$(name_in "$2") 1.0.0 0" "$("$1" --version) $?"
 }
