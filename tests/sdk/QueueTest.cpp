@@ -407,7 +407,8 @@ TEST_F(VisionQueueTest, DeliversPenRecordsUnsignedAndNumbered) {
 }
 
 TEST_F(VisionQueueTest, AShortRecordGoesToTheSecondCallbackAndIsNotNumbered) {
-  queue = std::make_unique<VisionCDataHandler>(recordPen, recordAux, &Vision::engine());
+  queue = std::make_unique<VisionCDataHandler>(PenEventHandler{recordPen}, recordAux,
+                                               &Vision::engine());
   append({1});
   queue->SetRecord(shortRecord());
   append({2});
@@ -429,7 +430,8 @@ TEST_F(VisionQueueTest, AShortRecordWithoutEitherCallbackIsDropped) {
 }
 
 TEST_F(VisionQueueTest, ARecordOfAnotherLengthIsDropped) {
-  queue = std::make_unique<VisionCDataHandler>(recordPen, recordAux, &Vision::engine());
+  queue = std::make_unique<VisionCDataHandler>(PenEventHandler{recordPen}, recordAux,
+                                               &Vision::engine());
   for (const std::uint32_t length : {0U, 11U, 13U, 0xFFFFFFFFU})
     queue->SetRecord(Vision::record(9, length));
   append({5});

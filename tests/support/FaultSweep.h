@@ -13,7 +13,6 @@
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <tuple>
 
 #include "support/AllocationCount.h"
@@ -51,10 +50,7 @@ inline std::string nameOfSweep(const testing::TestParamInfo<Swept>& info) {
 
 class FaultSweep : public BusTest {
  protected:
-  explicit FaultSweep(const PadRow& row) : pad(row) {
-    // A sanitizer starts a thread of its own with the first one.
-    std::thread([] {}).join();
-  }
+  explicit FaultSweep(const PadRow& row) : pad(row) {}
 
   // What a subclass does with the pad: it opens it, calls stroke() once, and closes it in
   // closeInTime().
@@ -101,7 +97,7 @@ class FaultSweep : public BusTest {
   Written run() { return run({}); }
 
   // Whether the pad's three threads run.
-  bool connected() const { return threadCount() == m_before.threads + 3; }
+  bool connected() const { return threadCount() == m_idleThreads + 3; }
 
   // Sends the pad's reports and waits for the samples of those that were read whole: all of them,
   // unless the fault unplugs the pad or cuts one of these reads. Without a connection nothing is
@@ -155,17 +151,10 @@ class FaultSweep : public BusTest {
     int nth = 0;
   };
 
-  struct State {
-    long threads = 0;
-    long files = 0;
-  };
-
   static constexpr std::chrono::milliseconds kSoon{1};
   // The reads that a use surely makes after the first report: for the other four, for the
   // incomplete one, and one that times out.
   static constexpr int kReads = 6;
-
-  static State stateNow() { return {threadCount(), fileDescriptorCount()}; }
 
   std::map<HidCall, int> callsOfAUse() {
     m_record = true;
@@ -178,14 +167,14 @@ class FaultSweep : public BusTest {
 
   Written run(Point point) {
     m_point = point;
-    m_before = stateNow();
+    const long files = fileDescriptorCount();
     // A read that meets a fault has to be the one with the report, not one that timed out before.
     bus.setReadTimeout(point.call == HidCall::Read ? kLongTimeout : kSoon);
     port = bus.plug(virtualpads::makePad(pad.kind));
     if (point.nth > 0 && point.call != HidCall::Read) bus.fail(point.call, point.fault, point.nth);
     const Written written = writtenBy([this] { use(); });
-    EXPECT_TRUE(comesTrue([this] { return threadCount() <= m_before.threads; }));
-    EXPECT_EQ(fileDescriptorCount(), m_before.files);
+    EXPECT_TRUE(comesTrue([this] { return threadCount() <= m_idleThreads; }));
+    EXPECT_EQ(fileDescriptorCount(), files);
     EXPECT_EQ(bus.openHandles(), 0);
     EXPECT_EQ(bus.misuses(), 0);
     EXPECT_EQ(bus.count(HidCall::Init), bus.count(HidCall::Exit));
@@ -200,7 +189,7 @@ class FaultSweep : public BusTest {
   }
 
   Point m_point;
-  State m_before;
+  const long m_idleThreads = idleThreadCount();
   long m_samples = 0;  // of the last stroke
   bool m_record = false;
   std::map<HidCall, int> m_calls;

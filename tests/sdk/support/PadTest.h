@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 #include "support/BusTest.h"
@@ -34,14 +33,7 @@ class PadTest : public BusTest {
   PenRecorder& recorder = penRecorder();
 
  private:
-  // Counted on a thread, since the thread sanitizer starts its own thread together with the first.
-  static long countIdleThreads() {
-    long count = 0;
-    std::thread([&count] { count = threadCount() - 1; }).join();
-    return count;
-  }
-
-  static inline const long m_idleThreads = countIdleThreads();
+  static inline const long m_idleThreads = idleThreadCount();
 };
 
 }  // namespace support

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 namespace support {
 
@@ -19,6 +20,18 @@ inline long entriesOf(const char* directory) {
 
 inline long threadCount() {
   return entriesOf("/proc/self/task");
+}
+
+// The threads of a program that runs none of its own; to be called first at such a moment. Counted
+// on a thread: the thread sanitizer starts its own together with the first one, and one that has
+// just been joined may still be listed.
+inline long idleThreadCount() {
+  static const long idle = [] {
+    long count = 0;
+    std::thread([&count] { count = threadCount() - 1; }).join();
+    return count;
+  }();
+  return idle;
 }
 
 // Always one more than the open ones: the listing opens the directory itself.
