@@ -36,8 +36,13 @@ using virtualpads::PenState;
 using virtualpads::UsbPad;
 using virtualpads::VisionPad;
 
-bool isReversed(const auto& wire, const _GUID& serial) {
-  return std::equal(wire.rbegin(), wire.rend(), std::begin(serial.Data4));
+// The driver gives the bytes of the model in reverse order.
+void expectSerialNumber(const auto& model, auto& driver) {
+  const auto wire = model.serialNumber();
+  _GUID serial{};
+  expect(driver.GetSerialNumber(&serial) &&
+             std::equal(wire.rbegin(), wire.rend(), std::begin(serial.Data4)),
+         "the serial number is the model's");
 }
 
 double quotient(const auto& ratio) {
@@ -75,9 +80,7 @@ struct Ii {
   }
 
   static void operate(Model& model, Driver& driver, Input& /*input*/) {
-    _GUID serial{};
-    expect(driver.GetSerialNumber(&serial) && isReversed(model.serialNumber(), serial),
-           "the serial number is the model's");
+    expectSerialNumber(model, driver);
     const auto& [words, bytes, values, width, height] = model.padInformation();
     PAD_INFO_REPORT info{};
     expect(driver.GetPadInfo(&info), "there is information");
@@ -166,12 +169,9 @@ struct Ink {
                "the options are set and read");
         break;
       }
-      default: {
+      default:
         driver.ClearInking();
-        _GUID serial{};
-        expect(driver.GetSerialNumber(&serial) && isReversed(model.serialNumber(), serial),
-               "the serial number is the model's");
-      }
+        expectSerialNumber(model, driver);
     }
   }
 };
@@ -190,7 +190,7 @@ struct Vision {
       if (range->low > range->high) std::swap(range->low, range->high);
     for (Model::Ratio* ratio : {&information.width, &information.height})
       *ratio = {ratio->numerator & 0xFFFF, ratio->divisor & 0xFFFF};
-    // At the origin the pen cannot be told from a lifted one.
+    // At the origin a pen without pressure is reported like a lifted one.
     information.pressure = {1, std::max<std::uint16_t>(information.pressure.high, 1)};
     model.setPadInformation(information);
   }
@@ -237,7 +237,8 @@ struct Vision {
     const int resets = model.resets();
     driver.ClearInkRegion();
     driver.ResetVelaVisionDevice();
-    expect(model.clears() == clears + 1 && model.resets() == resets + 1, "the pad is told");
+    expect(model.clears() == clears + 1 && model.resets() == resets + 1,
+           "the pad clears and resets");
   }
 };
 

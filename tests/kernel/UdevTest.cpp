@@ -6,16 +6,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "../sdk/support/Patience.h"
 #include "Client.h"
 #include "Program.h"
 #include "TestPads.h"
@@ -84,7 +83,8 @@ class UdevTest : public ::testing::TestWithParam<Face> {
   void plugWithRule(const std::string& rule) {
     std::ofstream(kRules / "70-vela-pads.rules") << rule;
     udevd = std::make_unique<Program>(kUdevd, ProgramOptions{.environment = kInChangeRoot});
-    while (!fs::exists(kControl)) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (!support::comesTrue([] { return fs::exists(kControl); }))
+      throw std::runtime_error("udevd does not start");
     for (const TestPad& kind : kTestPads) pads.push_back(plugged(kind.kind, GetParam()));
     pads.push_back(plugged(makeOtherPad(), GetParam()));
     for (const auto& pad : pads) nodes.push_back(pad->waitForNode());

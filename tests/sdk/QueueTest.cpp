@@ -87,7 +87,7 @@ class Processing {
   pthread_t m_thread{};
 };
 
-// Records that are told apart by their x.
+// Records that differ in their x.
 
 struct Pen {
   using Queue = CDataHandler;
