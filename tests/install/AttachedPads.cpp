@@ -2,6 +2,7 @@
 // find the virtual pads named in VELA_PADS instead of real ones. As soon as a program has opened a
 // pad, a pen draws a line on it and lifts, unless VELA_PEN is set. When the program ends, the state
 // it left behind is written to the file VELA_LEFT.
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -39,6 +40,10 @@ void drawLine(VirtualBus::Port port) {
 }
 
 [[gnu::constructor]] void plug() {
+  // The thread sanitizer's library makes a thread's list of deferred signals in the thread's first
+  // blocking call, and loses a signal that comes while it does so. The main thread makes that call
+  // here, before any signal.
+  poll(nullptr, 0, 0);
   const char* const wanted = std::getenv("VELA_PADS");
   if (wanted == nullptr) return;
   const std::string names = wanted;
