@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
 # The decisions of run-on-kernel before it boots anything. The tools that it uses are stand-ins.
-set -u
-program=$(dirname "$(realpath "$0")")/run-on-kernel
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-cd "$scratch" || exit 1
-failures=0
+cd "$(dirname "$0")/../.." || exit
+. tests/testing.sh
+program=$PWD/tests/kernel/run-on-kernel
+cd "$work" || exit
 
 stand_in() { # NAME COMMAND
   printf '#!/bin/sh\n%s\n' "$2" >"bin/$1"
@@ -13,35 +11,30 @@ stand_in() { # NAME COMMAND
 }
 
 mkdir bin
-PATH=$scratch/bin:$PATH
+PATH=$work/bin:$PATH
 stand_in id 'echo 1000'
 stand_in uname 'echo Linux x86_64'
 for tool in qemu-system-x86_64 busybox cpio modprobe xz zstd apt-get; do
   stand_in $tool "echo $tool is called; exit 1"
 done
 
-expect() { # WHAT STATUS LAST_LINE COMMAND...
+expect_end() { # WHAT STATUS LAST_LINE COMMAND...
   local what=$1 status=$2 line=$3
   shift 3
   "$@" >out 2>&1
-  local got=$?
-  if [ $got != "$status" ] || [ "$(tail -n 1 out)" != "$line" ]; then
-    echo "$what: status $got, not $status; it says"
-    cat out
-    failures=1
-  fi
+  expect "$what" "status $status: $line" "status $?: $(tail -n 1 out)"
 }
 
 skipped='SKIPPED: /dev/uhid is not usable here, and no guest can be booted:'
 no_kernel="$skipped apt knows no linux-image-amd64 (Debian has it; sudo apt-get update fetches the lists)"
 
 stand_in apt-cache 'echo "E: No packages found" >&2; exit 100'
-expect "apt fails" 77 "$no_kernel" "$program" . 5 echo ran
+expect_end "apt fails" 77 "$no_kernel" "$program" . 5 echo ran
 stand_in apt-cache 'echo linux-image-amd64'
-expect "a kernel that depends on nothing" 77 "$no_kernel" "$program" . 5 echo ran
+expect_end "a kernel that depends on nothing" 77 "$no_kernel" "$program" . 5 echo ran
 stand_in apt-cache 'printf "linux-image-amd64\n  Depends: linux-image-1\n  Depends: linux-image-2\n"'
 stand_in apt-get 'echo "E: no network" >&2; exit 100'
-expect "the packages can't be had" 77 "$skipped linux-image-amd64 linux-image-1 linux-image-2 could not be downloaded: E: no network" \
+expect_end "the packages can't be had" 77 "$skipped linux-image-amd64 linux-image-1 linux-image-2 could not be downloaded: E: no network" \
   "$program" . 5 echo ran
 
 # Runs as root with a /dev/uhid, and with that line in /proc/mounts.
@@ -54,9 +47,9 @@ with_dev() { # LINE
 stand_in id 'echo 0'
 stand_in apt-cache 'exit 100'
 if unshare --user --map-root-user --mount true 2>/dev/null; then
-  expect "the kernel's own /dev" 0 ran with_dev 'udev /dev devtmpfs rw 0 0'
-  expect "a container's /dev" 77 "$no_kernel" with_dev 'tmpfs /dev tmpfs rw 0 0'
-  expect "a /dev that lies over the kernel's" 77 "$no_kernel" with_dev 'udev /dev devtmpfs rw 0 0
+  expect_end "the kernel's own /dev" 0 ran with_dev 'udev /dev devtmpfs rw 0 0'
+  expect_end "a container's /dev" 77 "$no_kernel" with_dev 'tmpfs /dev tmpfs rw 0 0'
+  expect_end "a /dev that lies over the kernel's" 77 "$no_kernel" with_dev 'udev /dev devtmpfs rw 0 0
 tmpfs /dev tmpfs rw 0 0'
 else
   echo "namespaces of its own are refused: not tried where /dev is a container's"
@@ -109,7 +102,7 @@ try_split_kernel() {
     linux-image-1) printf " PreDepends: kmod\n |Depends: linux-initramfs\n  Depends: linux-binary-1\n  Depends: linux-modules-1\n" ;;
     linux-modules-1) printf "  Depends: linux-image-1\n" ;;
     esac'
-  stand_in apt-get "shift; for name; do cp '$scratch/packages/'\${name}_1_all.deb .; done"
+  stand_in apt-get "shift; for name; do cp '$work/packages/'\${name}_1_all.deb .; done"
   stand_in busybox :
   # shellcheck disable=SC2016
   stand_in qemu-system-x86_64 'while [ $# -gt 0 ]; do
@@ -118,14 +111,14 @@ try_split_kernel() {
       shift
     done
     mkdir seen && (cd seen && cpio --quiet -i <"$initrd") && cp "$kernel" seen/vmlinuz && echo 0 >status'
-  expect "a kernel in several packages" 0 "run-on-kernel: a guest, emulated by QEMU without KVM" \
+  expect_end "a kernel in several packages" 0 "run-on-kernel: a guest, emulated by QEMU without KVM" \
     "$program" . 5 echo ran
-  expect "its image" 0 image cat seen/vmlinuz
-  expect "its modules in their order" 0 "9pnet 9pnet_virtio 9p hid hid-generic uhid" xargs -a seen/modules/order
-  expect "its modules" 0 "9p.ko 9pnet.ko 9pnet_virtio.ko hid-generic.ko hid.ko order uhid.ko" \
+  expect_end "its image" 0 image cat seen/vmlinuz
+  expect_end "its modules in their order" 0 "9pnet 9pnet_virtio 9p hid hid-generic uhid" xargs -a seen/modules/order
+  expect_end "its modules" 0 "9p.ko 9pnet.ko 9pnet_virtio.ko hid-generic.ko hid.ko order uhid.ko" \
     sh -c 'cd seen/modules && echo *'
-  expect "what was compressed by xz" 0 "" cmp packages/9p.plain seen/modules/9p.ko
-  expect "what was compressed by zstd" 0 "" cmp packages/hid.plain seen/modules/hid.ko
+  expect_end "what was compressed by xz" 0 "" cmp packages/9p.plain seen/modules/9p.ko
+  expect_end "what was compressed by zstd" 0 "" cmp packages/hid.plain seen/modules/hid.ko
 
   # An image that QEMU can start itself, packed behind two sectors. The fields of the header: setup_sects 1,
   # payload_offset 0, payload_length.
@@ -144,26 +137,26 @@ try_split_kernel() {
     cat payload >>guest-kernel/vmlinuz
     rm -r seen guest-kernel/image
     "$program" . 5 echo ran >out 2>&1
-    expect "an image that was packed by $tool" 0 "" cmp image.o seen/vmlinuz
+    expect_end "an image that was packed by $tool" 0 "" cmp image.o seen/vmlinuz
   done
 
   # shellcheck disable=SC2016
   aborts='echo boot >>boots; : >console.log; echo Assertion >&2; ulimit -c 0; kill -ABRT $$'
   # shellcheck disable=SC2016
   stand_in qemu-system-x86_64 "[ ! -f boots ] || [ \$(wc -l <boots) -lt 2 ] || { echo 5 >status; exit 0; }; $aborts"
-  expect "QEMU aborts twice before the command starts" 5 \
+  expect_end "QEMU aborts twice before the command starts" 5 \
     "run-on-kernel: QEMU aborted before the command started, attempt 2 of 3: Assertion" "$program" . 5 echo ran
 
   rm boots
   stand_in qemu-system-x86_64 "$aborts"
-  expect "QEMU aborts at every start" 1 Assertion "$program" . 5 echo ran
-  expect "the starts" 0 3 sh -c 'wc -l <boots'
+  expect_end "QEMU aborts at every start" 1 Assertion "$program" . 5 echo ran
+  expect_end "the starts" 0 3 sh -c 'wc -l <boots'
 
   rm boots
   stand_in qemu-system-x86_64 "touch started; $aborts"
-  expect "QEMU aborts while the command runs" 1 Assertion "$program" . 5 echo ran
-  expect "the one start" 0 1 sh -c 'wc -l <boots'
+  expect_end "QEMU aborts while the command runs" 1 Assertion "$program" . 5 echo ran
+  expect_end "the one start" 0 1 sh -c 'wc -l <boots'
 }
 try_split_kernel
 
-exit $failures
+finish
