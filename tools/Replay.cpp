@@ -5,8 +5,8 @@
 
 namespace virtualpads {
 
-void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording) {
-  if (recording.vendor == identity.vendor && recording.product == identity.product) return;
+void requireRecordingOf(const PadDescription& pad, const Recording& recording) {
+  if (recording.vendor == pad.vendor && recording.product == pad.product) return;
   char ids[16];
   std::snprintf(ids, sizeof ids, "%04x:%04x", unsigned{recording.vendor},
                 unsigned{recording.product});

@@ -19,7 +19,7 @@ class OtherPadError : public std::runtime_error {
 };
 
 // Throws OtherPadError unless the recording is from a pad with this vendor and product id.
-void requireRecordingOf(const PadModel::Identity& identity, const Recording& recording);
+void requireRecordingOf(const PadDescription& pad, const Recording& recording);
 
 // Sends all reports in order. Before each one, calls `waitUntil` with the time at which it is due,
 // counted from the first one. `send` returns false for a report that nobody got. Returns the number

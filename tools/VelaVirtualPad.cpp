@@ -67,7 +67,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, bool usb, const std::strin
   Recording recording;
   try {
     recording = readRecording(file);
-    requireRecordingOf(model->identity(), recording);
+    requireRecordingOf(model->description(), recording);
   } catch (const std::system_error& error) {
     return fail(error.what());
   } catch (const std::runtime_error& error) {
@@ -78,7 +78,7 @@ int runReplay(const std::shared_ptr<PadModel>& model, bool usb, const std::strin
   const auto node = plug(*pad, usb);
   if (!node) return kFailure;
   std::printf("%s is plugged in at %s; waiting for a program to open it\n",
-              model->identity().name.c_str(), node->c_str());
+              model->description().name.c_str(), node->c_str());
   while (!pad->waitUntilOpen()) {
   }
   std::printf("sending %zu reports\n", recording.events.size());
@@ -114,14 +114,14 @@ int runWindow(int argc, char** argv, const std::shared_ptr<PadModel>& model, boo
   const auto pad = makeKernelPad(watched, usb);
   const auto node = plug(*pad, usb);
   if (!node) return kFailure;
-  std::printf("%s is plugged in at %s\n", watched->identity().name.c_str(), node->c_str());
+  std::printf("%s is plugged in at %s\n", watched->description().name.c_str(), node->c_str());
 
   std::ofstream out;
   std::optional<RecordingWriter> recorder;
   if (file) {
     out.open(*file);
     if (!out) return fail(*file + ": " + std::strerror(errno));
-    recorder.emplace(out, *watched);
+    recorder.emplace(out, model->description(), model->reportDescriptor());
   }
 
   PadWindow window(watched, [&](const PenState& pen) {

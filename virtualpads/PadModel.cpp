@@ -14,10 +14,6 @@ PadModel::PadModel(PadDescription description)
     : m_description(std::move(description)),
       m_reportDescriptor(virtualpads::reportDescriptor(m_description.reports)) {}
 
-PadModel::Identity PadModel::identity() const {
-  return {m_description.vendor, m_description.product, m_description.name};
-}
-
 std::optional<Bytes> PadModel::getFeature(std::uint8_t) {
   return std::nullopt;
 }

@@ -37,21 +37,11 @@ struct PadDescription {
 // A pad in software. A model is not thread-safe: its user (a face, a window) serialises the calls.
 class PadModel {
  public:
-  struct Identity {
-    std::uint16_t vendor;
-    std::uint16_t product;
-    std::string name;
-  };
-
   virtual ~PadModel() = default;
 
   const PadDescription& description() const { return m_description; }
-
-  // What the description says.
-  virtual Identity identity() const;
-  virtual double widthInches() const { return m_description.widthInches; }
-  virtual double heightInches() const { return m_description.heightInches; }
-  virtual std::span<const std::uint8_t> reportDescriptor() const { return m_reportDescriptor; }
+  // The HID report descriptor of the description's reports.
+  const Bytes& reportDescriptor() const { return m_reportDescriptor; }
 
   // The input report for a pen state, as a read of the hidraw node delivers it (the report id first
   // where the pad numbers its reports). Advances any counter that the pad puts into its reports.
@@ -66,7 +56,6 @@ class PadModel {
   virtual bool setFeature(std::span<const std::uint8_t> report);
 
  protected:
-  PadModel() = default;
   explicit PadModel(PadDescription description);
 
  private:

@@ -233,13 +233,13 @@ Recording readRecording(const std::filesystem::path& file) {
   return parseRecording(text);
 }
 
-RecordingWriter::RecordingWriter(std::ostream& out, const PadModel& pad) : m_out(out) {
-  const PadModel::Identity identity = pad.identity();
+RecordingWriter::RecordingWriter(std::ostream& out, const PadDescription& pad,
+                                 std::span<const std::uint8_t> descriptor)
+    : m_out(out) {
   std::string head = "# input reports of a virtual pad\nD: 0\nR: ";
-  appendBytes(head, pad.reportDescriptor());
-  head += "N: " + identity.name + "\n";
-  head += formatted("I: %x %04x %04x\n", kBusUsb, unsigned{identity.vendor},
-                    unsigned{identity.product});
+  appendBytes(head, descriptor);
+  head += "N: " + pad.name + "\n";
+  head += formatted("I: %x %04x %04x\n", kBusUsb, unsigned{pad.vendor}, unsigned{pad.product});
   m_out << head << std::flush;
 }
 

@@ -60,7 +60,8 @@ Recording readRecording(const std::filesystem::path& file);
 class RecordingWriter {
  public:
   // Writes the head, which describes the pad. `out` must outlive the writer.
-  RecordingWriter(std::ostream& out, const PadModel& pad);
+  RecordingWriter(std::ostream& out, const PadDescription& pad,
+                  std::span<const std::uint8_t> descriptor);
 
   // Appends a report. `time` may start anywhere and never goes back; the recording's own time
   // starts with its first report. False when the stream has failed.

@@ -13,7 +13,7 @@
 
 #include "Connection.h"
 #include "Input.h"
-#include "sdk/support/ScriptedPad.h"
+#include "support/ScriptedPad.h"
 #include "velaii.h"
 #include "velainkusb.h"
 #include "velausb.h"
@@ -179,7 +179,7 @@ void use(std::uint16_t product, bool alwaysOpens, Input& input) {
     }
     if (reports > 0) connection.bus.waitUntilRead(connection.port);
   }
-  expect(fuzz::delivery.wait(0).size() <= reports, "no report gives more than one sample");
+  expect(support::penRecorder().count() <= reports, "no report gives more than one sample");
 }
 
 }  // namespace

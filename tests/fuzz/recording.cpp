@@ -13,25 +13,6 @@ using fuzz::expect;
 using virtualpads::Bytes;
 using virtualpads::Recording;
 
-// The pad described by a recording, as far as a writer needs it.
-class RecordedPad : public virtualpads::PadModel {
- public:
-  explicit RecordedPad(const Recording& recording) : m_recording(recording) {}
-
-  Identity identity() const override {
-    return {m_recording.vendor, m_recording.product, m_recording.name};
-  }
-  double widthInches() const override { return 1; }
-  double heightInches() const override { return 1; }
-  std::span<const std::uint8_t> reportDescriptor() const override { return m_recording.descriptor; }
-  Bytes inputReport(const virtualpads::PenState&) override { return {}; }
-  std::optional<Bytes> getFeature(std::uint8_t) override { return std::nullopt; }
-  bool setFeature(std::span<const std::uint8_t>) override { return false; }
-
- private:
-  const Recording& m_recording;
-};
-
 bool hasReportLength(const Bytes& bytes) {
   return !bytes.empty() && bytes.size() <= 4096;
 }
@@ -56,8 +37,9 @@ void checkContent(const Recording& recording) {
 // A writer's bus is always USB, and its time begins with the first report.
 void checkWriting(Recording recording) {
   std::ostringstream text;
-  const RecordedPad pad(recording);
-  virtualpads::RecordingWriter writer(text, pad);
+  virtualpads::RecordingWriter writer(
+      text, {.vendor = recording.vendor, .product = recording.product, .name = recording.name},
+      recording.descriptor);
   for (const Recording::Event& event : recording.events)
     expect(writer.write(event.time, event.report), "the stream takes what is written");
   const Recording again = virtualpads::parseRecording(text.str());

@@ -29,7 +29,7 @@ namespace {
 using fuzz::Connection;
 using fuzz::expect;
 using fuzz::Input;
-using fuzz::Sample;
+using support::Sample;
 using virtualpads::IiPad;
 using virtualpads::InkPad;
 using virtualpads::PenState;
@@ -252,14 +252,15 @@ bool near(double a, double b, double distance) {
 
 template <class Kind>
 void checkSamples(typename Kind::Driver& driver, const std::vector<PenState>& pens,
-                  const std::vector<Sample>& samples) {
+                  const std::vector<Sample>& samples,
+                  const std::vector<std::uint32_t>& timeStamps) {
   int ends[6] = {};
   driver.GetDataRanges(&ends[0], &ends[1], &ends[2], &ends[3], &ends[4], &ends[5]);
   const auto place = [&ends](double unit, int axis) {
     const double low = ends[2 * axis];
     return low + unit * (ends[2 * axis + 1] - low);
   };
-  expect(samples.size() == pens.size(), "there is a sample for each report");
+  expect(samples.size() == pens.size(), "there is one sample for each report");
   const PenState* touching = nullptr;
   for (std::size_t i = 0; i < pens.size(); ++i) {
     const PenState& pen = pens[i];
@@ -268,7 +269,7 @@ void checkSamples(typename Kind::Driver& driver, const std::vector<PenState>& pe
     expect((sample.touch != 0) == pen.touch, "the pen touches when it does");
     expect(near(sample.pressure, pen.touch ? place(pen.pressure, 2) : 0, 1), "it presses as hard");
     if (!Kind::kReportsALift) {
-      expect(sample.timeStamp == pen.milliseconds, "the time is the pad's");
+      expect(timeStamps[i] == pen.milliseconds, "the time is the pad's");
     }
     const PenState* const there = Kind::kReportsALift ? &pen : touching;
     if (there == nullptr) continue;  // where it was in another connection
@@ -299,7 +300,9 @@ void use(Input& input) {
     pens.push_back(pen);
     expect(connection.bus.sendPen(connection.port, pen), "the report is sent");
   }
-  checkSamples<Kind>(connection.driver, pens, fuzz::delivery.wait(pens.size()));
+  expect(connection.recorder.waitFor(pens.size()), "there is a sample for each report");
+  checkSamples<Kind>(connection.driver, pens, connection.recorder.samples(),
+                     connection.recorder.timeStamps());
 }
 
 }  // namespace

@@ -4,15 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
 #include <fstream>
 #include <iomanip>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -20,6 +17,7 @@
 
 #include "PadList.h"
 #include "giivela.h"
+#include "support/PenRecorder.h"
 #include "virtualpads/hidapi/VirtualBus.h"
 
 namespace {
@@ -127,55 +125,24 @@ class DocumentedPad : public PadModel {
   std::map<std::uint8_t, Bytes> m_replies;
 };
 
-// The samples from the callback, for tests to read.
-class Samples {
- public:
-  static Samples& instance() {
-    static Samples samples;
-    return samples;
-  }
-  static void handler(int32_t x, int32_t y, int32_t pressure, uint8_t touch, uint32_t time,
-                      uint32_t sequence) {
-    Samples& samples = instance();
-    const std::lock_guard lock(samples.m_mutex);
-    samples.m_taken.push_back({{"x", x},
-                               {"y", y},
-                               {"pressure", pressure},
-                               {"touch", touch},
-                               {"time", time},
-                               {"sequence", sequence}});
-    samples.m_changed.notify_all();
-  }
-  std::map<std::string, std::int64_t> take() {
-    std::unique_lock lock(m_mutex);
-    if (!m_changed.wait_for(lock, std::chrono::seconds(30), [&] { return !m_taken.empty(); }))
-      return {};
-    auto sample = m_taken.front();
-    m_taken.pop_front();
-    return sample;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::deque<std::map<std::string, std::int64_t>> m_taken;
-};
-
 class ProtocolTest : public testing::TestWithParam<int> {
  protected:
   ProtocolTest() {
     bus.reset();
     bus.setReadTimeout(std::chrono::milliseconds(5));
+    recorder.reset();
   }
 
   const TableRow listed = listedPads().at(static_cast<std::size_t>(GetParam()));
   VirtualBus& bus = VirtualBus::instance();
   gIIVela vela;
+  support::PenRecorder& recorder = support::penRecorder();
+  std::size_t samples = 0;  // that were compared
 
   VirtualBus::Port open(std::shared_ptr<PadModel> pad) {
     const VirtualBus::Port port = bus.plug(std::move(pad));
     EXPECT_TRUE(vela.OpenProvider(std::string(listed.classId).data()));
-    vela.RegisterEventHandler(Samples::handler);
+    vela.RegisterEventHandler(support::recordPen);
     EXPECT_TRUE(vela.OpenConnection());
     return port;
   }
@@ -213,7 +180,12 @@ class ProtocolTest : public testing::TestWithParam<int> {
   }
 
   void checkSample(const std::string& expected) {
-    const auto sample = Samples::instance().take();
+    ASSERT_TRUE(recorder.waitFor(samples + 1)) << expected;
+    const std::uint32_t time = recorder.timeStamps().at(samples);
+    const auto [x, y, pressure, touch, sequence] = recorder.samples().at(samples++);
+    const std::map<std::string, std::int64_t> sample{
+        {"x", x},         {"y", y},       {"pressure", pressure},
+        {"touch", touch}, {"time", time}, {"sequence", sequence}};
     int fields = 0;
     std::istringstream words(expected);
     std::string name;

@@ -16,13 +16,14 @@
 #include <vector>
 
 #include "TestPads.h"
+#include "tests/support/ScriptedPad.h"
 #include "virtualpads/InkPad.h"
-#include "virtualpads/UsbPad.h"
 #include "virtualpads/kernel/UhidPad.h"
 
 namespace virtualpads {
 namespace {
 
+using support::ScriptedPad;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -73,15 +74,6 @@ std::map<std::pair<int, std::wstring>, int> listed() {
   hid_free_enumeration(all);
   return pads;
 }
-
-// Its report descriptor ends inside a collection.
-class BrokenPad : public UsbPad {
- public:
-  std::span<const std::uint8_t> reportDescriptor() const override {
-    static const Bytes unbalanced{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0xA1, 0x01, 0xC0};
-    return unbalanced;
-  }
-};
 
 class KernelFaceTest : public ::testing::TestWithParam<Face> {};
 
@@ -157,26 +149,18 @@ TEST_P(KernelFaceTest, ReportsWhetherAProgramHasTheNodeOpen) {
 }
 
 TEST_P(KernelFaceTest, InputReportsArriveAsSent) {
-  const auto usb = plugged(PadKind::Usb, GetParam());
-  const Device usbDevice = openPad(*usb);
-  usb->send({0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F});
-  EXPECT_THAT(read(usbDevice), ElementsAre(0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F));
-
-  const auto ii = plugged(PadKind::Ii, GetParam());
-  const Device iiDevice = openPad(*ii);
-  ii->send({1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9});
-  EXPECT_THAT(read(iiDevice), ElementsAre(1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9));
-
-  const auto ink = plugged(PadKind::Ink, GetParam());
-  const Device inkDevice = openPad(*ink);
-  ink->send({1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7});
-  EXPECT_THAT(read(inkDevice), ElementsAre(1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7));
-
-  const auto vision = plugged(PadKind::Vision, GetParam());
-  const Device visionDevice = openPad(*vision);
-  vision->send({1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6});
-  EXPECT_THAT(read(visionDevice),
-              ElementsAre(1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6));
+  const std::pair<PadKind, Bytes> reports[] = {
+      {PadKind::Usb, {0x20, 0x4E, 0x02, 0x27, 0x01, 0x7F}},
+      {PadKind::Ii, {1, 0x21, 0x34, 0x12, 0x78, 0x56, 0x40, 0, 0, 0, 9}},
+      {PadKind::Ink, {1, 0x01, 0x34, 0x12, 0x78, 0x56, 0xFF, 7}},
+      {PadKind::Vision, {1, 0x80, 1, 2, 3, 4, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0, 6}},
+  };
+  for (const auto& [kind, report] : reports) {
+    const auto pad = plugged(kind, GetParam());
+    const Device device = openPad(*pad);
+    pad->send(report);
+    EXPECT_EQ(read(device), report);
+  }
 }
 
 TEST(UhidFaceTest, ReportsWithAnUndeclaredIdNeverArrive) {
@@ -202,28 +186,17 @@ TEST(UhidFaceTest, KernelKeepsNoMoreThan63UnreadReports) {
 }
 
 TEST_P(KernelFaceTest, FeatureReportsAreGotAtTheirFullLength) {
-  const auto ii = plugged(PadKind::Ii, GetParam());
-  const Device iiDevice = openPad(*ii);
-  EXPECT_EQ(getFeature(iiDevice, 10, 55).size(), 55u);
-  EXPECT_THAT(getFeature(iiDevice, 2, 17), testing::SizeIs(17));
-
-  const auto ink = plugged(PadKind::Ink, GetParam());
-  const Device inkDevice = openPad(*ink);
-  EXPECT_THAT(getFeature(inkDevice, 3, 17), testing::SizeIs(17));
-  EXPECT_THAT(getFeature(inkDevice, 6, 9), testing::SizeIs(9));
-
-  const auto vision = plugged(PadKind::Vision, GetParam());
-  const Device visionDevice = openPad(*vision);
-  EXPECT_THAT(getFeature(visionDevice, 2, 34), testing::SizeIs(34));
-  EXPECT_THAT(getFeature(visionDevice, 3, 17), testing::SizeIs(17));
-  EXPECT_THAT(getFeature(visionDevice, 4, 17), testing::SizeIs(17));
-  EXPECT_THAT(getFeature(visionDevice, 12, 65), testing::SizeIs(65));
-  EXPECT_THAT(getFeature(visionDevice, 17, 34), testing::SizeIs(34));
-  EXPECT_THAT(vision->requests(), ElementsAre(FeatureRequest{FeatureCall::Get, {2}, true},
-                                              FeatureRequest{FeatureCall::Get, {3}, true},
-                                              FeatureRequest{FeatureCall::Get, {4}, true},
-                                              FeatureRequest{FeatureCall::Get, {12}, true},
-                                              FeatureRequest{FeatureCall::Get, {17}, true}));
+  for (const PadKind kind : {PadKind::Ii, PadKind::Ink, PadKind::Vision}) {
+    const auto pad = plugged(kind, GetParam());
+    const Device device = openPad(*pad);
+    std::vector<FeatureRequest> requests;
+    for (const PadReport& report : makePad(kind)->description().reports) {
+      if (!report.canGet()) continue;
+      EXPECT_THAT(getFeature(device, report.id, report.length), testing::SizeIs(report.length));
+      requests.push_back({FeatureCall::Get, {report.id}, true});
+    }
+    EXPECT_EQ(pad->requests(), requests);
+  }
 }
 
 TEST_P(KernelFaceTest, FeatureReportsAreSetAtTheirFullLength) {
@@ -248,20 +221,18 @@ TEST_P(KernelFaceTest, FeatureReportsThatThePadDoesNotHaveFail) {
   EXPECT_EQ(setFeature(device, {10, 0, 0}), -1);
 }
 
-TEST_P(KernelFaceTest, RefusedAndShortAnswersReachTheProgram) {
-  const auto pad = plugged(PadKind::Ii, GetParam());
+TEST_P(KernelFaceTest, ShortAnswersReachTheProgram) {
+  const auto model = std::make_shared<ScriptedPad>(makePad(PadKind::Ii)->description());
+  model->replies[2] = {2, 0x11, 0x22, 0x33};
+  const auto pad = plugged(model, GetParam());
   const Device device = openPad(*pad);
-  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Refuse});
-  EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
-  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Short, 4});
-  EXPECT_THAT(getFeature(device, 2, 17), testing::SizeIs(4));
-  EXPECT_THAT(getFeature(device, 2, 17), testing::SizeIs(17));
+  EXPECT_THAT(getFeature(device, 2, 17), ElementsAre(2, 0x11, 0x22, 0x33));
 }
 
 TEST_P(KernelFaceTest, ProgramWaitsForLateAnswers) {
   const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
-  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Late});
+  pad->fail(FeatureCall::Get, 2, FeatureFault::Late);
   auto reply = std::async(std::launch::async, [&] { return getFeature(device, 2, 17); });
   ASSERT_TRUE(pad->waitForRequest([](const FeatureRequest&) { return true; }));
   EXPECT_EQ(reply.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
@@ -284,7 +255,7 @@ TEST_P(KernelFaceTest, UnplugFailsReadsAndRequestsAtOnce) {
 TEST_P(KernelFaceTest, UnplugDuringARequestFailsIt) {
   const auto pad = plugged(PadKind::Ii, GetParam());
   const Device device = openPad(*pad);
-  pad->fail(FeatureCall::Get, 2, {FeatureFault::Kind::Unplug});
+  pad->fail(FeatureCall::Get, 2, FeatureFault::Unplug);
   EXPECT_THAT(getFeature(device, 2, 17), IsEmpty());
   EXPECT_FALSE(pad->plugged());
   pad->plug();
@@ -294,7 +265,9 @@ TEST_P(KernelFaceTest, UnplugDuringARequestFailsIt) {
 }
 
 TEST(UhidFaceTest, DescriptorThatTheKernelCannotParseIsReported) {
-  UhidPad pad(std::make_shared<BrokenPad>());
+  constexpr PadReport kTooLong{PadReport::Way::Input, 0, 20000, "Pen"};
+  UhidPad pad(
+      std::make_shared<ScriptedPad>(PadDescription{.product = 0x43, .reports = {kTooLong}}));
   pad.setStartLimit(std::chrono::seconds(1));
   EXPECT_THROW(pad.plug(), std::system_error);
   EXPECT_FALSE(pad.plugged());

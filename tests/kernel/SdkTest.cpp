@@ -369,7 +369,7 @@ TEST_P(SdkIiPadTest, RequestThatIsNeverAnsweredFailsAndTheNextOneSucceeds) {
   const auto pad = plugged(kind.kind, faceOf(GetParam()));
   Client client(GetParam());
   client.connect(kind);
-  pad->fail(FeatureCall::Get, 2, {virtualpads::FeatureFault::Kind::Late});
+  pad->fail(FeatureCall::Get, 2, virtualpads::FeatureFault::Late);
   const auto start = Clock::now();
   EXPECT_EQ(client.ask("serial"), kExpectations[1].serialWithoutPad);
   std::printf("on %s, a request without an answer takes %.1f s\n", nameOf(GetParam()),

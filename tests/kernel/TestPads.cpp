@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/ScriptedPad.h"
 #include "virtualpads/kernel/UhidPad.h"
 #include "virtualpads/usb/VhciPad.h"
 
@@ -12,7 +13,6 @@ using virtualpads::FeatureFault;
 using virtualpads::KernelPad;
 using virtualpads::PadKind;
 using virtualpads::PadModel;
-using virtualpads::PenState;
 using virtualpads::UhidPad;
 using virtualpads::VhciPad;
 
@@ -61,22 +61,6 @@ Sample visionSample(int n) {
   return {n, 700, 900, 1, static_cast<unsigned>((n + 1) % 256)};
 }
 
-class OtherPad : public PadModel {
- public:
-  Identity identity() const override { return {0x04DF, 0x43, "Other"}; }
-  double widthInches() const override { return m_usbPad->widthInches(); }
-  double heightInches() const override { return m_usbPad->heightInches(); }
-  std::span<const std::uint8_t> reportDescriptor() const override {
-    return m_usbPad->reportDescriptor();
-  }
-  Bytes inputReport(const PenState& pen) override { return m_usbPad->inputReport(pen); }
-  std::optional<Bytes> getFeature(std::uint8_t) override { return std::nullopt; }
-  bool setFeature(std::span<const std::uint8_t>) override { return false; }
-
- private:
-  std::shared_ptr<PadModel> m_usbPad = virtualpads::makePad(PadKind::Usb);
-};
-
 }  // namespace
 
 const std::array<TestPad, 4> kTestPads{{
@@ -86,17 +70,15 @@ const std::array<TestPad, 4> kTestPads{{
     {"Vision", 3, PadKind::Vision, visionReport, visionSample},
 }};
 
-std::ostream& operator<<(std::ostream& out, const Sample& sample) {
-  return out << "(" << sample.x << ", " << sample.y << ", pressure " << sample.pressure
-             << ", touch " << sample.touch << ", number " << sample.sequence << ")";
-}
-
 void unplugAt(KernelPad& pad, Request request) {
-  pad.fail(request.call, request.reportId, {FeatureFault::Kind::Unplug});
+  pad.fail(request.call, request.reportId, FeatureFault::Unplug);
 }
 
 std::shared_ptr<PadModel> makeOtherPad() {
-  return std::make_shared<OtherPad>();
+  virtualpads::PadDescription description = virtualpads::makePad(PadKind::Usb)->description();
+  description.product = 0x43;
+  description.name = "Other";
+  return std::make_shared<support::ScriptedPad>(description);
 }
 
 std::vector<Face> faces() {

@@ -7,23 +7,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/Sample.h"
 #include "virtualpads/kernel/KernelPad.h"
 
-// A pen sample as the SDK's callback gets it, without its time.
-struct Sample {
-  int x;
-  int y;
-  int pressure;
-  int touch;
-  unsigned sequence;
-  bool operator==(const Sample&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Sample& sample);
+using support::Sample;
 
 struct TestPad {
   const char* name;

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "../sdk/support/Patience.h"
 #include "Client.h"
 #include "Program.h"
 #include "TestPads.h"
+#include "tests/support/Patience.h"
 
 namespace {
 

@@ -73,7 +73,7 @@ class Node {
   FileDescriptor m_file;
 };
 
-TEST(Replay, SendsTheReportsToWhoeverOpensThePad) {
+TEST(ReplayTest, SendsTheReportsToWhoeverOpensThePad) {
   std::ofstream("replay.hid") << "R: 1 06\nN: Vela II\nI: 3 04df 001f\n"
                                  "E: 000000.000000 11 01 21 00 40 00 20 40 00 00 00 00\n"
                                  "E: 000000.005000 11 01 21 01 40 02 20 41 05 00 00 00\n"
@@ -98,7 +98,7 @@ ProgramOptions replayOnUsb() {
   return {.arguments = {"ii", "--usb", "--replay", "usb.hid"}};
 }
 
-TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
+TEST(ReplayTest, IsThatOfAUsbDeviceOnDemand) {
   Program program(VELA_VIRTUAL_PAD, replayOnUsb());
   if (!virtualpads::vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const std::string path = nodeOf(program, "Vela II");
@@ -116,7 +116,7 @@ TEST(Replay, IsThatOfAUsbDeviceOnDemand) {
 
 // Only in a guest, where no other devices need the module. modprobe gets it by its configuration,
 // for there is no tree of modules, unless the host has the same kernel.
-TEST(Module, IsLoadedWhereModprobeFindsIt) {
+TEST(ModuleTest, IsLoadedWhereModprobeFindsIt) {
   const char* const modules = std::getenv("GUEST_MODULES");
   if (modules == nullptr || !virtualpads::vhciIsThere())
     GTEST_SKIP() << "this is not a guest with vhci-hcd";
@@ -140,7 +140,7 @@ TEST(Module, IsLoadedWhereModprobeFindsIt) {
   EXPECT_TRUE(virtualpads::vhciIsThere());
 }
 
-TEST(Replay, WarnsOfReportsThatNobodyCouldGet) {
+TEST(ReplayTest, WarnsOfReportsThatNobodyCouldGet) {
   std::ofstream("lost.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n"
                                "E: 000000.000000 6 20 4e 02 27 01 40\n"
                                "E: 000002.000000 6 00 4e 02 27 01 00\n";
@@ -151,7 +151,7 @@ TEST(Replay, WarnsOfReportsThatNobodyCouldGet) {
 }
 
 // The program belongs to another user and is in a home directory that its user may not enter.
-TEST(Permission, IsMissedInOneClearLine) {
+TEST(PermissionTest, IsMissedInOneClearLine) {
   char home[] = "/tmp/home-XXXXXX";
   ASSERT_NE(mkdtemp(home), nullptr);
   const std::string path = std::string(home) + "/vela-virtual-pad";
@@ -167,7 +167,7 @@ TEST(Permission, IsMissedInOneClearLine) {
   std::filesystem::remove_all(home);
 }
 
-TEST(Permission, IsMissedForAUsbDeviceInOneClearLine) {
+TEST(PermissionTest, IsMissedForAUsbDeviceInOneClearLine) {
   if (!virtualpads::vhciIsThere()) GTEST_SKIP() << "this kernel has no vhci-hcd";
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--usb"},
                                      .environment = {"QT_QPA_PLATFORM=offscreen"},
@@ -178,7 +178,7 @@ TEST(Permission, IsMissedForAUsbDeviceInOneClearLine) {
 }
 
 // Five open files are enough for the pad, but leave none for the events about its node.
-TEST(Replay, ReportsThatTheNodeCannotBeFound) {
+TEST(ReplayTest, ReportsThatTheNodeCannotBeFound) {
   std::ofstream("unfound.hid") << "R: 1 06\nN: Vela USB\nI: 3 04df 0012\n";
   Program program("/usr/bin/prlimit", {.arguments = {"--nofile=5", VELA_VIRTUAL_PAD, "usb",
                                                      "--replay", "unfound.hid"}});
@@ -188,7 +188,7 @@ TEST(Replay, ReportsThatTheNodeCannotBeFound) {
   EXPECT_EQ(program.wait(), 1);
 }
 
-TEST(Record, ReportsAFileThatCannotBeWritten) {
+TEST(RecordTest, ReportsAFileThatCannotBeWritten) {
   Program program(VELA_VIRTUAL_PAD, {.arguments = {"ink", "--record", "/missing/file"},
                                      .environment = {"QT_QPA_PLATFORM=offscreen"}});
   program.waitForLine("vela-virtual-pad: /missing/file: No such file or directory");
@@ -231,7 +231,7 @@ QRect findLcd(const QImage& picture) {
   return lcd;
 }
 
-TEST(Window, TakesThePenAndShowsWhatAProgramPutOnThePad) {
+TEST(WindowTest, TakesThePenAndShowsWhatAProgramPutOnThePad) {
   Desktop desktop;
   Program program(VELA_VIRTUAL_PAD,
                   {.arguments = {"ink", "--record", "drawn.hid"},

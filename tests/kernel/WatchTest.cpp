@@ -25,7 +25,7 @@ void waitForEnd(const Program& program, const std::string& end) {
   program.waitForLine([&](const std::string& line) { return line.ends_with(end); });
 }
 
-TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
+TEST(WatchTest, ReportsEachPadThatComesOrGoesUntilCtrlC) {
   Program program(VELA_PADINFO, {.arguments = {"--watch"}});
   program.waitForLine("vela-padinfo: no pad is attached");  // the list of what is there has ended
   const auto usb = plugged(PadKind::Usb);
@@ -55,7 +55,7 @@ TEST(Watch, ReportsEachPadThatComesOrGoesUntilCtrlC) {
   EXPECT_EQ(program.wait(), 0);
 }
 
-TEST(List, IsTheSameForAUsbDevice) {
+TEST(ListTest, IsTheSameForAUsbDevice) {
   if (faces().size() == 1) GTEST_SKIP() << "this kernel has no vhci-hcd";
   const auto pad = plugged(PadKind::Ink, Face::Usb);
   Program program(VELA_PADINFO);
@@ -67,7 +67,7 @@ TEST(List, IsTheSameForAUsbDevice) {
                           "  surface   3.11 x 2.28 inches"));
 }
 
-TEST(Watch, ReportsThePadsOfOneNameOnly) {
+TEST(WatchTest, ReportsThePadsOfOneNameOnly) {
   const auto usb = plugged(PadKind::Usb);
   Program program(VELA_PADINFO, {.arguments = {"--watch", "--pad", "Vela II"}});
   program.waitForLine("vela-padinfo: no Vela II is attached");
@@ -78,13 +78,13 @@ TEST(Watch, ReportsThePadsOfOneNameOnly) {
   EXPECT_EQ(program.lineCount(), 2U);
 }
 
-TEST(Watch, NamesANodeInTheListThatMayNotBeOpened) {
+TEST(WatchTest, NamesANodeInTheListThatMayNotBeOpened) {
   const auto usb = plugged(PadKind::Usb);
   Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
   waitForEnd(program, "Vela USB present at " + usb->waitForNode() + ", no permission to open it");
 }
 
-TEST(Watch, NamesANewNodeThatMayNotBeOpened) {
+TEST(WatchTest, NamesANewNodeThatMayNotBeOpened) {
   Program program(VELA_PADINFO, {.arguments = {"--watch"}, .unprivileged = true});
   program.waitForLine("vela-padinfo: no pad is attached");  // the list of what is there has ended
   const auto ink = plugged(PadKind::Ink);

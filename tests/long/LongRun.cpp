@@ -14,10 +14,10 @@
 
 #include "giivela.h"
 #include "sdk/support/AllocationCount.h"
-#include "sdk/support/Patience.h"
 #include "sdk/support/ProcessState.h"
-#include "sdk/support/Reports.h"
+#include "support/Reports.h"
 #include "support/PadTable.h"
+#include "support/Patience.h"
 #include "virtualpads/PadModel.h"
 #include "virtualpads/Wire.h"
 #include "virtualpads/hidapi/VirtualBus.h"

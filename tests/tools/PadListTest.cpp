@@ -22,8 +22,8 @@ TEST(PadListTest, HasTheProvidersInTheirOrder) {
 TEST(PadListTest, HasTheModelsInTheirOrder) {
   for (std::size_t row = 0; row < std::size(kPadList); ++row) {
     const auto pad = virtualpads::makePad(virtualpads::PadKind(row));
-    EXPECT_EQ(kPadList[row].product, pad->identity().product);
-    EXPECT_EQ(kPadList[row].name, pad->identity().name);
+    EXPECT_EQ(kPadList[row].product, pad->description().product);
+    EXPECT_EQ(kPadList[row].name, pad->description().name);
   }
 }
 

@@ -60,14 +60,14 @@ TEST_F(ReplayTest, OfNothingSendsNothing) {
 }
 
 TEST(RecordingOfTest, ThePadIsTaken) {
-  EXPECT_NO_THROW(requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recordingOf(0x04DF, 0x30)));
+  EXPECT_NO_THROW(requireRecordingOf({.product = 0x30}, recordingOf(0x04DF, 0x30)));
 }
 
 TEST(RecordingOfTest, AnotherDeviceIsRefused) {
   for (const Recording& recording : {recordingOf(0x04DF, 0x12), recordingOf(0x04DE, 0x30)})
-    EXPECT_THROW(requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recording), OtherPadError);
+    EXPECT_THROW(requireRecordingOf({.product = 0x30}, recording), OtherPadError);
   try {
-    requireRecordingOf({0x04DF, 0x30, "Vela Ink"}, recordingOf(0x04DF, 0x12));
+    requireRecordingOf({.product = 0x30}, recordingOf(0x04DF, 0x12));
     FAIL() << "it was accepted";
   } catch (const OtherPadError& error) {
     EXPECT_STREQ(error.what(), "recorded from another device, 04df:0012");

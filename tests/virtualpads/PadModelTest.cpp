@@ -25,11 +25,11 @@ class PadDescriptionTest : public testing::TestWithParam<Described> {};
 
 TEST_P(PadDescriptionTest, IsThatOfTheDataSheet) {
   const auto pad = makePad(GetParam().kind);
-  EXPECT_EQ(pad->identity().vendor, 1247);
-  EXPECT_EQ(pad->identity().product, GetParam().product);
-  EXPECT_EQ(pad->identity().name, GetParam().name);
-  EXPECT_EQ(pad->widthInches(), GetParam().widthInches);
-  EXPECT_EQ(pad->heightInches(), GetParam().heightInches);
+  EXPECT_EQ(pad->description().vendor, 1247);
+  EXPECT_EQ(pad->description().product, GetParam().product);
+  EXPECT_EQ(pad->description().name, GetParam().name);
+  EXPECT_EQ(pad->description().widthInches, GetParam().widthInches);
+  EXPECT_EQ(pad->description().heightInches, GetParam().heightInches);
   // A collection for a vendor's application, of bytes from 0 to 255.
   Bytes descriptor{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01,
                    0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08};

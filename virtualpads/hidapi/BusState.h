@@ -21,7 +21,6 @@ namespace virtualpads {
 // A pad in its port. It is kept after the unplug, for the handles that are still open on it.
 struct PortState {
   std::shared_ptr<PadModel> model;
-  PadModel::Identity identity;
   int interfaces = 1;
   bool plugged = true;
   bool accessible = true;

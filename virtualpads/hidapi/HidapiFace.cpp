@@ -20,6 +20,7 @@ using virtualpads::Bytes;
 using virtualpads::ErrorText;
 using virtualpads::FaceAccess;
 using virtualpads::HidCall;
+using virtualpads::PadDescription;
 using virtualpads::PadModel;
 using virtualpads::PortState;
 
@@ -78,8 +79,6 @@ struct Call {
     return bus.changed.wait_until(lock, std::chrono::steady_clock::now() + timeout, over);
   }
 
-  void holdBackIfLate() { bus.holdBackLateCall(lock, begun); }
-
   int end(int result) {
     bus.end(begun, result);
     return result;
@@ -112,7 +111,7 @@ int exchange(HidCall kind, OldText oldText, hid_device* dev, std::size_t length,
   const int result = call.begun.returns
                          ? *call.begun.returns
                          : call.begun.limited(work(call, *handle, call.begun.limited(argument)));
-  call.holdBackIfLate();
+  call.bus.holdBackLateCall(call.lock, call.begun);
   if (result < 0 || oldText == OldText::FreedAtEnd) freeErrorText(call.bus, error);
   if (result < 0) error.exists = true;
   --error.callsInFlight;
@@ -143,29 +142,29 @@ wchar_t* wideCopy(const std::string& text) {
   return copy;
 }
 
-hid_device_info* enumerationEntry(const PadModel::Identity& identity, int port, int index) {
+hid_device_info* enumerationEntry(const PadDescription& pad, int port, int index) {
   auto* entry = static_cast<hid_device_info*>(std::calloc(1, sizeof(hid_device_info)));
   const std::string path = "virtual:" + std::to_string(port) + "." + std::to_string(index);
   entry->path = strdup(path.c_str());
-  entry->vendor_id = identity.vendor;
-  entry->product_id = identity.product;
-  entry->product_string = wideCopy(identity.name);
+  entry->vendor_id = pad.vendor;
+  entry->product_id = pad.product;
+  entry->product_string = wideCopy(pad.name);
   entry->interface_number = index;
   return entry;
 }
 
-bool matches(const PadModel::Identity& identity, unsigned short vendor, unsigned short product) {
-  return (vendor == 0 || vendor == identity.vendor) &&
-         (product == 0 || product == identity.product);
+bool matches(const PadDescription& pad, unsigned short vendor, unsigned short product) {
+  return (vendor == 0 || vendor == pad.vendor) && (product == 0 || product == pad.product);
 }
 
 // The first pad, in the order of plugging, that shows a node and has exactly these ids.
 std::shared_ptr<PortState> firstMatch(const FaceAccess::State& bus, unsigned short vendor,
                                       unsigned short product) {
-  for (const auto& [number, port] : bus.ports)
-    if (port->plugged && port->interfaces > 0 && port->identity.vendor == vendor &&
-        port->identity.product == product)
+  for (const auto& [number, port] : bus.ports) {
+    const PadDescription& pad = port->model->description();
+    if (port->plugged && port->interfaces > 0 && pad.vendor == vendor && pad.product == product)
       return port;
+  }
   return nullptr;
 }
 
@@ -176,14 +175,12 @@ extern "C" {
 int hid_init() {
   Call call(HidCall::Init, 0);
   call.unplugAllIfTold();
-  call.holdBackIfLate();
   return call.end(call.begun.returns.value_or(0));
 }
 
 int hid_exit() {
   Call call(HidCall::Exit, 0);
   call.unplugAllIfTold();
-  call.holdBackIfLate();
   return call.end(call.begun.returns.value_or(0));
 }
 
@@ -194,16 +191,15 @@ hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_
   hid_device_info** end = &first;
   int entries = 0;
   for (const auto& [number, port] : call.bus.ports) {
-    if (call.begun.returns || !port->plugged || !matches(port->identity, vendor_id, product_id))
-      continue;
+    const PadDescription& pad = port->model->description();
+    if (call.begun.returns || !port->plugged || !matches(pad, vendor_id, product_id)) continue;
     for (int index = 0; index < port->interfaces && entries < call.begun.limited(entries + 1);
          ++index) {
-      *end = enumerationEntry(port->identity, number, index);
+      *end = enumerationEntry(pad, number, index);
       end = &(*end)->next;
       ++entries;
     }
   }
-  call.holdBackIfLate();
   call.end(entries);
   return first;
 }
@@ -218,7 +214,6 @@ void hid_free_enumeration(hid_device_info* devs) {
     std::free(devs);
     devs = next;
   }
-  call.holdBackIfLate();
   call.end(0);
 }
 
@@ -238,7 +233,6 @@ hid_device* hid_open(unsigned short vendor_id, unsigned short product_id,
     call.bus.handles[opened] = std::move(handle);
   }
   call.bus.changed.notify_all();
-  call.holdBackIfLate();
   call.end(opened ? 1 : 0);
   return opened;
 }
@@ -256,7 +250,6 @@ void hid_close(hid_device* dev) {
     call.bus.discardUnread(*handle);
     std::erase(handle->port->open, dev);
     call.bus.changed.notify_all();
-    call.holdBackIfLate();
   }
   call.end(0);
 }
@@ -266,7 +259,6 @@ int hid_set_nonblocking(hid_device* dev, int nonblock) {
   const std::shared_ptr<hid_device_> handle = openHandle(call.bus, dev);
   if (!handle) return call.end(kFailed);
   if (call.begun.unplug) call.bus.unplug(*handle->port);
-  call.holdBackIfLate();
   return call.end(call.begun.returns.value_or(0));
 }
 

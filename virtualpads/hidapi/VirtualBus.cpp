@@ -143,7 +143,6 @@ void VirtualBus::reset() {
 VirtualBus::Port VirtualBus::plug(std::shared_ptr<PadModel> pad, int interfaces) {
   if (!pad || interfaces < 0) throw std::invalid_argument("VirtualBus::plug");
   auto state = std::make_shared<PortState>();
-  state->identity = pad->identity();
   state->model = std::move(pad);
   state->interfaces = interfaces;
   std::lock_guard lock(m_state->mutex);
@@ -216,12 +215,6 @@ void VirtualBus::fail(HidCall call, Fault fault, int nth, int times) {
   const long first = m_state->ordinals[indexOf(call)] + nth;
   const long last = times == kAlways ? std::numeric_limits<long>::max() : first + times - 1;
   m_state->faults.push_back({call, fault, first, last});
-}
-
-void VirtualBus::clearFaults() {
-  std::lock_guard lock(m_state->mutex);
-  m_state->releaseLateCalls();
-  m_state->faults.clear();
 }
 
 void VirtualBus::releaseLateCalls() {

@@ -56,7 +56,8 @@ struct Fault {
     // Does its work but delivers at most `value` bytes (Enumerate: entries) and returns that
     // number. No effect on calls that do not count.
     Short,
-    // Does its work, but does not return before VirtualBus::releaseLateCalls().
+    // Does its work, but does not return before VirtualBus::releaseLateCalls(). No effect on calls
+    // that exchange no report.
     Late,
     // The pad is unplugged during the call, which fails accordingly. A call without a pad (Init,
     // Exit, Enumerate, FreeEnumeration) unplugs all pads.
@@ -114,9 +115,7 @@ class VirtualBus {
   // a call, the last one counts. Throws std::invalid_argument for nth or times below 1 and for a
   // Short fault with a negative value.
   void fail(HidCall call, Fault fault, int nth = 1, int times = 1);
-  void clearFaults();
-  // Lets the calls that a Late fault holds back return, and forgets the Late faults. clearFaults
-  // and reset do the same.
+  // Lets the calls that a Late fault holds back return, and forgets the Late faults, as reset does.
   void releaseLateCalls();
 
   // The log, which grows until it is cleared. It includes reads that time out. A call that has not

@@ -118,19 +118,14 @@ void KernelPad::withModel(const std::function<void(PadModel&)>& look) {
   look(*m_model);
 }
 
-void KernelPad::fail(FeatureCall call, std::uint8_t reportId, FeatureFault fault, int times) {
+void KernelPad::fail(FeatureCall call, std::uint8_t reportId, FeatureFault fault) {
   std::lock_guard lock(m_mutex);
-  m_faults[{call, reportId}] = {fault, times};
-}
-
-void KernelPad::clearFaults() {
-  std::lock_guard lock(m_mutex);
-  m_faults.clear();
+  m_faults[{call, reportId}] = fault;
 }
 
 void KernelPad::releaseLateAnswers() {
   std::lock_guard lock(m_mutex);
-  for (const auto& [requestId, send] : m_lateAnswers) send();
+  for (const auto& send : m_lateAnswers) send();
   m_lateAnswers.clear();
 }
 
@@ -196,42 +191,24 @@ void KernelPad::wakeEventThread() const {
 
 void KernelPad::takeFeatureRequest(FeatureCall call, std::uint32_t requestId, std::uint8_t reportId,
                                    const Bytes& bytes) {
-  const std::optional<FeatureFault> fault = takeFault(call, reportId);
-  const auto meets = [&](FeatureFault::Kind kind) { return fault && fault->kind == kind; };
-  if (meets(FeatureFault::Kind::Unplug)) {
+  const auto planned = m_faults.extract({call, reportId});
+  const auto meets = [&](FeatureFault fault) { return planned && planned.mapped() == fault; };
+  if (meets(FeatureFault::Unplug)) {
     log({call, bytes, false});
     breakConnection();
     return;
   }
   std::optional<Bytes> reply;
-  if (!meets(FeatureFault::Kind::Refuse) && !meets(FeatureFault::Kind::Babble)) {
-    if (call == FeatureCall::Get)
-      reply = m_model->getFeature(reportId);
-    else if (m_model->setFeature(bytes))
-      reply.emplace();
-  }
-  if (reply && meets(FeatureFault::Kind::Short))
-    reply->resize(std::min(reply->size(), fault->bytes));
+  if (call == FeatureCall::Get)
+    reply = m_model->getFeature(reportId);
+  else if (m_model->setFeature(bytes))
+    reply.emplace();
   log({call, bytes, reply.has_value()});
-  const auto send = [=, this, babble = meets(FeatureFault::Kind::Babble)] {
-    answer(call, requestId, reply, babble);
-  };
-  if (meets(FeatureFault::Kind::Late))
-    m_lateAnswers[requestId] = send;
+  const auto send = [=, this] { answer(call, requestId, reply); };
+  if (meets(FeatureFault::Late))
+    m_lateAnswers.emplace_back(send);
   else
     send();
-}
-
-void KernelPad::forgetLateAnswer(std::uint32_t requestId) {
-  m_lateAnswers.erase(requestId);
-}
-
-std::optional<FeatureFault> KernelPad::takeFault(FeatureCall call, std::uint8_t reportId) {
-  const auto planned = m_faults.find({call, reportId});
-  if (planned == m_faults.end()) return std::nullopt;
-  const FeatureFault fault = planned->second.fault;
-  if (planned->second.times != kAlways && --planned->second.times == 0) m_faults.erase(planned);
-  return fault;
 }
 
 void KernelPad::log(FeatureRequest request) {

@@ -37,24 +37,17 @@ struct FeatureRequest {
   bool operator==(const FeatureRequest&) const = default;
 };
 
-// What happens to a feature request instead of its plain answer.
-struct FeatureFault {
-  enum class Kind {
-    Refuse,  // the request fails without reaching the model; on the USB wire, it stalls
-    Short,   // a get delivers only the first `bytes` bytes; no effect on a set
-    Late,  // the answer is held back until releaseLateAnswers (the kernel itself waits 5 s at most)
-    Unplug,  // the pad is unplugged while the program waits for the answer
-    Babble,  // the pad sends more bytes than the host has asked for; without a USB wire, as Refuse
-  };
-  Kind kind;
-  std::size_t bytes = 0;
+// What happens to a feature request instead of its plain answer. A model that refuses a request, or
+// answers with another length, needs no fault.
+enum class FeatureFault {
+  Late,    // the answer is held back until releaseLateAnswers (the kernel itself waits 5 s at most)
+  Unplug,  // the pad is unplugged while the program waits for the answer
 };
 
 class KernelPad {
  public:
   // The log keeps this many requests and forgets the oldest ones beyond it.
   static constexpr std::size_t kLoggedRequests = 10000;
-  static constexpr int kAlways = -1;
 
   // Unplugs.
   virtual ~KernelPad() = default;
@@ -96,10 +89,8 @@ class KernelPad {
   // Calls `look` with the model while no request can touch it.
   void withModel(const std::function<void(PadModel&)>& look);
 
-  // The next `times` requests of that kind for that report (kAlways: all of them) meet the fault. A
-  // new fault for the same kind and report replaces the old one.
-  void fail(FeatureCall call, std::uint8_t reportId, FeatureFault fault, int times = 1);
-  void clearFaults();
+  // The next request of that kind for that report meets the fault.
+  void fail(FeatureCall call, std::uint8_t reportId, FeatureFault fault);
   // Sends the answers that Late faults hold back.
   void releaseLateAnswers();
 
@@ -133,8 +124,8 @@ class KernelPad {
   virtual std::function<void()> readEvent() = 0;
   // Sends the answer to a feature request: the report that was got (empty for a set), or nothing
   // when it is refused.
-  virtual void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
-                      bool babble) = 0;
+  virtual void answer(FeatureCall call, std::uint32_t requestId,
+                      const std::optional<Bytes>& reply) = 0;
   // The time at which the event thread shall call `onTime`, if any. A change outside that thread
   // needs a wakeEventThread.
   virtual std::optional<Clock::time_point> nextTime() const { return std::nullopt; }
@@ -150,8 +141,6 @@ class KernelPad {
   void setOpen(bool open);
   void takeFeatureRequest(FeatureCall call, std::uint32_t requestId, std::uint8_t reportId,
                           const Bytes& bytes);
-  // The kernel no longer waits for that answer.
-  void forgetLateAnswer(std::uint32_t requestId);
   // The pad is unplugged from now on.
   void breakConnection();
   // The kernel has nothing more to say.
@@ -161,15 +150,9 @@ class KernelPad {
   mutable std::mutex m_mutex;  // guards the model and all other fields but the three at the top
 
  private:
-  struct PlannedFault {
-    FeatureFault fault;
-    int times;
-  };
-
   void takeAway();
   bool waitFor(std::chrono::milliseconds limit, const std::function<bool()>& condition) const;
   void eventLoop();
-  std::optional<FeatureFault> takeFault(FeatureCall call, std::uint8_t reportId);
   void log(FeatureRequest request);
 
   std::chrono::milliseconds m_startLimit = std::chrono::seconds(15);
@@ -185,8 +168,8 @@ class KernelPad {
   bool m_started = false;
   bool m_ending = false;  // the event thread shall end
   bool m_open = false;
-  std::map<std::pair<FeatureCall, std::uint8_t>, PlannedFault> m_faults;
-  std::map<std::uint32_t, std::function<void()>> m_lateAnswers;  // by request
+  std::map<std::pair<FeatureCall, std::uint8_t>, FeatureFault> m_faults;
+  std::vector<std::function<void()>> m_lateAnswers;
   std::deque<FeatureRequest> m_requests;
 };
 

@@ -31,19 +31,19 @@ void copyText(std::uint8_t* field, std::size_t size, const std::string& text) {
 }
 
 uhid_event createEvent(const PadModel& model, const std::string& physicalPath) {
-  const PadModel::Identity identity = model.identity();
-  const auto descriptor = model.reportDescriptor();
+  const PadDescription& pad = model.description();
+  const Bytes& descriptor = model.reportDescriptor();
   uhid_event event{};
   if (descriptor.size() > sizeof event.u.create2.rd_data) {
     throw std::system_error(std::make_error_code(std::errc::message_size),
                             "the pad's report descriptor");
   }
   event.type = UHID_CREATE2;
-  copyText(event.u.create2.name, sizeof event.u.create2.name, identity.name);
+  copyText(event.u.create2.name, sizeof event.u.create2.name, pad.name);
   copyText(event.u.create2.phys, sizeof event.u.create2.phys, physicalPath);
   event.u.create2.bus = kBusUsb;
-  event.u.create2.vendor = identity.vendor;
-  event.u.create2.product = identity.product;
+  event.u.create2.vendor = pad.vendor;
+  event.u.create2.product = pad.product;
   event.u.create2.version = kDeviceVersion;
   event.u.create2.rd_size = static_cast<std::uint16_t>(descriptor.size());
   std::copy(descriptor.begin(), descriptor.end(), event.u.create2.rd_data);
@@ -139,7 +139,7 @@ void UhidPad::handle(const uhid_event& event) {
       if (request.rtype == UHID_FEATURE_REPORT)
         takeFeatureRequest(FeatureCall::Get, request.id, request.rnum, {request.rnum});
       else
-        answer(FeatureCall::Get, request.id, std::nullopt, false);
+        answer(FeatureCall::Get, request.id, std::nullopt);
       break;
     }
     case UHID_SET_REPORT: {
@@ -148,7 +148,7 @@ void UhidPad::handle(const uhid_event& event) {
         takeFeatureRequest(FeatureCall::Set, request.id, request.rnum,
                            {request.data, request.data + request.size});
       } else {
-        answer(FeatureCall::Set, request.id, std::nullopt, false);
+        answer(FeatureCall::Set, request.id, std::nullopt);
       }
       break;
     }
@@ -157,8 +157,7 @@ void UhidPad::handle(const uhid_event& event) {
   }
 }
 
-void UhidPad::answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
-                     bool /*babble*/) {
+void UhidPad::answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply) {
   write(device(), call == FeatureCall::Get ? getAnswer(requestId, reply)
                                            : setAnswer(requestId, reply.has_value()));
 }

@@ -33,8 +33,8 @@ class UhidPad : public KernelPad {
   void disconnect() override;
   bool sendReport(const Bytes& report) override;
   std::function<void()> readEvent() override;
-  void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
-              bool babble) override;
+  void answer(FeatureCall call, std::uint32_t requestId,
+              const std::optional<Bytes>& reply) override;
   void handle(const uhid_event& event);
 
   const std::function<FileDescriptor()> m_openDevice;

@@ -31,7 +31,8 @@ constexpr std::uint8_t high(std::size_t word) {
 }  // namespace
 
 Bytes deviceDescriptor(const PadModel& pad) {
-  const auto [vendor, product, name] = pad.identity();
+  const std::uint16_t vendor = pad.description().vendor;
+  const std::uint16_t product = pad.description().product;
   return {
       USB_DT_DEVICE_SIZE,  // bLength
       USB_DT_DEVICE,       // bDescriptorType
@@ -109,7 +110,7 @@ Bytes hidDescriptor(const PadModel& pad) {
 std::optional<Bytes> stringDescriptor(const PadModel& pad, std::uint8_t index) {
   if (index == kLanguages) return Bytes{4, USB_DT_STRING, low(kEnglish), high(kEnglish)};
   if (index != kProductName) return std::nullopt;
-  const std::string name = pad.identity().name.substr(0, USB_MAX_STRING_LEN);
+  const std::string name = pad.description().name.substr(0, USB_MAX_STRING_LEN);
   Bytes bytes = {low(2 + 2 * name.size()), USB_DT_STRING};
   for (const char character : name)  // plain ASCII, in UTF-16LE
     bytes.insert(bytes.end(), {static_cast<std::uint8_t>(character), 0});

@@ -100,10 +100,8 @@ std::optional<Bytes> UsbDevice::descriptor(const SetupPacket& setup) const {
       return stringDescriptor(m_pad, low(setup.value));
     case HID_DT_HID:
       return hidDescriptor(m_pad);
-    case HID_DT_REPORT: {
-      const auto bytes = m_pad.reportDescriptor();
-      return Bytes{bytes.begin(), bytes.end()};
-    }
+    case HID_DT_REPORT:
+      return m_pad.reportDescriptor();
     default:
       return kStall;
   }

@@ -32,11 +32,6 @@ VhciPad::~VhciPad() {
   unplug();
 }
 
-std::string VhciPad::port() const {
-  std::lock_guard lock(m_mutex);
-  return m_port.name;
-}
-
 KernelPad::Connection VhciPad::connect() {
   m_port = m_openPort();
   m_device.emplace(model(), m_interval);
@@ -103,7 +98,6 @@ void VhciPad::unlink(const UsbipCommand& command) {
     setOpen(false);
     status = kUnlinked;
   } else if (m_controls.erase(command.unlinked) > 0) {
-    forgetLateAnswer(command.unlinked);
     status = kUnlinked;
   }
   returnUnlink(device(), command.sequence, status);
@@ -114,10 +108,10 @@ void VhciPad::control(const UsbipCommand& command) {
   const auto request = reportRequest(command.setup);
   if (!request) {
     const bool wasConfigured = m_device->configured();
-    returnControl(command.sequence, m_device->control(command.setup), false);
+    returnControl(command.sequence, m_device->control(command.setup));
     if (m_device->configured() && !wasConfigured) setStarted();
   } else if (request->type != ReportRequest::Type::Feature) {
-    returnControl(command.sequence, std::nullopt, false);
+    returnControl(command.sequence, std::nullopt);
   } else if (request->direction == ReportRequest::Direction::Get) {
     takeFeatureRequest(FeatureCall::Get, command.sequence, request->reportId, {request->reportId});
   } else {
@@ -126,19 +120,16 @@ void VhciPad::control(const UsbipCommand& command) {
 }
 
 void VhciPad::answer(FeatureCall /*call*/, std::uint32_t requestId,
-                     const std::optional<Bytes>& reply, bool babble) {
-  returnControl(requestId, reply, babble);
+                     const std::optional<Bytes>& reply) {
+  returnControl(requestId, reply);
 }
 
-void VhciPad::returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply,
-                            bool babble) {
+// Nothing for a transfer that the host has taken back.
+void VhciPad::returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply) {
   const auto found = m_controls.extract(sequence);
   if (found.empty()) return;
   const UsbipCommand& command = found.mapped();
-  if (babble) {
-    returnSubmit(device(), sequence, kBabble, command.in ? command.length : 0,
-                 Bytes(command.in ? command.length : 0));
-  } else if (!reply) {
+  if (!reply) {
     returnSubmit(device(), sequence, kStall, 0);
   } else if (command.in) {
     Bytes data = *reply;

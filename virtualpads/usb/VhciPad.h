@@ -13,7 +13,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <string>
 #include <thread>
 
 #include "virtualpads/kernel/KernelPad.h"
@@ -38,9 +37,6 @@ class VhciPad : public KernelPad {
                    std::function<UsbPort()> openPort = openVhciPort);
   ~VhciPad() override;
 
-  // Where the pad is plugged, such as "usb-vhci_hcd.0-1".
-  std::string port() const;
-
  private:
   struct Transfer {
     std::uint32_t sequence;
@@ -52,8 +48,8 @@ class VhciPad : public KernelPad {
   void waitUntilGone() override;
   bool sendReport(const Bytes& report) override;
   std::function<void()> readEvent() override;
-  void answer(FeatureCall call, std::uint32_t requestId, const std::optional<Bytes>& reply,
-              bool babble) override;
+  void answer(FeatureCall call, std::uint32_t requestId,
+              const std::optional<Bytes>& reply) override;
   std::optional<Clock::time_point> nextTime() const override;
   void onTime() override;
 
@@ -61,7 +57,7 @@ class VhciPad : public KernelPad {
   void submit(const UsbipCommand& command);
   void unlink(const UsbipCommand& command);
   void control(const UsbipCommand& command);
-  void returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply, bool babble);
+  void returnControl(std::uint32_t sequence, const std::optional<Bytes>& reply);
   void returnNoResponse(std::uint32_t sequence) const;
   void pollEndpoint();
 

@@ -168,7 +168,7 @@ std::size_t sizeOfReports(virtualpads::PadModel& model) {
 Pad::Pad(virtualpads::PadKind kind, const Faults& faultsOfRun)
     : faults(faultsOfRun),
       model(virtualpads::makePad(kind)),
-      product(model->identity().product),
+      product(model->description().product),
       reportSize(sizeOfReports(*model)) {}
 
 void Pad::send(int index, const Bytes& report) {

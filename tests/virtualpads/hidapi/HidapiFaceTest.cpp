@@ -16,12 +16,12 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using HidapiFace = BusTest;
+using HidapiFaceTest = BusTest;
 
 // Tests that want other pads.
-class EmptyBus : public BusTest {
+class EmptyBusTest : public BusTest {
  protected:
-  EmptyBus() {
+  EmptyBusTest() {
     close();
     bus.reset();
   }
@@ -46,14 +46,14 @@ std::vector<Entry> enumerated(unsigned short vendor, unsigned short product) {
   return entries;
 }
 
-TEST_F(EmptyBus, InitialisesAndShutsDownAndEnumeratesNothing) {
+TEST_F(EmptyBusTest, InitialisesAndShutsDownAndEnumeratesNothing) {
   EXPECT_EQ(hid_init(), 0);
   EXPECT_EQ(hid_enumerate(0, 0), nullptr);
   hid_free_enumeration(nullptr);
   EXPECT_EQ(hid_exit(), 0);
 }
 
-TEST_F(EmptyBus, EnumeratesThePadsInTheOrderOfPluggingWithEachInterface) {
+TEST_F(EmptyBusTest, EnumeratesThePadsInTheOrderOfPluggingWithEachInterface) {
   bus.plug(makePad(PadKind::Vision));
   bus.plug(makePad(PadKind::Usb), 2);
   bus.plug(makePad(PadKind::Ink), 0);
@@ -72,7 +72,7 @@ TEST_F(EmptyBus, EnumeratesThePadsInTheOrderOfPluggingWithEachInterface) {
   EXPECT_THAT(enumerated(0, 48), IsEmpty());
 }
 
-TEST_F(EmptyBus, GivesEachEntryAPathOfItsOwn) {
+TEST_F(EmptyBusTest, GivesEachEntryAPathOfItsOwn) {
   bus.plug(makePad(PadKind::Usb), 2);
   bus.plug(makePad(PadKind::Usb));
   hid_device_info* const list = hid_enumerate(0, 0);
@@ -81,7 +81,7 @@ TEST_F(EmptyBus, GivesEachEntryAPathOfItsOwn) {
   EXPECT_EQ(paths.size(), 3U);
 }
 
-TEST_F(HidapiFace, OpensOnlyExactIds) {
+TEST_F(HidapiFaceTest, OpensOnlyExactIds) {
   EXPECT_EQ(hid_open(kVendor, kIiPad, nullptr), nullptr);
   EXPECT_EQ(hid_open(kVendor + 1, kVisionPad, nullptr), nullptr);
   EXPECT_EQ(hid_open(0, 0, nullptr), nullptr);
@@ -89,7 +89,7 @@ TEST_F(HidapiFace, OpensOnlyExactIds) {
   EXPECT_EQ(bus.openHandles(port), 1);
 }
 
-TEST_F(EmptyBus, OpensTheFirstPluggedOfEqualPadsThatShowsANode) {
+TEST_F(EmptyBusTest, OpensTheFirstPluggedOfEqualPadsThatShowsANode) {
   const auto unplugged = bus.plug(makePad(PadKind::Usb));
   const auto withoutNode = bus.plug(makePad(PadKind::Usb), 0);
   const auto first = bus.plug(makePad(PadKind::Usb));
@@ -104,7 +104,7 @@ TEST_F(EmptyBus, OpensTheFirstPluggedOfEqualPadsThatShowsANode) {
   EXPECT_EQ(bus.openHandles(second), 0);
 }
 
-TEST_F(HidapiFace, ReadsReportsInTheirOrder) {
+TEST_F(HidapiFaceTest, ReadsReportsInTheirOrder) {
   EXPECT_EQ(hid_set_nonblocking(dev, 0), 0);
   bus.send(port, {1, 2, 3, 4, 5, 6});
   bus.send(port, {7, 8});
@@ -113,27 +113,27 @@ TEST_F(HidapiFace, ReadsReportsInTheirOrder) {
   EXPECT_EQ(read(dev, 0), (ReadResult{0, {}}));
 }
 
-TEST_F(HidapiFace, CutsAReportToTheReadersBufferAndLosesTheRest) {
+TEST_F(HidapiFaceTest, CutsAReportToTheReadersBufferAndLosesTheRest) {
   bus.send(port, {1, 2, 3, 4, 5, 6});
   bus.send(port, {7, 8, 9, 10, 11, 12});
   EXPECT_EQ(read(dev, 0, 2), (ReadResult{2, {1, 2}}));
   EXPECT_EQ(read(dev, 0, 2), (ReadResult{2, {7, 8}}));
 }
 
-TEST_F(HidapiFace, WakesAReadThatWaits) {
+TEST_F(HidapiFaceTest, WakesAReadThatWaits) {
   auto reader = waitingRead();
   EXPECT_EQ(bus.count(HidCall::Read), 0);
   bus.send(port, {1, 2, 3});
   EXPECT_EQ(reader.get(), (ReadResult{3, {1, 2, 3}}));
 }
 
-TEST_F(HidapiFace, ReturnsZeroWhenNothingCameInTime) {
+TEST_F(HidapiFaceTest, ReturnsZeroWhenNothingCameInTime) {
   const auto before = std::chrono::steady_clock::now();
   EXPECT_EQ(read(dev, 20), (ReadResult{0, {}}));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(20));
 }
 
-TEST_F(HidapiFace, KeepsSixtyThreeUnreadReportsAndDropsTheRest) {
+TEST_F(HidapiFaceTest, KeepsSixtyThreeUnreadReportsAndDropsTheRest) {
   for (int i = 0; i < 63; ++i) EXPECT_TRUE(bus.send(port, numbered(i)));
   EXPECT_FALSE(bus.send(port, numbered(63)));
   EXPECT_EQ(read(dev, 0).bytes, numbered(0));
@@ -143,7 +143,7 @@ TEST_F(HidapiFace, KeepsSixtyThreeUnreadReportsAndDropsTheRest) {
   EXPECT_EQ(read(dev, 0).result, 0);
 }
 
-TEST_F(HidapiFace, GivesEachHandleEveryReport) {
+TEST_F(HidapiFaceTest, GivesEachHandleEveryReport) {
   bus.send(port, numbered(1));
   hid_device* const other = hid_open(kVendor, kVisionPad, nullptr);
   bus.send(port, numbered(2));
@@ -154,7 +154,7 @@ TEST_F(HidapiFace, GivesEachHandleEveryReport) {
   hid_close(other);
 }
 
-TEST_F(HidapiFace, FailsReadsAfterAnUnplugWithoutTheUnreadReports) {
+TEST_F(HidapiFaceTest, FailsReadsAfterAnUnplugWithoutTheUnreadReports) {
   auto reader = waitingRead();
   bus.unplug(port);
   EXPECT_EQ(reader.get().result, -1);
@@ -167,7 +167,7 @@ TEST_F(HidapiFace, FailsReadsAfterAnUnplugWithoutTheUnreadReports) {
   EXPECT_EQ(read(dev, kForEver).result, -1);
 }
 
-TEST_F(HidapiFace, DoesNotBringAHandleBackByReplugging) {
+TEST_F(HidapiFaceTest, DoesNotBringAHandleBackByReplugging) {
   bus.unplug(port);
   const auto again = bus.plug(pad);
   EXPECT_EQ(read(dev, kForEver).result, -1);
@@ -178,7 +178,7 @@ TEST_F(HidapiFace, DoesNotBringAHandleBackByReplugging) {
   hid_close(second);
 }
 
-TEST_F(HidapiFace, GetsAFeatureReportCutToTheBuffer) {
+TEST_F(HidapiFaceTest, GetsAFeatureReportCutToTheBuffer) {
   unsigned char buffer[36] = {2};
   std::fill(buffer + 1, buffer + 36, std::uint8_t{0xEE});
   EXPECT_EQ(hid_get_feature_report(dev, buffer, 3), 3);
@@ -188,12 +188,12 @@ TEST_F(HidapiFace, GetsAFeatureReportCutToTheBuffer) {
   EXPECT_EQ(Bytes(buffer + 33, buffer + 36), (Bytes{0x00, 0xEE, 0xEE}));
 }
 
-TEST_F(HidapiFace, SetsAFeatureReport) {
+TEST_F(HidapiFaceTest, SetsAFeatureReport) {
   EXPECT_EQ(setFeature(dev, {4, 1}), 17);
   EXPECT_EQ(pad->mode(), 1);
 }
 
-TEST_F(HidapiFace, FailsFeatureCallsThatThePadOrTheKernelRefuses) {
+TEST_F(HidapiFaceTest, FailsFeatureCallsThatThePadOrTheKernelRefuses) {
   EXPECT_EQ(getFeature(dev, 5), -1);
   EXPECT_EQ(setFeature(dev, {5}), -1);
   EXPECT_EQ(setFeature(dev, {4, 1}, 16), -1);
@@ -203,7 +203,7 @@ TEST_F(HidapiFace, FailsFeatureCallsThatThePadOrTheKernelRefuses) {
   EXPECT_EQ(hid_send_feature_report(dev, nullptr, 17), -1);
 }
 
-TEST_F(HidapiFace, FailsFeatureCallsAfterAnUnplugWithoutAskingThePad) {
+TEST_F(HidapiFaceTest, FailsFeatureCallsAfterAnUnplugWithoutAskingThePad) {
   bus.unplug(port);
   EXPECT_EQ(getFeature(dev, 3), -1);
   EXPECT_EQ(setFeature(dev, {4, 1}), -1);
@@ -211,14 +211,14 @@ TEST_F(HidapiFace, FailsFeatureCallsAfterAnUnplugWithoutAskingThePad) {
   EXPECT_EQ(pad->mode(), 0);
 }
 
-TEST_F(HidapiFace, FailsWritesSinceNoPadHasOutputReports) {
+TEST_F(HidapiFaceTest, FailsWritesSinceNoPadHasOutputReports) {
   const unsigned char report[2] = {0, 1};
   EXPECT_EQ(hid_write(dev, report, 2), -1);
   EXPECT_EQ(hid_write(dev, nullptr, 2), -1);
   EXPECT_EQ(hid_write(dev, report, 0), -1);
 }
 
-TEST_F(EmptyBus, LogsEachCallInTheOrderOfItsBegin) {
+TEST_F(EmptyBusTest, LogsEachCallInTheOrderOfItsBegin) {
   bus.plug(makePad(PadKind::Vision));
   hid_init();
   hid_free_enumeration(hid_enumerate(0, 0));

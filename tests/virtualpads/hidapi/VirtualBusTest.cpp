@@ -14,7 +14,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(BusTest, GivesEachPluggingAPortOfItsOwn) {
+using VirtualBusTest = BusTest;
+
+TEST_F(VirtualBusTest, GivesEachPluggingAPortOfItsOwn) {
   bus.unplug(port);
   const auto second = bus.plug(pad);
   bus.reset();
@@ -24,7 +26,7 @@ TEST_F(BusTest, GivesEachPluggingAPortOfItsOwn) {
   EXPECT_NE(second, third);
 }
 
-TEST_F(BusTest, ThrowsForAMistakeOfTheCaller) {
+TEST_F(VirtualBusTest, ThrowsForAMistakeOfTheCaller) {
   EXPECT_THROW(bus.plug(nullptr), std::invalid_argument);
   EXPECT_THROW(bus.plug(pad, -1), std::invalid_argument);
   bus.reset();
@@ -39,7 +41,7 @@ TEST_F(BusTest, ThrowsForAMistakeOfTheCaller) {
   EXPECT_THROW(static_cast<void>(bus.waitUntilOpen(port)), std::out_of_range);
 }
 
-TEST_F(BusTest, LosesAReportThatNobodyCanRead) {
+TEST_F(VirtualBusTest, LosesAReportThatNobodyCanRead) {
   const auto closed = bus.plug(makePad(PadKind::Usb));
   EXPECT_FALSE(bus.send(closed, numbered(1)));
   EXPECT_FALSE(bus.sendWhenRoom(closed, numbered(1)));
@@ -52,7 +54,7 @@ TEST_F(BusTest, LosesAReportThatNobodyCanRead) {
   EXPECT_FALSE(bus.waitUntilRead(port));
 }
 
-TEST_F(BusTest, SendsAReportAsLongAsOneOfTheHandlesHasRoom) {
+TEST_F(VirtualBusTest, SendsAReportAsLongAsOneOfTheHandlesHasRoom) {
   for (int i = 0; i < 63; ++i) bus.send(port, numbered(i));
   hid_device* const reader = hid_open(kVendor, kVisionPad, nullptr);
   EXPECT_TRUE(bus.send(port, numbered(63)));
@@ -60,7 +62,7 @@ TEST_F(BusTest, SendsAReportAsLongAsOneOfTheHandlesHasRoom) {
   hid_close(reader);
 }
 
-TEST_F(BusTest, TheWaitForRoomEndsWithARead) {
+TEST_F(VirtualBusTest, TheWaitForRoomEndsWithARead) {
   while (bus.send(port, numbered(0))) {
   }
   auto sender = inBackground([&] { return bus.sendWhenRoom(port, numbered(1)); });
@@ -70,7 +72,7 @@ TEST_F(BusTest, TheWaitForRoomEndsWithARead) {
   EXPECT_EQ(read(dev, 0).bytes, numbered(1));
 }
 
-TEST_F(BusTest, TheWaitForRoomEndsWithAnUnplugOrAClose) {
+TEST_F(VirtualBusTest, TheWaitForRoomEndsWithAnUnplugOrAClose) {
   for (const bool unplugs : {false, true}) {
     hid_device* const reader = hid_open(kVendor, kVisionPad, nullptr);
     while (bus.send(port, numbered(0))) {
@@ -83,14 +85,14 @@ TEST_F(BusTest, TheWaitForRoomEndsWithAnUnplugOrAClose) {
   }
 }
 
-TEST_F(BusTest, SendsAPenAsThePadEncodesIt) {
+TEST_F(VirtualBusTest, SendsAPenAsThePadEncodesIt) {
   EXPECT_TRUE(bus.sendPen(
       port, {.x = 1, .y = 0.5, .pressure = 1, .touch = true, .milliseconds = 0x01020304}));
   EXPECT_EQ(read(dev, 0).bytes,
             (Bytes{1, 0x80, 0x05, 0x14, 0x02, 0xBC, 0x03, 0xFF, 1, 2, 3, 4, 0, 0, 0, 0, 0}));
 }
 
-TEST_F(BusTest, WaitsUntilAllReportsAreRead) {
+TEST_F(VirtualBusTest, WaitsUntilAllReportsAreRead) {
   EXPECT_TRUE(bus.waitUntilRead(port));
   bus.send(port, numbered(1));
   bus.send(port, numbered(2));
@@ -101,7 +103,7 @@ TEST_F(BusTest, WaitsUntilAllReportsAreRead) {
 }
 
 // Whether the wait begins before or after the loss.
-TEST_F(BusTest, ReportsWhenUnreadReportsWereLost) {
+TEST_F(VirtualBusTest, ReportsWhenUnreadReportsWereLost) {
   bus.send(port, numbered(1));
   auto waiter = inBackground([&] { return bus.waitUntilRead(port); });
   close();
@@ -113,14 +115,14 @@ TEST_F(BusTest, ReportsWhenUnreadReportsWereLost) {
   EXPECT_FALSE(waiter.get());
 }
 
-TEST_F(BusTest, ShowsTheModelAlsoAfterTheUnplug) {
+TEST_F(VirtualBusTest, ShowsTheModelAlsoAfterTheUnplug) {
   bus.unplug(port);
   const PadModel* shown = nullptr;
   bus.withModel(port, [&](PadModel& model) { shown = &model; });
   EXPECT_EQ(shown, pad.get());
 }
 
-TEST_F(BusTest, KeepsTheProgramsCallsAwayFromTheModelThatIsLookedAt) {
+TEST_F(VirtualBusTest, KeepsTheProgramsCallsAwayFromTheModelThatIsLookedAt) {
   std::future<int> caller;
   bus.withModel(port, [&](PadModel&) {
     caller = inBackground([&] { return setFeature(dev, {4, 1}); });
@@ -131,7 +133,7 @@ TEST_F(BusTest, KeepsTheProgramsCallsAwayFromTheModelThatIsLookedAt) {
   EXPECT_EQ(caller.get(), 17);
 }
 
-TEST_F(BusTest, FailsACallWhosePadIsUnpluggedWhileItIsBusy) {
+TEST_F(VirtualBusTest, FailsACallWhosePadIsUnpluggedWhileItIsBusy) {
   std::future<int> setter;
   std::future<int> getter;
   bus.withModel(port, [&](PadModel&) {
@@ -145,7 +147,7 @@ TEST_F(BusTest, FailsACallWhosePadIsUnpluggedWhileItIsBusy) {
   EXPECT_EQ(getter.get(), -1);
 }
 
-TEST_F(BusTest, ShortensTheTimeOutOfReads) {
+TEST_F(VirtualBusTest, ShortensTheTimeOutOfReads) {
   constexpr int kAnHour = 3'600'000;
   bus.setReadTimeout(std::chrono::milliseconds(1));
   EXPECT_EQ(read(dev, kAnHour).result, 0);
@@ -157,7 +159,7 @@ TEST_F(BusTest, ShortensTheTimeOutOfReads) {
   EXPECT_EQ(reader.get().result, -1);
 }
 
-TEST_F(BusTest, CountsAndWaitsForCalls) {
+TEST_F(VirtualBusTest, CountsAndWaitsForCalls) {
   EXPECT_EQ(bus.count(HidCall::Read), 0);
   auto program = inBackground([&] {
     for (int i = 0; i < 3; ++i) read(dev, 0);
@@ -171,7 +173,7 @@ TEST_F(BusTest, CountsAndWaitsForCalls) {
   EXPECT_THAT(bus.calls({HidCall::Read, HidCall::Open}), IsEmpty());
 }
 
-TEST_F(BusTest, ForgetsACallThatBeganBeforeTheLogWasCleared) {
+TEST_F(VirtualBusTest, ForgetsACallThatBeganBeforeTheLogWasCleared) {
   auto reader = waitingRead();
   bus.clearLog();
   hid_set_nonblocking(dev, 0);
@@ -181,7 +183,7 @@ TEST_F(BusTest, ForgetsACallThatBeganBeforeTheLogWasCleared) {
   EXPECT_THAT(bus.calls(), ElementsAre(CallRecord{HidCall::SetNonblocking, {}, 0, 0}));
 }
 
-TEST_F(BusTest, ReportsWhichHandlesAreOpen) {
+TEST_F(VirtualBusTest, ReportsWhichHandlesAreOpen) {
   const auto ink = bus.plug(makePad(PadKind::Ink));
   auto program = inBackground([] { return hid_open(kVendor, kInkPad, nullptr); });
   EXPECT_TRUE(bus.waitUntilOpen(ink));
@@ -199,7 +201,7 @@ TEST_F(BusTest, ReportsWhichHandlesAreOpen) {
   EXPECT_EQ(bus.openHandles(), 0);
 }
 
-TEST_F(BusTest, ForgetsEverythingWithAReset) {
+TEST_F(VirtualBusTest, ForgetsEverythingWithAReset) {
   bus.fail(HidCall::Init, {.kind = Fault::Kind::Return, .value = 5}, 1, VirtualBus::kAlways);
   close();
   hid_set_nonblocking(nullptr, 0);
@@ -213,7 +215,7 @@ TEST_F(BusTest, ForgetsEverythingWithAReset) {
 }
 
 // Any use, on any thread, at any time: for the thread sanitizer.
-TEST_F(BusTest, BearsEverythingAtOnce) {
+TEST_F(VirtualBusTest, BearsEverythingAtOnce) {
   constexpr int kRounds = 200;
   bus.setReadTimeout(std::chrono::milliseconds(1));
   auto program = [&] {

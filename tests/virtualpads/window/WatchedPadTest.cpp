@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <thread>
 
 #include "virtualpads/VisionPad.h"
@@ -26,7 +25,7 @@ class WatchedPadTest : public testing::Test {
 
 TEST_F(WatchedPadTest, IsThePadBehind) {
   EXPECT_EQ(pad.description().name, "Vela Vision");
-  EXPECT_TRUE(std::ranges::equal(pad.reportDescriptor(), model->reportDescriptor()));
+  EXPECT_EQ(pad.reportDescriptor(), model->reportDescriptor());
   EXPECT_THAT(events, IsEmpty());
 }
 

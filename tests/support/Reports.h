@@ -1,6 +1,6 @@
 // Reports written as hexadecimal text.
-#ifndef TESTS_SDK_SUPPORT_REPORTS_H
-#define TESTS_SDK_SUPPORT_REPORTS_H
+#ifndef TESTS_SUPPORT_REPORTS_H
+#define TESTS_SUPPORT_REPORTS_H
 
 #include <cstddef>
 #include <cstdint>

@@ -10,10 +10,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <map>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
+
+#include "tests/virtualpads/ToyPad.h"
 
 namespace virtualpads {
 namespace {
@@ -21,35 +23,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-constexpr std::array<std::uint8_t, 4> kDescriptor{0x06, 0x00, 0xFF, 0xC0};
-
-// Feature report 5 holds two bytes; report 6 is refused; pen reports are two bytes.
-class ToyPad : public PadModel {
- public:
-  Identity identity() const override { return {0x04DF, 0x0102, name}; }
-  double widthInches() const override { return 1; }
-  double heightInches() const override { return 1; }
-  std::span<const std::uint8_t> reportDescriptor() const override { return descriptor; }
-  Bytes inputReport(const PenState& pen) override {
-    return {static_cast<std::uint8_t>(pen.touch), ++sequence};
-  }
-  std::optional<Bytes> getFeature(std::uint8_t reportId) override {
-    ++gets;
-    return reportId == 5 ? std::optional<Bytes>(feature) : std::nullopt;
-  }
-  bool setFeature(std::span<const std::uint8_t> report) override {
-    if (report[0] != 5) return false;
-    feature.assign(report.begin(), report.end());
-    return true;
-  }
-
-  std::string name = "Toy";
-  Bytes descriptor{kDescriptor.begin(), kDescriptor.end()};
-  Bytes feature{5, 0x11, 0x22};
-  std::uint8_t sequence = 0;
-  int gets = 0;
-};
 
 // The kernel's end of the socket that replaces /dev/uhid. Starts every requested device.
 class FakeKernel {
@@ -129,6 +102,21 @@ Bytes data(const uhid_get_report_reply_req& reply) {
   return {reply.data, reply.data + reply.size};
 }
 
+Bytes data(const uhid_input2_req& report) {
+  return {report.data, report.data + report.size};
+}
+
+// The error of a plug that fails.
+std::error_code plugError(UhidPad& pad) {
+  try {
+    pad.plug();
+  } catch (const std::system_error& error) {
+    EXPECT_FALSE(pad.plugged());
+    return error.code();
+  }
+  return {};
+}
+
 class UhidPadTest : public ::testing::Test {
  protected:
   // Plugs in the pad and reads its request for the device.
@@ -139,7 +127,8 @@ class UhidPadTest : public ::testing::Test {
 
   std::shared_ptr<ToyPad> model = std::make_shared<ToyPad>();
   FakeKernel kernel;
-  UhidPad pad{model, [this] { return kernel.device(); }};
+  const std::function<FileDescriptor()> openDevice = [this] { return kernel.device(); };
+  UhidPad pad{model, openDevice};
   uhid_event created{};
 };
 
@@ -154,7 +143,8 @@ TEST_F(UhidPadTest, PlugMakesADeviceWithTheModelsIdentityAndDescriptor) {
   EXPECT_EQ(request.vendor, 0x04DFu);
   EXPECT_EQ(request.product, 0x0102u);
   EXPECT_THAT(Bytes(request.rd_data, request.rd_data + request.rd_size),
-              ElementsAre(0x06, 0x00, 0xFF, 0xC0));
+              ElementsAre(0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00, 0x26, 0xFF, 0x00,
+                          0x75, 0x08, 0x09, 0x02, 0x96, 2, 0, 0x81, 0x02, 0xC0));
 }
 
 TEST_F(UhidPadTest, PlugOfAPluggedPadDoesNothing) {
@@ -164,8 +154,9 @@ TEST_F(UhidPadTest, PlugOfAPluggedPadDoesNothing) {
 }
 
 TEST_F(UhidPadTest, LongNameIsCutToTheFieldOfTheKernel) {
-  model->name = std::string(200, 'n');
-  plug();
+  UhidPad longNamed(std::make_shared<ToyPad>(std::string(200, 'n')), openDevice);
+  longNamed.plug();
+  created = kernel.receive();
   EXPECT_EQ(reinterpret_cast<const char*>(created.u.create2.name), std::string(127, 'n'));
 }
 
@@ -188,51 +179,34 @@ TEST_F(UhidPadTest, PluggingsHaveDifferentPhysicalPaths) {
 }
 
 TEST_F(UhidPadTest, DescriptorThatUhidCannotCarryIsRefused) {
-  model->descriptor.resize(4097);
-  try {
-    pad.plug();
-    FAIL() << "no exception";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code(), std::errc::message_size);
-  }
-  EXPECT_FALSE(pad.plugged());
-  model->descriptor.resize(4096);
-  plug();
-  EXPECT_EQ(created.u.create2.rd_size, 4096);
+  // A report takes 7 bytes of the descriptor, one with an id 9, and the collection 15.
+  std::vector<PadReport> reports(578, kToyReport);
+  reports.resize(582, {PadReport::Way::Input, 1, 2, "Pen"});
+  UhidPad tooLong(std::make_shared<ToyPad>("Toy", reports), openDevice);  // 4097 bytes
+  EXPECT_EQ(plugError(tooLong), std::errc::message_size);
+  UhidPad longest(std::make_shared<ToyPad>("Toy", std::vector(583, kToyReport)), openDevice);
+  longest.plug();
+  EXPECT_EQ(kernel.receive().u.create2.rd_size, 4096);
 }
 
 TEST_F(UhidPadTest, DeviceThatTheKernelDoesNotStartIsTakenAwayAgain) {
   kernel.startsDevices = false;
   pad.setStartLimit(std::chrono::milliseconds(100));
-  try {
-    pad.plug();
-    FAIL() << "no exception";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code(), std::errc::timed_out);
-  }
-  EXPECT_FALSE(pad.plugged());
+  EXPECT_EQ(plugError(pad), std::errc::timed_out);
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_CREATE2});
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_DESTROY});
 }
 
-TEST(UhidPadWithoutUhidTest, PlugReportsWhyUhidCannotBeOpened) {
+TEST_F(UhidPadTest, PlugReportsWhyUhidCannotBeOpened) {
   bool permitted = false;
-  FakeKernel kernel;
-  UhidPad pad(std::make_shared<ToyPad>(), [&] {
+  UhidPad refused(model, [&] {
     if (!permitted) throw std::system_error(EACCES, std::generic_category(), "/dev/uhid");
     return kernel.device();
   });
-  try {
-    pad.plug();
-    FAIL() << "no exception";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code(), std::errc::permission_denied);
-    EXPECT_THAT(error.what(), HasSubstr("/dev/uhid"));
-  }
-  EXPECT_FALSE(pad.plugged());
+  EXPECT_EQ(plugError(refused), std::errc::permission_denied);
   permitted = true;
-  pad.plug();
-  EXPECT_TRUE(pad.plugged());
+  refused.plug();
+  EXPECT_TRUE(refused.plugged());
 }
 
 // While it exists, the process cannot open anything.
@@ -252,18 +226,11 @@ class NoMoreFiles {
 };
 
 // Without it, its event thread could not be ended.
-TEST(UhidPadWithoutUhidTest, PlugReportsThatItHasNoEventCounter) {
-  FakeKernel kernel;
+TEST_F(UhidPadTest, PlugReportsThatItHasNoEventCounter) {
   FileDescriptor device = kernel.device();
-  UhidPad pad(std::make_shared<ToyPad>(), [&] { return std::move(device); });
+  UhidPad counterless(model, [&] { return std::move(device); });
   const NoMoreFiles limit;
-  try {
-    pad.plug();
-    FAIL() << "no exception";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code(), std::errc::too_many_files_open);
-  }
-  EXPECT_FALSE(pad.plugged());
+  EXPECT_EQ(plugError(counterless), std::errc::too_many_files_open);
 }
 
 TEST_F(UhidPadTest, UnplugTakesTheDeviceAway) {
@@ -287,11 +254,10 @@ TEST_F(UhidPadTest, CanBePluggedAgain) {
   EXPECT_THAT(data(kernel.receiveGetReply()), ElementsAre(5, 0x11, 0x22));
 }
 
-TEST(UhidPadLifeTest, EndOfLifeUnplugs) {
-  FakeKernel kernel;
+TEST_F(UhidPadTest, EndOfLifeUnplugs) {
   {
-    UhidPad pad(std::make_shared<ToyPad>(), [&] { return kernel.device(); });
-    pad.plug();
+    UhidPad mortal(model, openDevice);
+    mortal.plug();
     kernel.receive();
   }
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_DESTROY});
@@ -323,20 +289,15 @@ TEST_F(UhidPadTest, InputReportsGoOutAsTheyAre) {
   EXPECT_TRUE(pad.send({0xAB, 0x00, 0xCD}));
   const uhid_event event = kernel.receive();
   EXPECT_EQ(event.type, std::uint32_t{UHID_INPUT2});
-  EXPECT_THAT(Bytes(event.u.input2.data, event.u.input2.data + event.u.input2.size),
-              ElementsAre(0xAB, 0x00, 0xCD));
+  EXPECT_THAT(data(event.u.input2), ElementsAre(0xAB, 0x00, 0xCD));
 }
 
 TEST_F(UhidPadTest, PenStatesAreEncodedByTheModel) {
   plug();
   EXPECT_TRUE(pad.sendPen({.touch = true}));
   EXPECT_TRUE(pad.sendPen({.touch = false}));
-  const uhid_event first = kernel.receive();
-  const uhid_event second = kernel.receive();
-  EXPECT_THAT(Bytes(first.u.input2.data, first.u.input2.data + first.u.input2.size),
-              ElementsAre(1, 1));
-  EXPECT_THAT(Bytes(second.u.input2.data, second.u.input2.data + second.u.input2.size),
-              ElementsAre(0, 2));
+  EXPECT_THAT(data(kernel.receive().u.input2), ElementsAre(1, 1));
+  EXPECT_THAT(data(kernel.receive().u.input2), ElementsAre(0, 2));
 }
 
 TEST_F(UhidPadTest, ReportThatUhidCannotCarryIsRefused) {
@@ -354,17 +315,13 @@ TEST_F(UhidPadTest, FeatureReportsAreGotFromTheModel) {
   EXPECT_EQ(reply.id, 77u);
   EXPECT_EQ(reply.err, 0);
   EXPECT_THAT(data(reply), ElementsAre(5, 0x11, 0x22));
-  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Get, {5}, true}));
-}
-
-TEST_F(UhidPadTest, FeatureReportThatTheModelDoesNotHaveFails) {
-  plug();
   kernel.get(78, 6);
-  const auto reply = kernel.receiveGetReply();
-  EXPECT_EQ(reply.id, 78u);
-  EXPECT_EQ(reply.err, EIO);
-  EXPECT_EQ(reply.size, 0);
-  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Get, {6}, false}));
+  const auto refusal = kernel.receiveGetReply();
+  EXPECT_EQ(refusal.id, 78u);
+  EXPECT_EQ(refusal.err, EIO);
+  EXPECT_EQ(refusal.size, 0);
+  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Get, {5}, true},
+                                          FeatureRequest{FeatureCall::Get, {6}, false}));
 }
 
 TEST_F(UhidPadTest, FeatureReportsAreSetInTheModel) {
@@ -374,16 +331,12 @@ TEST_F(UhidPadTest, FeatureReportsAreSetInTheModel) {
   EXPECT_EQ(reply.id, 79u);
   EXPECT_EQ(reply.err, 0);
   EXPECT_THAT(model->feature, ElementsAre(5, 0x33, 0x44));
-  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Set, {5, 0x33, 0x44}, true}));
-}
-
-TEST_F(UhidPadTest, FeatureReportThatTheModelRefusesFails) {
-  plug();
   kernel.set(80, {6, 0x33});
-  const auto reply = kernel.receiveSetReply();
-  EXPECT_EQ(reply.id, 80u);
-  EXPECT_EQ(reply.err, EIO);
-  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Set, {6, 0x33}, false}));
+  const auto refusal = kernel.receiveSetReply();
+  EXPECT_EQ(refusal.id, 80u);
+  EXPECT_EQ(refusal.err, EIO);
+  EXPECT_THAT(pad.requests(), ElementsAre(FeatureRequest{FeatureCall::Set, {5, 0x33, 0x44}, true},
+                                          FeatureRequest{FeatureCall::Set, {6, 0x33}, false}));
 }
 
 TEST_F(UhidPadTest, RequestsForInputAndOutputReportsFail) {
@@ -404,42 +357,9 @@ TEST_F(UhidPadTest, OutputReportsAreIgnored) {
   EXPECT_EQ(kernel.receiveGetReply().id, 83u);
 }
 
-TEST_F(UhidPadTest, RefusedRequestsDoNotReachTheModel) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Refuse});
-  pad.fail(FeatureCall::Set, 5, {FeatureFault::Kind::Refuse});
-  kernel.get(1, 5);
-  EXPECT_EQ(kernel.receiveGetReply().err, EIO);
-  kernel.set(2, {5, 0x33, 0x44});
-  EXPECT_EQ(kernel.receiveSetReply().err, EIO);
-  EXPECT_EQ(model->gets, 0);
-  EXPECT_THAT(model->feature, ElementsAre(5, 0x11, 0x22));
-  EXPECT_THAT(pad.requests(),
-              ElementsAre(FeatureRequest{FeatureCall::Get, {5}, false},
-                          FeatureRequest{FeatureCall::Set, {5, 0x33, 0x44}, false}));
-}
-
-TEST_F(UhidPadTest, ShortAnswersAreCut) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Short, 2});
-  pad.fail(FeatureCall::Set, 5, {FeatureFault::Kind::Short, 2});
-  kernel.get(1, 5);
-  EXPECT_THAT(data(kernel.receiveGetReply()), ElementsAre(5, 0x11));
-  kernel.set(2, {5, 0x33, 0x44});
-  EXPECT_EQ(kernel.receiveSetReply().err, 0);
-  EXPECT_THAT(model->feature, ElementsAre(5, 0x33, 0x44));
-}
-
-TEST_F(UhidPadTest, ShortAnswersAreNeverLongerThanTheReport) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Short, 9});
-  kernel.get(1, 5);
-  EXPECT_THAT(data(kernel.receiveGetReply()), ElementsAre(5, 0x11, 0x22));
-}
-
 TEST_F(UhidPadTest, LateAnswersAreHeldBackUntilReleased) {
   plug();
-  pad.fail(FeatureCall::Set, 5, {FeatureFault::Kind::Late});
+  pad.fail(FeatureCall::Set, 5, FeatureFault::Late);
   kernel.set(1, {5, 0x33, 0x44});
   EXPECT_TRUE(pad.waitForRequest(
       [](const FeatureRequest& request) { return request.call == FeatureCall::Set; }));
@@ -458,7 +378,7 @@ TEST_F(UhidPadTest, LateAnswersAreHeldBackUntilReleased) {
 
 TEST_F(UhidPadTest, LateAnswersAreForgottenWithTheDevice) {
   plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Late});
+  pad.fail(FeatureCall::Get, 5, FeatureFault::Late);
   kernel.get(1, 5);
   EXPECT_TRUE(pad.waitForRequest([](const FeatureRequest&) { return true; }));
   pad.unplug();
@@ -469,7 +389,7 @@ TEST_F(UhidPadTest, LateAnswersAreForgottenWithTheDevice) {
 
 TEST_F(UhidPadTest, UnplugFaultTakesTheDeviceAwayInsteadOfAnAnswer) {
   plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Unplug});
+  pad.fail(FeatureCall::Get, 5, FeatureFault::Unplug);
   kernel.get(1, 5);
   EXPECT_EQ(kernel.receive().type, std::uint32_t{UHID_DESTROY});
   EXPECT_TRUE(pad.waitForRequest([](const FeatureRequest& request) { return !request.accepted; }));
@@ -484,41 +404,10 @@ TEST_F(UhidPadTest, UnplugFaultTakesTheDeviceAwayInsteadOfAnAnswer) {
 
 TEST_F(UhidPadTest, FaultsMeetOnlyTheirOwnReportAndDirection) {
   plug();
-  pad.fail(FeatureCall::Get, 6, {FeatureFault::Kind::Refuse});
-  pad.fail(FeatureCall::Set, 5, {FeatureFault::Kind::Refuse});
+  pad.fail(FeatureCall::Get, 6, FeatureFault::Late);
+  pad.fail(FeatureCall::Set, 5, FeatureFault::Late);
   kernel.get(1, 5);
   EXPECT_EQ(kernel.receiveGetReply().err, 0);
-}
-
-TEST_F(UhidPadTest, FaultsMeetAsManyRequestsAsTheyAreGiven) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Refuse}, 2);
-  std::vector<int> errors;
-  for (std::uint32_t id = 0; id < 3; ++id) {
-    kernel.get(id, 5);
-    errors.push_back(kernel.receiveGetReply().err);
-  }
-  EXPECT_THAT(errors, ElementsAre(EIO, EIO, 0));
-}
-
-TEST_F(UhidPadTest, FaultsForAlwaysLastUntilTheyAreCleared) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Refuse}, UhidPad::kAlways);
-  for (std::uint32_t id = 0; id < 20; ++id) {
-    kernel.get(id, 5);
-    EXPECT_EQ(kernel.receiveGetReply().err, EIO);
-  }
-  pad.clearFaults();
-  kernel.get(20, 5);
-  EXPECT_EQ(kernel.receiveGetReply().err, 0);
-}
-
-TEST_F(UhidPadTest, NewFaultReplacesTheOldOne) {
-  plug();
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Refuse});
-  pad.fail(FeatureCall::Get, 5, {FeatureFault::Kind::Short, 1});
-  kernel.get(1, 5);
-  EXPECT_THAT(data(kernel.receiveGetReply()), ElementsAre(5));
 }
 
 TEST_F(UhidPadTest, LogForgetsTheOldestRequestsBeyondItsSize) {

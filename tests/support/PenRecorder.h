@@ -1,6 +1,6 @@
 // Pen callbacks that record their samples and let a test wait for them.
-#ifndef TESTS_SDK_SUPPORT_PENRECORDER_H
-#define TESTS_SDK_SUPPORT_PENRECORDER_H
+#ifndef TESTS_SUPPORT_PENRECORDER_H
+#define TESTS_SUPPORT_PENRECORDER_H
 
 #include <chrono>
 #include <condition_variable>
@@ -8,29 +8,14 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
-#include <ostream>
 #include <utility>
 #include <vector>
 
-#include "Patience.h"
 #include "PenEventHandler.h"
+#include "support/Patience.h"
+#include "support/Sample.h"
 
 namespace support {
-
-// The arguments of a callback, without the time stamp.
-struct Sample {
-  int x;
-  int y;
-  int pressure;
-  int touch;
-  unsigned sequence;
-  bool operator==(const Sample&) const = default;
-};
-
-inline std::ostream& operator<<(std::ostream& out, const Sample& sample) {
-  return out << "{x " << sample.x << ", y " << sample.y << ", pressure " << sample.pressure
-             << ", touch " << sample.touch << ", sequence " << sample.sequence << "}";
-}
 
 class PenRecorder {
  public:

@@ -1,6 +1,6 @@
 // How long a test waits for an event that must happen. It expires only when something is broken.
-#ifndef TESTS_SDK_SUPPORT_PATIENCE_H
-#define TESTS_SDK_SUPPORT_PATIENCE_H
+#ifndef TESTS_SUPPORT_PATIENCE_H
+#define TESTS_SUPPORT_PATIENCE_H
 
 #include <chrono>
 #include <condition_variable>
@@ -31,11 +31,6 @@ class Event {
       m_happened = true;
     }
     m_changed.notify_all();
-  }
-
-  bool hasHappened() {
-    const std::lock_guard lock(m_mutex);
-    return m_happened;
   }
 
   // False after kPatience.
