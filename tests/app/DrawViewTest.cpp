@@ -415,6 +415,10 @@ TEST_F(ShownViewTest, LastSampleIsShownAndNothingIsPaintedAfterIt) {
     line(20, 60, 60, 60);
   });
   ASSERT_TRUE(QTest::qWaitFor([this] { return view.shownElements == 82; }));
+  // This one waits for the timer, unless the machine is slow.
+  view.repaint();
+  onAnotherThread([this] { line(20, 70, 60, 70); });
+  ASSERT_TRUE(QTest::qWaitFor([this] { return view.shownElements == 84; }));
   view.redraws = 0;
   // Longer than any redraw is delayed.
   QEventLoop loop;

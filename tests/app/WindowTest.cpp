@@ -307,6 +307,7 @@ TEST_P(UsualPadTest, IsShownWholeInTheMiddle) {
   const QRect view = viewInViewport();
   const QRect viewport = area->viewport()->rect();
   EXPECT_TRUE(viewport.contains(view));
+  EXPECT_EQ(controller.m_drawview->visibleRegion(), QRect(QPoint(0, 0), view.size()));
   EXPECT_LE(std::abs(2 * view.x() + view.width() - viewport.width()), 2);
   EXPECT_LE(std::abs(2 * view.y() + view.height() - viewport.height()), 2);
   EXPECT_FALSE(area->horizontalScrollBar()->isVisible());
@@ -322,13 +323,15 @@ INSTANTIATE_TEST_SUITE_P(Pads, UsualPadTest,
                          testing::Values(Pad{3.685, 2.23}, Pad{3.11, 2.28}, Pad{4.5, 2.8}));
 
 TEST_F(WindowTest, LargePadIsScrolledToItsFirstCornerAndCanBeSeenWhole) {
-  open(20, 15);
-  const QRect viewport = area->viewport()->rect();
-  EXPECT_EQ(viewInViewport().size(), QSize(1440, 1080));
-  EXPECT_TRUE(viewport.contains(viewInViewport().topLeft()));
-  area->ensureVisible(controller.m_drawview->geometry().right(),
-                      controller.m_drawview->geometry().bottom());
-  EXPECT_TRUE(viewport.contains(viewInViewport().bottomRight()));
+  for (int opens = 1; opens <= 2; ++opens) {
+    open(20, 15);
+    const QRect viewport = area->viewport()->rect();
+    EXPECT_EQ(viewInViewport().size(), QSize(1440, 1080));
+    EXPECT_TRUE(viewport.contains(viewInViewport().topLeft()));
+    area->ensureVisible(controller.m_drawview->geometry().right(),
+                        controller.m_drawview->geometry().bottom());
+    EXPECT_TRUE(viewport.contains(viewInViewport().bottomRight()));
+  }
 }
 
 TEST_F(WindowTest, UsualPadAfterALargeOneIsShownWholeAgain) {

@@ -51,6 +51,8 @@ TEST(ByteOrderTest, FieldsNeedNoAlignmentAndStartAtZero) {
   const Report report;
   EXPECT_EQ(report.field, 0U);
   EXPECT_EQ(report.last, 0);
+  // A constant expression reads and writes nothing outside the field.
+  static_assert(Be16(0x1234) == 0x1234 && LeS32(-2) == -2);
 }
 
 }  // namespace

@@ -377,6 +377,9 @@ TEST_F(EngineTest, WriteFileIsTrueFromOneByteOn) {
     EXPECT_EQ(count, result > 0 ? result : 77);
     EXPECT_EQ(bus.calls().back(), called(HidCall::Write, 3, result, {0, 0x31, 0x32}));
   }
+  bus.fail(HidCall::Write, {Fault::Kind::Return, 1});
+  EXPECT_TRUE(engine.WriteFile(report, 1, &count));
+  EXPECT_EQ(bus.calls().back(), called(HidCall::Write, 1, 1, {0}));
 }
 
 // The operations that exchange reports, with their lines.

@@ -331,6 +331,10 @@ TEST_F(FacadeTest, WithoutProvidersNothingOpens) {
     EXPECT_FALSE(openProvider(kUsb));
   }
   EXPECT_EQ(drivers(), (std::array<bool, 4>{}));
+  numProviders(*facade) = 1;
+  EXPECT_FALSE(openProvider(kIi));
+  EXPECT_TRUE(openProvider(kUsb));
+  facade->CloseProvider();
 }
 
 TEST_F(FacadeTest, ADriverThatCannotBeMadeChangesNothing) {
@@ -497,6 +501,8 @@ TEST_F(FacadeTest, ARangeThatTheDriverDoesNotReportIsZeroAfterOneItReported) {
   connect(kVision, scriptedVisionPad());
   ASSERT_EQ(facade->GetDataRangeMaxZ(), 1003);
   facade->CloseConnection();
+  EXPECT_EQ(facade->GetDataRangeMaxZ(), 0);
+  facade->CloseProvider();
   EXPECT_EQ(facade->GetDataRangeMaxZ(), 0);
 }
 

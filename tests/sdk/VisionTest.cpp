@@ -534,6 +534,12 @@ TEST_F(VisionSerialTest, SixteenRawBytesAndNothingBehindThem) {
                                      "DEFGHIJKLMNOP~~",
                                      18));
   // What the pad did not send is zero.
+  for (const int bytes : {0, 1}) {
+    cut(bytes);
+    serial.assign(18, '~');
+    EXPECT_TRUE(driver.GetSerialNumber(serial.data()));
+    EXPECT_EQ(serial, std::string(16, '\0') + "~~");
+  }
   cut(4);
   EXPECT_TRUE(driver.GetSerialNumber(serial.data()));
   EXPECT_EQ(serial, std::string("A\0\xFF", 3) + std::string(13, '\0') + "~~");
@@ -633,17 +639,23 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(VisionSampleTest, QueuedSampleIsARecordOfItsKind) {
   Event taken;
   recorder.reset([&] { EXPECT_TRUE(taken.wait()); });
-  openModel();
-  send("01 80 00 01 00 02 00 03 00 00 00 04");
-  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next one stays queued
-  send("01 80 12 34 80 01 03 FF 89 AB CD EF");
   std::unique_ptr<tagVISDATA_RECORD> record;
-  EXPECT_TRUE(comesTrue([&] {
-    record.reset(pVisionDataHandler->GetRecord(true));
-    return record != nullptr;
-  }));
-  EXPECT_EQ(record->dwLength, 12U);
-  EXPECT_EQ(record->pen.bKind, 1);
+  const auto next = [&] {
+    EXPECT_TRUE(comesTrue([&] {
+      record.reset(pVisionDataHandler->GetRecord(true));
+      return record != nullptr;
+    }));
+    EXPECT_EQ(record->dwLength, 12U);
+    EXPECT_EQ(record->pen.bKind, 1);
+  };
+  openModel();
+  send("02 80 00 00 00 00 00 00 00 00 00 00");
+  EXPECT_TRUE(recorder.waitFor(1));  // and blocks delivery, so that the next ones stay queued
+  send("02 80 00 00 00 00 00 00 00 00 00 00");  // no sample yet
+  next();
+  EXPECT_EQ(record->pen.bTouch, 0);
+  send("01 80 12 34 80 01 03 FF 89 AB CD EF");
+  next();
   EXPECT_EQ(record->pen.bTouch, 1);
   EXPECT_EQ(record->pen.wX, 0x1234);
   EXPECT_EQ(record->pen.wY, 0x8001);
