@@ -6,8 +6,8 @@
 # packages.
 debian_run="g++ cmake ninja-build pkg-config libhidapi-dev libudev-dev libcairo2-dev qt6-base-dev qt6-wayland
   fonts-dejavu-core"
-debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxtst-dev
-  xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod udev xz-utils zstd
+debian_check="$debian_run libgtest-dev libgmock-dev libbenchmark-dev libx11-dev libxdamage-dev
+  libxtst-dev xvfb xauth xdotool imagemagick weston qemu-system-x86 busybox-static cpio kmod udev xz-utils zstd
   doxygen desktop-file-utils appstream man-db python3"
 debian_deep="$debian_check clang clang-tidy clang-format libclang-rt-dev llvm
   valgrind debootstrap git"
@@ -103,7 +103,7 @@ install_with_brew() {
 # For systems with another package manager: continues if nothing is missing, otherwise lists what is missing.
 require_tools() {
   local tools="c++ cmake ninja pkg-config" modules="hidapi-hidraw libudev cairo Qt6Widgets" missing="" item
-  [ "$1" = run ] || modules="$modules hidapi-libusb gtest gmock benchmark x11 xtst"
+  [ "$1" = run ] || modules="$modules hidapi-libusb gtest gmock benchmark x11 xdamage xtst"
   for item in $tools; do
     command -v "$item" >/dev/null || missing="$missing $item"
   done

@@ -94,13 +94,8 @@ void Application::pressButton(int tabulators) {
 
 void Application::waitForReset() {
   if (!m_resetting) return;
-  // The focus moves together with it. The window takes keys again once its picture rests.
-  QImage last;
-  m_desktop.waitForPicture([&last](const QImage& window) {
-    const bool rests = !resetIsEnabled(window) && window == last;
-    last = window.copy();
-    return rests;
-  });
+  // The window takes keys again before it paints the button disabled.
+  m_desktop.waitForPicture([](const QImage& window) { return !resetIsEnabled(window); });
   m_resetting = false;
 }
 

@@ -37,7 +37,7 @@ class Desktop {
   QImage picture() const;
   // The same for a single pixel, which is much faster.
   QRgb pixel(QPoint point) const;
-  // Polls until the picture is as wanted, and returns it.
+  // Looks at the picture, and again after each change, until it is as wanted, and returns it.
   QImage waitForPicture(const std::function<bool(const QImage&)>& wanted) const;
 
  private:
@@ -51,6 +51,7 @@ class Desktop {
   std::string m_name;
   std::unique_ptr<_XDisplay, CloseDisplay> m_display;
   unsigned long m_window = 0;
+  unsigned long m_damage = 0;  // of the window: the server's record of changes
 };
 
 #endif
