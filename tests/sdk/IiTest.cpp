@@ -168,7 +168,8 @@ TEST_F(IiInformationTest, PhysicalSizeIsAskedOfThePadEachTime) {
   openScripted();
   for (const auto& [numbers, width, height] :
        {std::tuple{"02 00 01 00  05 00 01 00", 2.0, 5.0}, {"03 00 01 00  07 00 01 00", 3.0, 7.0}}) {
-    bus.withModel(port, [&](PadModel&) { scripted->replies[10] = informationWith(numbers); });
+    const Bytes information = informationWith(numbers);
+    bus.withModel(port, [&](PadModel&) { scripted->replies[10] = information; });
     EXPECT_EQ(driver.GetPhysicalX(), width);
     EXPECT_EQ(driver.GetPhysicalY(), height);
   }

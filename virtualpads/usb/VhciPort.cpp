@@ -24,13 +24,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The controller may consist of several, each with a hub of its own. The first one speaks for all.
-const std::string kControllers = "/sys/devices/platform/vhci_hcd.";
-const fs::path kController = kControllers + "0";
 constexpr std::chrono::seconds kRemovalLimit{30};
 
 // The kernel only hands this number back in its commands.
 constexpr unsigned kDeviceId = 1;
+
+// The controller may consist of several, each with a hub of its own. The first one speaks for all.
+fs::path controller(unsigned number = 0) {
+  return "/sys/devices/platform/vhci_hcd." + std::to_string(number);
+}
 
 std::system_error systemError(int error, const std::string& what) {
   return {error, std::generic_category(), what};
@@ -52,19 +54,19 @@ struct Port {
 // controller's file names a port's hub, its number and its status.
 std::vector<Port> freePorts() {
   std::vector<Port> ports;
-  for (unsigned controller = 0;; ++controller) {
-    std::ifstream file(kController /
-                       (controller == 0 ? "status" : "status." + std::to_string(controller)));
+  for (unsigned number = 0;; ++number) {
+    std::ifstream file(controller() /
+                       (number == 0 ? "status" : "status." + std::to_string(number)));
     if (!file) break;
     std::string line;
     std::getline(file, line);
     for (unsigned inHub = 1; std::getline(file, line);) {
       std::istringstream words(line);
       std::string hub;
-      unsigned number = 0;
+      unsigned port = 0;
       unsigned status = 0;
-      if (!(words >> hub >> number >> status) || hub != "hs") continue;
-      if (status == VDEV_ST_NULL) ports.push_back({number, controller, inHub});
+      if (!(words >> hub >> port >> status) || hub != "hs") continue;
+      if (status == VDEV_ST_NULL) ports.push_back({port, number, inHub});
       ++inHub;
     }
   }
@@ -75,8 +77,7 @@ std::vector<Port> freePorts() {
 // The device in that port.
 fs::path deviceIn(const Port& port) {
   std::error_code missing;
-  const fs::path controller = kControllers + std::to_string(port.controller);
-  for (const auto& entry : fs::directory_iterator(controller, missing)) {
+  for (const auto& entry : fs::directory_iterator(controller(port.controller), missing)) {
     const std::string name = entry.path().filename();
     unsigned speed = 0;
     if (name.starts_with("usb") && std::ifstream(entry.path() / "speed") >> speed && speed == 480) {
@@ -101,7 +102,7 @@ void waitUntilGone(const fs::path& device) {
 }  // namespace
 
 bool vhciIsThere() {
-  return access((kController / "attach").c_str(), F_OK) == 0;
+  return access((controller() / "attach").c_str(), F_OK) == 0;
 }
 
 void loadVhci() {
@@ -119,7 +120,7 @@ void loadVhci() {
 }
 
 UsbPort openVhciPort() {
-  const std::string path = kController / "attach";
+  const std::string path = controller() / "attach";
   const FileDescriptor attach(open(path.c_str(), O_WRONLY | O_CLOEXEC));
   if (!attach) throw systemError(errno, path);
   int ends[2];
