@@ -1,6 +1,6 @@
 // The installed udev rule, with the system's own udevd and pads on a real kernel: which nodes it
-// opens, and for whom. No login manager runs: the tests write the file by which it would tell udevd
-// who sits at the machine.
+// opens, and for whom. No login manager runs: the tests write the file in which udevd looks up who
+// sits at the machine.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -85,6 +85,7 @@ class UdevTest : public ::testing::TestWithParam<Face> {
     udevd = std::make_unique<Program>(kUdevd, ProgramOptions{.environment = kInChangeRoot});
     if (!support::comesTrue([] { return fs::exists(kControl); }))
       throw std::runtime_error("udevd does not start");
+    udevadm({"control", "--ping"});  // it answers once it also listens to the kernel
     for (const TestPad& kind : kTestPads) pads.push_back(plugged(kind.kind, GetParam()));
     pads.push_back(plugged(makeOtherPad(), GetParam()));
     for (const auto& pad : pads) nodes.push_back(pad->waitForNode());
