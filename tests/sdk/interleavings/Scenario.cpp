@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "../../support/Sample.h"
 #include "../../support/Scheduler.h"
 #include "../../support/TrackedHeap.h"
 #include "HidapiModel.h"
@@ -36,6 +37,7 @@ using support::kSecond;
 using support::nameThreads;
 using support::note;
 using support::Random;
+using support::Sample;
 using support::TestCode;
 using virtualpads::PadKind;
 
@@ -47,14 +49,6 @@ constexpr Time kQueuePoll = 500 * kMicrosecond;
 constexpr Time kOpenPauses = 15 * kMillisecond;
 // For what is rounded.
 constexpr Time kTolerance = 2 * kMillisecond;
-
-struct Sample {
-  int x;
-  int y;
-  int pressure;
-  int touch;
-  unsigned sequence;
-};
 
 constexpr int kAnywhere = -1;  // as x
 
@@ -421,8 +415,7 @@ class Play {
       wanted.x = sample.x;
       wanted.y = sample.y;
     }
-    if (sample.x != wanted.x || sample.y != wanted.y || sample.pressure != wanted.pressure ||
-        sample.touch != wanted.touch || sample.sequence != wanted.sequence) {
+    if (sample != wanted) {
       fail("sample {%d, %d, %d, %d, number %u} instead of {%d, %d, %d, %d, number %u}", sample.x,
            sample.y, sample.pressure, sample.touch, sample.sequence, wanted.x, wanted.y,
            wanted.pressure, wanted.touch, wanted.sequence);
