@@ -17,9 +17,8 @@
 
 #include "giivela.h"
 #include "support/AllocationCount.h"
-#include "support/BusTest.h"
 #include "support/PadTable.h"
-#include "support/Patience.h"
+#include "support/PadTest.h"
 #include "support/PenRecorder.h"
 #include "support/ProcessState.h"
 #include "support/Reports.h"
@@ -35,7 +34,6 @@ using support::Bytes;
 using support::called;
 using support::CallRecord;
 using support::Calls;
-using support::comesTrue;
 using support::Fault;
 using support::fileDescriptorCount;
 using support::hex;
@@ -46,9 +44,7 @@ using support::PadRow;
 using support::Pen;
 using support::PenReport;
 using support::Sample;
-using support::threadCount;
 using support::TimeControl;
-using support::VirtualBus;
 using support::Written;
 using support::writtenBy;
 using virtualpads::PadKind;
@@ -62,7 +58,7 @@ void PrintTo(const NamedFault& fault, std::ostream* out) {
   *out << fault.name;
 }
 
-class FaultSweepTest : public support::BusTest,
+class FaultSweepTest : public support::PadTest,
                        public testing::WithParamInterface<std::tuple<PadRow, NamedFault>> {
  protected:
   // Each call of a use meets the fault in turn. The heap does not grow, from one run to the next or
@@ -119,10 +115,10 @@ class FaultSweepTest : public support::BusTest,
     const long files = fileDescriptorCount();
     // A read that meets a fault has to be the one with the report, not one that timed out before.
     bus.setReadTimeout(point.call == HidCall::Read ? kLongTimeout : kSoon);
-    port = bus.plug(virtualpads::makePad(pad.kind));
+    plug(virtualpads::makePad(pad.kind));
     if (point.nth > 0 && point.call != HidCall::Read) bus.fail(point.call, point.fault, point.nth);
     const Written written = writtenBy([this] { use(); });
-    EXPECT_TRUE(comesTrue([this] { return threadCount() <= m_idleThreads; }));
+    EXPECT_TRUE(waitForThreads(0));
     EXPECT_EQ(fileDescriptorCount(), files);
     EXPECT_EQ(bus.openHandles(), 0);
     EXPECT_EQ(bus.misuses(), 0);
@@ -162,7 +158,7 @@ class FaultSweepTest : public support::BusTest,
   }
 
   // Whether the pad's three threads run.
-  bool connected() const { return threadCount() == m_idleThreads + 3; }
+  bool connected() const { return threadsRun(3); }
 
   // The driver's own requests, bypassing the facade.
   void useFeatures() const {
@@ -253,9 +249,6 @@ class FaultSweepTest : public support::BusTest,
 
   const PadRow& pad = std::get<PadRow>(GetParam());
   const Fault fault = std::get<NamedFault>(GetParam()).fault;
-  support::PenRecorder& recorder = support::penRecorder();
-  VirtualBus::Port port = 0;
-  const long m_idleThreads = support::idleThreadCount();
   Point m_point;
   long m_samples = 0;  // of the last stroke
   bool m_record = false;

@@ -23,10 +23,12 @@ class PadTest : public BusTest {
   // Sends an input report from the pad.
   void send(std::string_view report) { EXPECT_TRUE(bus.sendWhenRoom(port, hex(report))); }
 
-  // Waits until there are `count` more threads than between two tests. A joined thread may be
-  // visible a moment longer, hence the wait. False after kPatience.
+  // Whether there are `count` more threads than between two tests.
+  bool threadsRun(long count) const { return threadCount() == m_idleThreads + count; }
+  // Waits until it is so, since a joined thread may be visible a moment longer. False after
+  // kPatience.
   bool waitForThreads(long count) const {
-    return comesTrue([&] { return threadCount() == m_idleThreads + count; });
+    return comesTrue([&] { return threadsRun(count); });
   }
 
   VirtualBus::Port port = 0;
