@@ -4,7 +4,9 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -23,6 +25,17 @@ std::string runtimeDirectory(uid_t user) {
   return path;
 }
 
+// A row of a picture from the X server. QImage::pixel takes an emulated processor long.
+std::span<const QRgb> row(const QImage& picture, int y) {
+  return {reinterpret_cast<const QRgb*>(picture.constScanLine(y)),
+          static_cast<std::size_t>(picture.width())};
+}
+
+// The server leaves the highest byte undefined.
+constexpr QRgb opaque(QRgb pixel) {
+  return pixel | 0xFF000000;
+}
+
 // Its text is black then, else grey.
 bool resetIsEnabled(const QImage& window) {
   for (int y = kResetText.top(); y <= kResetText.bottom(); ++y) {
@@ -39,9 +52,11 @@ std::vector<Face> facesOfTheApplication() {
   return faces();
 }
 
+// Without a bus address, the toolkit would start a message bus for each application.
 Application::Application(Desktop& desktop, bool unprivileged)
     : m_desktop(desktop),
       m_program(TESTAPP, {.environment = {"DISPLAY=" + desktop.name(), "QT_QPA_PLATFORM=xcb",
+                                          "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
                                           "XDG_RUNTIME_DIR=" +
                                               runtimeDirectory(unprivileged ? kNobody : getuid())},
                           .unprivileged = unprivileged}) {
@@ -101,27 +116,21 @@ void Application::waitForReset() {
 
 QRect findView(const QImage& picture) {
   for (int y = 0; y < picture.height(); ++y) {
-    int run = 0;
-    for (int x = 0; x <= picture.width(); ++x) {
-      if (x < picture.width() && picture.pixel(x, y) == kFrame) {
-        ++run;
-      } else if (run >= kLeastWidth) {
-        int height = 0;
-        while (y + height < picture.height() && picture.pixel(x - run, y + height) == kFrame)
-          ++height;
-        return {x - run, y, run, height};
-      } else {
-        run = 0;
-      }
-    }
+    const auto line = row(picture, y);
+    const auto run = std::ranges::search_n(line, kLeastWidth, kFrame, {}, opaque);
+    if (run.empty()) continue;
+    const auto isFrame = [](QRgb pixel) { return opaque(pixel) == kFrame; };
+    const auto end = std::find_if_not(run.begin(), line.end(), isFrame);
+    const auto x = static_cast<std::size_t>(run.begin() - line.begin());
+    int height = 1;
+    while (y + height < picture.height() && isFrame(row(picture, y + height)[x])) ++height;
+    return {static_cast<int>(x), y, static_cast<int>(end - run.begin()), height};
   }
   return {};
 }
 
 bool hasInk(const QImage& picture) {
-  for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x)
-      if (picture.pixel(x, y) == kInk) return true;
-  }
+  for (int y = 0; y < picture.height(); ++y)
+    if (std::ranges::count(row(picture, y), kInk, opaque) != 0) return true;
   return false;
 }

@@ -14,7 +14,7 @@ class MovingPen {
  public:
   explicit MovingPen(std::function<void(int n)> send)
       : m_thread([this, send = std::move(send)] {
-          constexpr std::chrono::milliseconds kReportInterval{1};
+          constexpr std::chrono::milliseconds kReportInterval{2};
           for (int n = 0; !m_stop; n = (n + 1) % 1000) {
             send(n);
             std::this_thread::sleep_for(kReportInterval);

@@ -11,7 +11,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "Client.h"
@@ -122,7 +121,7 @@ std::vector<std::string> takeTraffic(KernelPad& pad) {
   return traffic;
 }
 
-class SdkTest : public ::testing::TestWithParam<std::tuple<std::size_t, Route>> {
+class SdkTest : public ::testing::TestWithParam<PadOnRoute> {
  protected:
   const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
   const Expectation& expected = kExpectations.at(std::get<0>(GetParam()));
@@ -325,13 +324,7 @@ TEST_P(SdkTest, UnpluggedPadTakesNoProcessorTime) {
   EXPECT_LT(unplugged.processing - idle.processing, 25);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, SdkTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
-                                            ::testing::ValuesIn(routes())),
-                         [](const auto& parameter) {
-                           return kTestPads.at(std::get<0>(parameter.param)).name +
-                                  std::string("On") + nameOf(std::get<1>(parameter.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(Pads, SdkTest, ::testing::ValuesIn(padsOnRoutes()), nameOfPadOnRoute);
 
 class SdkInkPadTest : public ::testing::TestWithParam<Route> {};
 

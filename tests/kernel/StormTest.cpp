@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <tuple>
 
 #include "Client.h"
 #include "MovingPen.h"
@@ -32,7 +31,7 @@ long progress(Client& client) {
   return std::stol(client.ask("progress"));
 }
 
-class StormTest : public ::testing::TestWithParam<std::tuple<std::size_t, Route>> {};
+class StormTest : public ::testing::TestWithParam<PadOnRoute> {};
 
 TEST_P(StormTest, ClientSurvives) {
   const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
@@ -74,13 +73,7 @@ TEST_P(StormTest, ClientSurvives) {
       milliseconds(longestClose), percentUnplugged);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, StormTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
-                                            ::testing::ValuesIn(routes())),
-                         [](const auto& parameter) {
-                           return kTestPads.at(std::get<0>(parameter.param)).name +
-                                  std::string("On") + nameOf(std::get<1>(parameter.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(Pads, StormTest, ::testing::ValuesIn(padsOnRoutes()), nameOfPadOnRoute);
 
 }  // namespace
 

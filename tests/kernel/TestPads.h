@@ -2,12 +2,15 @@
 #ifndef TESTS_KERNEL_TESTPADS_H
 #define TESTS_KERNEL_TESTPADS_H
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/Sample.h"
@@ -63,6 +66,15 @@ std::vector<Route> routes();
 // "Uhid", "Usb", "Libusb".
 const char* nameOf(Face face);
 const char* nameOf(Route route);
+
+// A pad, as its index in kTestPads, on a route.
+using PadOnRoute = std::tuple<std::size_t, Route>;
+
+// Each pad on each route.
+std::vector<PadOnRoute> padsOnRoutes();
+
+// Names a test, as in "UsbOnUhid".
+std::string nameOfPadOnRoute(const ::testing::TestParamInfo<PadOnRoute>& parameter);
 
 // Plugs in a pad and returns when it has its node. Throws std::runtime_error if it gets none.
 std::unique_ptr<virtualpads::KernelPad> plugged(std::shared_ptr<virtualpads::PadModel> model,
