@@ -35,9 +35,8 @@ void PadArea::showView(QWidget& canvas, const QRect& view) {
 }
 
 void PadArea::keepWithin(const QSize& screen) {
-  const QSize needed = window()->minimumSizeHint();
-  setMinimumSize(needed.width() > screen.width() ? 0 : minimumWidth(),
-                 needed.height() > screen.height() ? 0 : minimumHeight());
+  // The controls above take more width than the area.
+  if (window()->minimumSizeHint().height() > screen.height()) setMinimumHeight(0);
   window()->resize(window()->size().boundedTo(screen));
 }
 

@@ -17,7 +17,8 @@ class PadArea : public QScrollArea {
   // the corner where writing begins.
   void showView(QWidget& canvas, const QRect& view);
 
-  // Limits the window to a screen of that size. The area may shrink where the window needs it.
+  // Limits the window to a screen of that size. The area may become lower where the window needs
+  // it.
   void keepWithin(const QSize& screen);
 
  protected:
