@@ -47,8 +47,12 @@ bool resetIsEnabled(const QImage& window) {
 
 }  // namespace
 
+bool applicationUsesLibusb() {
+  return std::string_view(HIDAPI_BACKEND) == "libusb";
+}
+
 std::vector<Face> facesOfTheApplication() {
-  if (std::string_view(HIDAPI_BACKEND) == "libusb") return {Face::Usb};
+  if (applicationUsesLibusb()) return {Face::Usb};
   return faces();
 }
 

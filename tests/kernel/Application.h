@@ -10,7 +10,8 @@
 #include "Program.h"
 #include "TestPads.h"
 
-// The faces whose pads the application reaches, with the backend of hidapi that it was built with.
+// The backend of hidapi that the application was built with, and the faces whose pads it reaches.
+bool applicationUsesLibusb();
 std::vector<Face> facesOfTheApplication();
 
 // One thread only.
