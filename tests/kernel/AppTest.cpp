@@ -338,7 +338,7 @@ Face firstFace() {
   return facesOfTheApplication().front();
 }
 
-const auto kEachPad = ::testing::Range(std::size_t{0}, std::size_t{4});
+const auto kEachPad = ::testing::Range(std::size_t{0}, kTestPads.size());
 const auto kOnOneFace = ::testing::Values(firstFace());
 INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Combine(kEachPad, kOnOneFace), nameOfPadAndFace);
 INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest,

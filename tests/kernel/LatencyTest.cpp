@@ -112,7 +112,7 @@ TEST_P(LatencyTest, Callback) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, std::size_t{4}),
+                         ::testing::Combine(::testing::Range(std::size_t{0}, kTestPads.size()),
                                             ::testing::ValuesIn(faces())),
                          [](const auto& parameter) {
                            return kTestPads.at(std::get<0>(parameter.param)).name +

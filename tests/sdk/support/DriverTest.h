@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
@@ -82,7 +83,7 @@ inline std::unique_ptr<AnyDriver> makeDriver(virtualpads::PadKind kind) {
     case virtualpads::PadKind::Vision:
       return std::make_unique<DriverWith<velavision, pVisionDataHandler>>();
   }
-  return nullptr;
+  throw std::invalid_argument("a kind of pad without a driver");
 }
 
 class PadDriverTest : public PadTest, public testing::WithParamInterface<PadRow> {
