@@ -92,12 +92,6 @@ MovingPen movingPen(KernelPad& pad) {
   });
 }
 
-std::string nameOfPadAndFace(
-    const ::testing::TestParamInfo<std::tuple<std::size_t, Face>>& parameter) {
-  const auto [pad, face] = parameter.param;
-  return kTestPads.at(pad).name + std::string("On") + nameOf(face);
-}
-
 class AppTest : public ::testing::TestWithParam<std::tuple<std::size_t, Face>> {
  protected:
   void SetUp() override { app.choose(kind); }
@@ -338,14 +332,11 @@ Face firstFace() {
   return facesOfTheApplication().front();
 }
 
-const auto kEachPad = ::testing::Range(std::size_t{0}, kTestPads.size());
-const auto kOnOneFace = ::testing::Values(firstFace());
-INSTANTIATE_TEST_SUITE_P(Pads, AppTest, ::testing::Combine(kEachPad, kOnOneFace), nameOfPadAndFace);
-INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest,
-                         ::testing::Combine(kEachPad, ::testing::ValuesIn(facesOfTheApplication())),
-                         nameOfPadAndFace);
-INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugAtTheEndTest, ::testing::Combine(kEachPad, kOnOneFace),
-                         nameOfPadAndFace);
+INSTANTIATE_TEST_SUITE_P(Pads, AppTest, eachPadOn<Face>({firstFace()}), nameOfPadOn<Face>);
+INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugTest, eachPadOn(facesOfTheApplication()),
+                         nameOfPadOn<Face>);
+INSTANTIATE_TEST_SUITE_P(Pads, AppUnplugAtTheEndTest, eachPadOn<Face>({firstFace()}),
+                         nameOfPadOn<Face>);
 
 // A pad whose state shows whether the application has left it correctly.
 class AppEndTest : public ::testing::Test {

@@ -111,13 +111,7 @@ TEST_P(LatencyTest, Callback) {
   report("to the callback", kind, face, sent, called);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, kTestPads.size()),
-                                            ::testing::ValuesIn(faces())),
-                         [](const auto& parameter) {
-                           return kTestPads.at(std::get<0>(parameter.param)).name +
-                                  std::string("On") + nameOf(std::get<1>(parameter.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(Pads, LatencyTest, eachPadOn(faces()), nameOfPadOn<Face>);
 
 // The pen moves to the right in steps of three pixels. The last pixel of each step is polled
 // without a pause until it is blue.

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Client.h"
@@ -121,7 +122,7 @@ std::vector<std::string> takeTraffic(KernelPad& pad) {
   return traffic;
 }
 
-class SdkTest : public ::testing::TestWithParam<PadOnRoute> {
+class SdkTest : public ::testing::TestWithParam<std::tuple<std::size_t, Route>> {
  protected:
   const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
   const Expectation& expected = kExpectations.at(std::get<0>(GetParam()));
@@ -324,7 +325,7 @@ TEST_P(SdkTest, UnpluggedPadTakesNoProcessorTime) {
   EXPECT_LT(unplugged.processing - idle.processing, 25);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, SdkTest, ::testing::ValuesIn(padsOnRoutes()), nameOfPadOnRoute);
+INSTANTIATE_TEST_SUITE_P(Pads, SdkTest, eachPadOn(routes()), nameOfPadOn<Route>);
 
 class SdkInkPadTest : public ::testing::TestWithParam<Route> {};
 

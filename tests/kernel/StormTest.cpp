@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include "Client.h"
 #include "MovingPen.h"
@@ -31,7 +32,7 @@ long progress(Client& client) {
   return std::stol(client.ask("progress"));
 }
 
-class StormTest : public ::testing::TestWithParam<PadOnRoute> {};
+class StormTest : public ::testing::TestWithParam<std::tuple<std::size_t, Route>> {};
 
 TEST_P(StormTest, ClientSurvives) {
   const TestPad& kind = kTestPads.at(std::get<0>(GetParam()));
@@ -73,7 +74,7 @@ TEST_P(StormTest, ClientSurvives) {
       milliseconds(longestClose), percentUnplugged);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pads, StormTest, ::testing::ValuesIn(padsOnRoutes()), nameOfPadOnRoute);
+INSTANTIATE_TEST_SUITE_P(Pads, StormTest, eachPadOn(routes()), nameOfPadOn<Route>);
 
 }  // namespace
 

@@ -100,19 +100,6 @@ const char* nameOf(Route route) {
   return route == Route::Libusb ? "Libusb" : nameOf(faceOf(route));
 }
 
-std::vector<PadOnRoute> padsOnRoutes() {
-  const std::vector<Route> each = routes();
-  std::vector<PadOnRoute> all;
-  for (std::size_t pad = 0; pad < kTestPads.size(); ++pad)
-    for (const Route route : each) all.emplace_back(pad, route);
-  return all;
-}
-
-std::string nameOfPadOnRoute(const ::testing::TestParamInfo<PadOnRoute>& parameter) {
-  const auto [pad, route] = parameter.param;
-  return kTestPads.at(pad).name + std::string("On") + nameOf(route);
-}
-
 std::unique_ptr<KernelPad> makeOnFace(std::shared_ptr<PadModel> model, Face face) {
   if (face == Face::Uhid) return std::make_unique<UhidPad>(std::move(model));
   return std::make_unique<VhciPad>(std::move(model));

@@ -67,14 +67,19 @@ std::vector<Route> routes();
 const char* nameOf(Face face);
 const char* nameOf(Route route);
 
-// A pad, as its index in kTestPads, on a route.
-using PadOnRoute = std::tuple<std::size_t, Route>;
+// Each pad, as its index in kTestPads, on each of these faces or routes.
+template <class Way>
+auto eachPadOn(const std::vector<Way>& ways) {
+  return ::testing::Combine(::testing::Range(std::size_t{0}, kTestPads.size()),
+                            ::testing::ValuesIn(ways));
+}
 
-// Each pad on each route.
-std::vector<PadOnRoute> padsOnRoutes();
-
-// Names a test, as in "UsbOnUhid".
-std::string nameOfPadOnRoute(const ::testing::TestParamInfo<PadOnRoute>& parameter);
+// Names the test of a pad on a face or route, as in "UsbOnUhid".
+template <class Way>
+std::string nameOfPadOn(const ::testing::TestParamInfo<std::tuple<std::size_t, Way>>& parameter) {
+  const auto [pad, way] = parameter.param;
+  return kTestPads.at(pad).name + std::string("On") + nameOf(way);
+}
 
 // Plugs in a pad and returns when it has its node. Throws std::runtime_error if it gets none.
 std::unique_ptr<virtualpads::KernelPad> plugged(std::shared_ptr<virtualpads::PadModel> model,
