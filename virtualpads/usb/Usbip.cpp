@@ -1,9 +1,12 @@
 #include "virtualpads/usb/Usbip.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <span>
+#include <thread>
 
 #include "virtualpads/Wire.h"
 
@@ -34,6 +37,9 @@ constexpr std::uint32_t kDirectionIn = 1;
 // No transfer to a pad is longer: a feature report has 2408 bytes, and a program that writes to the
 // pad's USB node itself may send 4096.
 constexpr std::uint32_t kLongestTransfer = 0x10000;
+
+// Nothing tells when the other end of a socket has received something.
+constexpr std::chrono::milliseconds kLookInterval{1};
 
 bool receiveAll(int socket, std::span<std::uint8_t> bytes) {
   // Nothing would be waited for too.
@@ -94,6 +100,16 @@ bool returnSubmit(int socket, std::uint32_t sequence, int status, std::size_t ac
 
 bool returnUnlink(int socket, std::uint32_t sequence, int status) {
   return sendAll(socket, returnHeader(kRetUnlink, sequence, status));
+}
+
+bool waitUntilReceived(int socket, std::chrono::milliseconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (true) {
+    int waiting = 0;  // in bytes of memory, more than were sent
+    if (ioctl(socket, SIOCOUTQ, &waiting) == 0 && waiting == 0) return true;
+    if (std::chrono::steady_clock::now() >= end) return false;
+    std::this_thread::sleep_for(kLookInterval);
+  }
 }
 
 }  // namespace virtualpads

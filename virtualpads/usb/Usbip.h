@@ -4,6 +4,7 @@
 #ifndef VIRTUALPADS_USB_USBIP_H
 #define VIRTUALPADS_USB_USBIP_H
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
@@ -36,6 +37,9 @@ bool returnSubmit(int socket, std::uint32_t sequence, int status, std::size_t ac
                   const Bytes& data = {});
 // Answers an unlink: -ECONNRESET when the transfer had not ended, else 0.
 bool returnUnlink(int socket, std::uint32_t sequence, int status);
+
+// Waits until the host has received all that was sent. False when it has not within the limit.
+bool waitUntilReceived(int socket, std::chrono::milliseconds limit);
 
 }  // namespace virtualpads
 

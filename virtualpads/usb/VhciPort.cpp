@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "virtualpads/kernel/DeviceEvents.h"
+#include "virtualpads/usb/Usbip.h"
 
 namespace virtualpads {
 namespace {
@@ -25,6 +26,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds kRemovalLimit{30};
+
+// The kernel receives at once.
+constexpr std::chrono::seconds kReceiveLimit{1};
 
 // The kernel only hands this number back in its commands.
 constexpr unsigned kDeviceId = 1;
@@ -87,7 +91,11 @@ fs::path deviceIn(const Port& port) {
   return {};
 }
 
-void removeDevice(const fs::path& device) {
+// While the kernel removes a device, it waits in a loop, with the interrupts off, for the transfer
+// whose data it is receiving (usb_hcd_flush_endpoint). Where the thread that receives has no other
+// processor to run on, the loop never ends, and the machine stands still.
+void removeDevice(const fs::path& device, int socket) {
+  waitUntilReceived(socket, kReceiveLimit);
   std::ofstream(device / "remove") << "1";
 }
 
@@ -132,7 +140,8 @@ UsbPort openVhciPort() {
     const std::string line = std::to_string(port.number) + " " + std::to_string(host.get()) + " " +
                              std::to_string(kDeviceId) + " " + std::to_string(USB_SPEED_FULL);
     if (write(attach.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
-      return {std::move(device), port.name(), [path = deviceIn(port)] { removeDevice(path); },
+      return {std::move(device), port.name(),
+              [path = deviceIn(port), socket = ends[0]] { removeDevice(path, socket); },
               [path = deviceIn(port)] { waitUntilGone(path); }};
     }
     // Another program may have taken the port in the meantime.

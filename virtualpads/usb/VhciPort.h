@@ -13,7 +13,8 @@ namespace virtualpads {
 struct UsbPort {
   FileDescriptor device;  // the device's end of the USB/IP connection
   std::string name;       // as the kernel writes it in physical paths, such as "usb-vhci_hcd.0-1"
-  // Makes the kernel remove the device. Meanwhile somebody must answer the kernel.
+  // Makes the kernel remove the device, when it has received what was sent to it. `device` must be
+  // open, and meanwhile somebody must answer the kernel.
   std::function<void()> remove;
   std::function<void()> waitUntilGone;  // until it has done so
 };

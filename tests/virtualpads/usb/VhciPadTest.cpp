@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -487,6 +488,23 @@ TEST_F(VhciPadTest, TransferOfAbsurdLengthUnplugsThePad) {
   plug();
   host.control("00000002", "out", "ffffffff", "21 09 0503 0000 ffff");
   EXPECT_TRUE(host.closed());
+}
+
+TEST(UsbipTest, WaitsUntilTheHostHasReceivedEverything) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const FileDescriptor device(ends[0]);
+  const FileDescriptor host(ends[1]);
+  EXPECT_TRUE(waitUntilReceived(device.get(), std::chrono::seconds(30)));
+  ASSERT_TRUE(returnUnlink(device.get(), 1, 0));
+  EXPECT_FALSE(waitUntilReceived(device.get(), std::chrono::milliseconds(20)));
+  Bytes message(47);
+  ASSERT_EQ(recv(host.get(), message.data(), message.size(), MSG_WAITALL), 47);
+  EXPECT_FALSE(waitUntilReceived(device.get(), std::chrono::milliseconds(20)));
+  std::thread waiting(
+      [&] { EXPECT_TRUE(waitUntilReceived(device.get(), std::chrono::seconds(30))); });
+  ASSERT_EQ(recv(host.get(), message.data(), 1, 0), 1);
+  waiting.join();
 }
 
 }  // namespace
